@@ -1,0 +1,114 @@
+// Processes of the base library (vessa::sal::exec): start a program with real pipes, wait for its
+// exit status.
+//
+// Program lookup follows PATH like execvp. A program that cannot be started (missing, not executable)
+// makes create() throw vessa::Exception; nothing is started then.
+#pragma once
+
+#include <list>
+#include <map>
+#include <memory>
+#include <string>
+#include <sys/types.h>
+
+namespace vessa::sal::exec {
+
+// A complete environment: name -> value.
+struct EnvVars {
+    std::map<std::string, std::string> vars;
+    EnvVars() = default;
+    explicit EnvVars(std::map<std::string, std::string> v) : vars(std::move(v)) {}
+};
+
+// The child's working directory; `create` makes it (and its parents) first when it does not exist.
+// An empty directory means "the caller's".
+struct WorkingDirectory {
+    std::string dir;
+    bool create = false;
+    WorkingDirectory(std::string d, bool c) : dir(std::move(d)), create(c) {}
+};
+
+// A hint that the program wants a window of its own with this title (started iconified when asked).
+// Kept with the launch description for callers and for the process record; the platform starts no
+// window itself (an "xterm" command line does that).
+struct OwnWindow {
+    std::string title;
+    bool iconic = false;
+    OwnWindow(std::string t, bool i) : title(std::move(t)), iconic(i) {}
+};
+
+// How a process is launched. By default the child inherits the caller's environment and working
+// directory, and its standard input, output and error are the caller's.
+class LaunchProperty {
+public:
+    enum class Stream { Inherit, Null, Closed };
+
+    LaunchProperty& set(const EnvVars& env);
+    LaunchProperty& set(const WorkingDirectory& dir);
+    LaunchProperty& hint(const OwnWindow& window);
+    // Standard input/output/error not bound to a pipe: the caller's (Inherit), /dev/null (Null), or
+    // Closed. A "closed" stream is given /dev/null as well, so that a file the child opens can never
+    // land on descriptor 0, 1 or 2 and receive its diagnostics by accident.
+    LaunchProperty& setStdin(Stream s);
+    LaunchProperty& setStdout(Stream s);
+    LaunchProperty& setStderr(Stream s);
+
+    bool hasEnv() const { return hasEnv_; }
+    const EnvVars& env() const { return env_; }
+    const std::string& workingDirectory() const { return workdir_; }
+    bool createWorkingDirectory() const { return createWorkdir_; }
+    bool hasWindow() const { return hasWindow_; }
+    const std::string& windowTitle() const { return windowTitle_; }
+    bool iconic() const { return iconic_; }
+    Stream stdinMode() const { return stdin_; }
+    Stream stdoutMode() const { return stdout_; }
+    Stream stderrMode() const { return stderr_; }
+
+private:
+    bool hasEnv_ = false;
+    EnvVars env_;
+    std::string workdir_;
+    bool createWorkdir_ = false;
+    bool hasWindow_ = false;
+    std::string windowTitle_;
+    bool iconic_ = false;
+    Stream stdin_ = Stream::Inherit;
+    Stream stdout_ = Stream::Inherit;
+    Stream stderr_ = Stream::Inherit;
+};
+
+// A started child process. Copies share the process; wait() may be called from any copy and returns
+// the same status every time.
+class Process {
+public:
+    Process();
+
+    // Short form: standard streams as the launch property says.
+    static Process create(const std::string& program, const std::list<std::string>& args,
+                          const LaunchProperty& launch);
+    // Long form: when bindIn/bindOut/bindErr is true, the descriptor inId/outId/errId becomes the
+    // child's standard input/output/error (the descriptor ids of xio::Endpoint).
+    static Process create(const std::string& program, const std::list<std::string>& args,
+                          const LaunchProperty& launch, bool bindIn, int inId, bool bindOut, int outId,
+                          bool bindErr, int errId);
+
+    // The caller's own environment.
+    static EnvVars envVars();
+
+    bool valid() const { return static_cast<bool>(state_); }
+    pid_t pid() const;
+    // Waits for the child: its exit code, or 128 + the signal number when a signal ended it.
+    // Throws vessa::Exception on a handle that holds no process.
+    int wait();
+
+private:
+    struct State;
+    std::shared_ptr<State> state_;
+};
+
+// Runs `program` with `args` to its end: standard input an open, never-written pipe, standard output
+// a pipe read in chunks of 1024 bytes and appended to `output`, standard error not connected. Returns
+// the exit status. Throws vessa::Exception when the program cannot be started or a pipe fails.
+int runCaptured(const std::string& program, const std::list<std::string>& args, std::string& output);
+
+}  // namespace vessa::sal::exec

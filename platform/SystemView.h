@@ -1,0 +1,120 @@
+// The system view: the one door through which discovery learns facts about the machine.
+//
+// Live (root "/"), files are read, commands run and ioctls issued on this machine. With any other
+// root R (replay), every path is taken under R, nothing is run and no ioctl is issued: answers come
+// from the recordings of a snapshot:
+//
+//   R/<host path>                          files, directories and symbolic links as discovery sees them
+//   R/.vessa/commands/<command line>       standard output of a command; the command line is the program
+//                                          and its arguments joined by single blanks, "%" written "%25"
+//                                          and "/" written "%2F"; "<same name>.status" holds the exit
+//                                          status in decimal (absent: 0). No recording: the program
+//                                          cannot be started.
+//   R/.vessa/ioctl/<kernel name>.<query>   the kernel name with "/" written "!": "inquiry" (raw INQUIRY
+//                                          answer; absent: the ioctl failed), "scsi_address" (text
+//                                          h:c:t:l; absent: both address ioctls failed),
+//                                          "read_capacity" (block size in decimal; absent: 0)
+//   R/dev/<name> non-empty                 the device node can be read (the mount-table read test)
+//   R/etc/hostname                         the machine's name (first line)
+//
+// Paths given to the view and paths the library reports are always host paths (/dev/sda), never R/...
+//
+// The view is process-wide state (with the log, the only such state of the library): set it once,
+// before discovery starts, through useRoot() or install(). Tests hand a scripted view to install().
+#pragma once
+
+#include <cstdint>
+#include <list>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace vessa::sal::sys {
+
+struct DirEntry {
+    enum Type { Unknown = 0, File, Directory, Link, BlockDevice, CharDevice, Other };
+    std::string name;
+    Type type = Unknown;
+};
+
+struct FileStatus {
+    bool isDirectory = false;
+    bool isBlockDevice = false;
+    bool isRegular = false;
+    // Bytes: a block device's capacity (BLKGETSIZE64), otherwise st_size.
+    long long size = 0;
+    // The preferred I/O block size that stat reports (st_blksize).
+    long long blockSize = 0;
+};
+
+struct FsStatus {
+    long long type = 0;
+    long long bsize = 0;
+    unsigned long long blocks = 0;
+    unsigned long long bfree = 0;
+    unsigned long long bavail = 0;
+    unsigned long long files = 0;
+    unsigned long long ffree = 0;
+    long long namelen = 0;
+};
+
+// One SCSI command's outcome as the SG_IO ioctl reports it.
+struct IoctlResult {
+    int rc = -1;      // the ioctl's return value
+    int err = 0;      // errno after the call
+    std::vector<std::uint8_t> data;
+};
+
+class View {
+public:
+    virtual ~View();
+
+    // "/" when live.
+    virtual const std::string& root() const = 0;
+    bool isLive() const { return root() == "/"; }
+
+    // Whole content of a file; false when it cannot be opened.
+    virtual bool readFile(const std::string& path, std::string& content) = 0;
+    // Entries of a directory, without "." and "..", in the order the directory gives them.
+    virtual bool listDirectory(const std::string& path, std::vector<DirEntry>& entries) = 0;
+    // stat() of a path (following links); false when it does not exist.
+    virtual bool status(const std::string& path, FileStatus& st) = 0;
+    // Target of a symbolic link, at most `limit` bytes; false when the path is not a link.
+    virtual bool readLink(const std::string& path, std::string& target, std::size_t limit = 512) = 0;
+    // statfs64 of a mounted directory; false on failure.
+    virtual bool fsStatus(const std::string& path, FsStatus& st) = 0;
+    // The mount-table read test: the device opens for reading and a first line of up to 4096 bytes
+    // can be read from it.
+    virtual bool deviceReadable(const std::string& path) = 0;
+    // The local machine's name.
+    virtual std::string hostName() = 0;
+
+    // Runs `program` with `args` to its end, appending its standard output to `output`; sets `status`
+    // to its exit status. Returns false when the program could not be started (or, in replay, has no
+    // recording): `status` is then unchanged.
+    virtual bool run(const std::string& program, const std::list<std::string>& args, std::string& output,
+                     int& status) = 0;
+
+    // SCSI commands on a device given by kernel name (sda, cciss/c0d0) or path (/dev/sda).
+    // INQUIRY: the data buffer (96 bytes live) with the ioctl's return value and errno.
+    virtual IoctlResult scsiInquiry(const std::string& device, unsigned int timeoutSeconds) = 0;
+    // "h:c:t:l", or "" when both address ioctls fail.
+    virtual std::string scsiAddress(const std::string& device) = 0;
+    // Block size from READ CAPACITY(10) (sixteen false) or (16); 0 when the device does not answer.
+    virtual unsigned int readCapacityBlockSize(const std::string& device, bool sixteen) = 0;
+};
+
+// The view in use (live "/" until changed).
+View& current();
+// Replay the snapshot at `root`; "/" means live.
+void useRoot(const std::string& root);
+// Use `view` (tests, capture). The previous view is released.
+void install(std::unique_ptr<View> view);
+
+// The recording name of a command line: program and arguments joined by blanks, "%" -> "%25",
+// "/" -> "%2F".
+std::string commandFileName(const std::string& program, const std::list<std::string>& args);
+// The recording name of a device's ioctl answer: kernel name with "/" -> "!", "." and the query.
+std::string ioctlFileName(const std::string& device, const std::string& query);
+
+}  // namespace vessa::sal::sys

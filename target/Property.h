@@ -1,0 +1,53 @@
+// One named, self-describing attribute of a storage item: key, label, value, category, description.
+// Also owns the two rules that make arbitrary device text safe for the XML report.
+#pragma once
+
+#include <ostream>
+#include <string>
+
+namespace vessa::target {
+
+class Property {
+public:
+    // Note the argument order (name, value, display name, description, category): it differs from the
+    // field order on purpose, and every caller passes its arguments in this order.
+    Property(const std::string& name, const std::string& value, const std::string& displayName,
+             const std::string& description, const std::string& category);
+    Property(const Property&);
+    Property& operator=(const Property&);
+    ~Property();
+
+    const std::string& name() const { return name_; }
+    const std::string& value() const { return value_; }
+    const std::string& description() const { return description_; }
+    const std::string& category() const { return category_; }
+    // The display name has no read accessor: only print and printToDebug read it.
+
+    void setName(const std::string& v) { name_ = v; }
+    void setValue(const std::string& v) { value_ = v; }
+    void setDisplayName(const std::string& v) { displayName_ = v; }
+    void setDescription(const std::string& v) { description_ = v; }
+    void setCategory(const std::string& v) { category_ = v; }
+
+    // Rewrites `s` in place into a legal XML element name: every byte other than an ASCII letter,
+    // digit or "-" becomes two lower-case hex digits; "x" goes in front unless the result begins
+    // with a letter.
+    static void cleanForXmlElement(std::string& s);
+    // Rewrites `s` in place into text safe between XML tags: a string whose first character is not
+    // printable becomes all blanks; then & < > " ' become entities (each ampersand exactly once).
+    static void cleanForXmlText(std::string& s);
+
+    // Seven lines: the row element `tableName` (written as given) with the five cleaned fields.
+    void print(std::ostream& os, const std::string& tableName) const;
+    // Five lines to the log.
+    void printToDebug();
+
+private:
+    std::string displayName_;
+    std::string name_;
+    std::string value_;
+    std::string description_;
+    std::string category_;
+};
+
+}  // namespace vessa::target

@@ -1,0 +1,137 @@
+// One storage item of a target host: a whole device, a partition, a logical volume or a mounted file
+// system, with its exclusions (reasons it must not be tested) and its named properties.
+//
+// Ownership: an item owns its children (by value, deep-copied) and its property map. The parent link
+// is a plain, non-owning pointer, copied as is; the code that builds a tree sets both directions.
+#pragma once
+
+#include <cstdint>
+#include <list>
+#include <map>
+#include <ostream>
+#include <string>
+
+#include "target/Property.h"
+
+namespace vessa::target {
+
+class Storage {
+public:
+    // A bit mask; an item's type may combine bits. 4 is tested before 1, and 1 before the logical mask.
+    enum storageType : unsigned int {
+        noStorage = 0,
+        fileSystemStorage = 1,    // a mounted or configured file system; "targetfile.dat" is its path
+        logicalDiskStorage = 2,   // logical kinds: a partition,
+        physicalStorage = 4,      // a physical device
+        logicalVolumeStorage = 8,   // an LVM logical volume,
+        mappedDeviceStorage = 16,   // a device-mapper device
+        blockDeviceStorage = 32,  // with 4: a block device as the Linux discovery reports it (36)
+        logicalStorageMask = 26,  // 2 + 8 + 16
+        discoveredBlockDevice = 36,
+        allStorage = 31,
+    };
+
+    // Ten reasons, written in letter order A G I M P S U V W Z (not bit order) by the exclusion string.
+    typedef std::uint32_t exclusions;
+    static constexpr exclusions kBoot = 0x001;          // A
+    static constexpr exclusions kListingZ = 0x002;      // Z
+    static constexpr exclusions kReservedI = 0x004;     // I
+    static constexpr exclusions kEmpty = 0x008;         // M
+    static constexpr exclusions kPartitioned = 0x010;   // P
+    static constexpr exclusions kNoSignature = 0x020;   // G
+    static constexpr exclusions kSwap = 0x040;          // W
+    static constexpr exclusions kSystem = 0x080;        // S, never overridable
+    static constexpr exclusions kUser = 0x100;          // U
+    static constexpr exclusions kVolumeGroup = 0x200;   // V
+
+    // Constructor 1, used by the Linux discovery.
+    Storage(const storageType& type, const std::string& name, const std::string& path,
+            const unsigned long long& size, int index, const std::string& inquiry, exclusions exclusions,
+            const std::map<std::string, Property>& properties);
+    // Constructor 2, used by the legacy listing parser: the exclusions are computed from the fields.
+    Storage(const storageType& type, int index, const std::string& name, const std::string& path,
+            const unsigned long long& size, const std::string& inquiry, const std::string& fileSystem,
+            const std::string& volumeGroupName, const std::string& scsiString,
+            const std::string& exclusionText, const unsigned int& signature,
+            const unsigned int& partitionCount, bool boot, bool system, bool swap, bool flipPath);
+    Storage(const Storage& other);
+    Storage& operator=(const Storage& other);
+    ~Storage();
+
+    const std::string& name() const { return name_; }
+    const std::string& path() const { return path_; }
+    const std::string& inquiry() const { return inquiry_; }
+    unsigned long long size() const;
+    const std::string& sortName() const;
+    storageType deviceStorageType() const;
+    Storage* parent() const;
+    std::list<Storage> children() const;
+    exclusions exclusionsList() const;
+    exclusions exclusionOverrides() const;
+    const std::string& exclusionString() const { return exclusionString_; }
+    std::map<std::string, Property>& properties() { return properties_; }
+    int index() const { return index_; }
+
+    // Tree building (discovery and listing code): appends a deep copy of `child` whose parent is this.
+    void addChild(const Storage& child);
+    void setParent(Storage* parent) { parent_ = parent; }
+
+    void addProperty(const Property& p);
+    void print(std::ostream& os) const;
+    void printToDebug() const;
+    void bringDeviceOnline() {}
+
+    void setUserExclusion(bool excluded);
+    // `overrides` is taken by reference and not changed; the system exclusion is never overridden.
+    void setExclusionOverrides(exclusions& overrides);
+    void resetExclusionString();
+
+private:
+    std::list<Storage> children_;
+    exclusions exclusions_;
+    exclusions overrides_;
+    std::string exclusionString_;
+    std::map<std::string, Property> properties_;
+    int index_;
+    std::string inquiry_;
+    std::string name_;
+    Storage* parent_;
+    std::string path_;
+    unsigned long long size_;
+    std::string sortName_;
+    storageType type_;
+};
+
+// The fourteen standard property descriptions, shared by every unit that builds properties.
+struct StandardProperty {
+    const char* key;
+    const char* displayName;
+    const char* category;
+    const char* description;
+
+    // A Property with this description and the given value.
+    Property make(const std::string& value) const;
+};
+
+namespace standard {
+extern const char* const kGeneral;  // "General"
+extern const char* const kDebug;    // "Debug"
+extern const StandardProperty accessType;
+extern const StandardProperty exclusion;
+extern const StandardProperty fileSystem;
+extern const StandardProperty index;
+extern const StandardProperty inquiry;
+extern const StandardProperty label;
+extern const StandardProperty name;
+extern const StandardProperty path;
+extern const StandardProperty scsiString;
+extern const StandardProperty sectorSize;
+extern const StandardProperty serialNumber;
+extern const StandardProperty signature;
+extern const StandardProperty size;
+extern const StandardProperty volumeGroupName;
+// All fourteen, in key order.
+extern const StandardProperty* const all[14];
+}  // namespace standard
+
+}  // namespace vessa::target
