@@ -13,13 +13,20 @@ std::string asString(int code, const std::string& domain) {
     }
     if (domain == kVessa) {
         switch (code) {
-            case kNone: return "no error";
-            case kConversion: return "conversion failed";
-            case kNullHandle: return "null handle";
-            case kNotFound: return "not found";
-            case kUnsupported: return "unsupported operation";
-            case kProtocol: return "protocol error";
-            default: break;
+            case kNone:
+                return "no error";
+            case kConversion:
+                return "conversion failed";
+            case kNullHandle:
+                return "null handle";
+            case kNotFound:
+                return "not found";
+            case kUnsupported:
+                return "unsupported operation";
+            case kProtocol:
+                return "protocol error";
+            default:
+                break;
         }
     }
     return "code " + std::to_string(code);
@@ -32,11 +39,15 @@ Exception::Exception(std::string why, int code, std::string domain)
 
 Exception::~Exception() = default;
 
-const char* Exception::typeName() const noexcept { return "vessa::Exception"; }
+const char* Exception::typeName() const noexcept {
+    return "vessa::Exception";
+}
 
 SystemException::SystemException(const std::string& what, int err)
     : Exception(what + ": " + std::strerror(err), err, sal::err::kPosix) {}
 
-const char* SystemException::typeName() const noexcept { return "vessa::SystemException"; }
+const char* SystemException::typeName() const noexcept {
+    return "vessa::SystemException";
+}
 
 }  // namespace vessa

@@ -28,7 +28,7 @@ std::string asString(int code, const std::string& domain);
 }  // namespace sal::err
 
 class Exception : public std::exception {
-public:
+  public:
     explicit Exception(std::string why, int code = sal::err::kNone, std::string domain = sal::err::kVessa);
     ~Exception() override;
 
@@ -40,7 +40,7 @@ public:
     virtual const char* typeName() const noexcept;
     const char* what() const noexcept override { return why_.c_str(); }
 
-private:
+  private:
     std::string why_;
     int code_;
     std::string domain_;
@@ -48,7 +48,7 @@ private:
 
 // A system call failed: the code is the errno value, the domain "posix".
 class SystemException : public Exception {
-public:
+  public:
     SystemException(const std::string& what, int err);
     const char* typeName() const noexcept override;
 };

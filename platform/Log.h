@@ -27,7 +27,9 @@ namespace detail {
 extern std::atomic<bool> g_enabled;
 }
 
-inline bool enabled() noexcept { return detail::g_enabled.load(std::memory_order_relaxed); }
+inline bool enabled() noexcept {
+    return detail::g_enabled.load(std::memory_order_relaxed);
+}
 
 // Writes one whole line ("[unit] trace: text") under the log mutex. Does nothing when logging is off.
 void write(const char* unit, const char* trace, const std::string& text);
@@ -35,7 +37,7 @@ void write(const char* unit, const char* trace, const std::string& text);
 // Enter/exit guard of one traced function. The unit and trace texts must outlive the guard (they are
 // string literals in practice).
 class Trace {
-public:
+  public:
     Trace(const char* unit, const char* name);
     ~Trace();
     Trace(const Trace&) = delete;
@@ -44,14 +46,14 @@ public:
     const char* unit() const noexcept { return unit_; }
     const char* name() const noexcept { return name_; }
 
-private:
+  private:
     const char* unit_;
     const char* name_;
 };
 
 // Collects one line and writes it when the statement ends.
 class Line {
-public:
+  public:
     Line(const char* unit, const char* trace) : unit_(unit), trace_(trace) {}
     ~Line() { write(unit_, trace_, text_.str()); }
     Line(const Line&) = delete;
@@ -63,7 +65,7 @@ public:
         return *this;
     }
 
-private:
+  private:
     const char* unit_;
     const char* trace_;
     std::ostringstream text_;
@@ -72,8 +74,8 @@ private:
 }  // namespace vessa::log
 
 #define VESSA_TRACE(unit, name) const ::vessa::log::Trace vessa_trace_((unit), (name))
-#define VESSA_LOG_AT(unit, trace)          \
-    if (!::vessa::log::enabled()) {        \
-    } else                                 \
+#define VESSA_LOG_AT(unit, trace)   \
+    if (!::vessa::log::enabled()) { \
+    } else                          \
         ::vessa::log::Line((unit), (trace))
 #define VESSA_LOG VESSA_LOG_AT(vessa_trace_.unit(), vessa_trace_.name())

@@ -6,7 +6,7 @@
 namespace vessa::sal::fs {
 
 class Path {
-public:
+  public:
     Path() = default;
     explicit Path(std::string text) : text_(std::move(text)) {}
 
@@ -24,7 +24,7 @@ public:
 
     bool operator==(const Path& other) const { return text_ == other.text_; }
 
-private:
+  private:
     std::string text_;
 };
 

@@ -1,16 +1,20 @@
 #include "platform/Pipe.h"
 
-#include <cerrno>
 #include <fcntl.h>
 #include <unistd.h>
+#include <cerrno>
 
 #include "platform/Exception.h"
 
 namespace vessa::sal::xio {
 
-Endpoint::~Endpoint() { close(); }
+Endpoint::~Endpoint() {
+    close();
+}
 
-Endpoint::Endpoint(Endpoint&& other) noexcept : fd_(other.fd_) { other.fd_ = -1; }
+Endpoint::Endpoint(Endpoint&& other) noexcept : fd_(other.fd_) {
+    other.fd_ = -1;
+}
 
 Endpoint& Endpoint::operator=(Endpoint&& other) noexcept {
     if (this != &other) {

@@ -5,8 +5,8 @@
 // open::inherit::Enabled, which is how a child process is handed an end.
 #pragma once
 
-#include <cstddef>
 #include <sys/types.h>
+#include <cstddef>
 
 namespace vessa::sal::xio {
 
@@ -22,7 +22,7 @@ struct Spec {
 }  // namespace open
 
 class Endpoint {
-public:
+  public:
     Endpoint() = default;
     explicit Endpoint(int fd) : fd_(fd) {}
     ~Endpoint();
@@ -36,26 +36,26 @@ public:
     bool isOpen() const noexcept { return fd_ >= 0; }
     void close() noexcept;
 
-private:
+  private:
     int fd_ = -1;
 };
 
 class Pipe {
-public:
+  public:
     // Throws vessa::SystemException when the pipe cannot be made.
     Pipe(const open::Spec& readSpec = open::Spec(), const open::Spec& writeSpec = open::Spec());
 
     Endpoint& readEnd() noexcept { return read_; }
     Endpoint& writeEnd() noexcept { return write_; }
 
-private:
+  private:
     Endpoint read_;
     Endpoint write_;
 };
 
 // Byte stream over an end point that the channel does not own.
 class Channel {
-public:
+  public:
     explicit Channel(Endpoint& endpoint) : endpoint_(endpoint) {}
 
     // Reads up to `size` bytes: > 0 bytes read, 0 end of file. Retries on EINTR; throws
@@ -64,7 +64,7 @@ public:
     // Writes all of `size` bytes; throws vessa::SystemException on error.
     void write(const char* buffer, std::size_t size);
 
-private:
+  private:
     Endpoint& endpoint_;
 };
 

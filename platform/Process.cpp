@@ -1,12 +1,12 @@
 #include "platform/Process.h"
 
-#include <cerrno>
-#include <cstring>
 #include <fcntl.h>
 #include <spawn.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <cerrno>
+#include <cstring>
 #include <filesystem>
 #include <mutex>
 #include <vector>
@@ -59,13 +59,15 @@ struct Process::State {
 
 Process::Process() = default;
 
-pid_t Process::pid() const { return state_ ? state_->pid : -1; }
+pid_t Process::pid() const {
+    return state_ ? state_->pid : -1;
+}
 
 namespace {
 
 // posix_spawn file actions that are released on every path out of create().
 class FileActions {
-public:
+  public:
     FileActions() { posix_spawn_file_actions_init(&actions_); }
     ~FileActions() { posix_spawn_file_actions_destroy(&actions_); }
     posix_spawn_file_actions_t* get() { return &actions_; }
@@ -78,7 +80,7 @@ public:
         }
     }
 
-private:
+  private:
     posix_spawn_file_actions_t actions_;
 };
 
@@ -140,7 +142,8 @@ Process Process::create(const std::string& program, const std::list<std::string>
     int rc = posix_spawnp(&pid, program.c_str(), actions.get(), nullptr, argv.data(), childEnv);
     if (rc != 0) {
         throw Exception("cannot start " + program + ": " + std::strerror(rc),
-                        rc == ENOENT ? sal::err::kNotFound : rc, rc == ENOENT ? sal::err::kVessa : sal::err::kPosix);
+                        rc == ENOENT ? sal::err::kNotFound : rc,
+                        rc == ENOENT ? sal::err::kVessa : sal::err::kPosix);
     }
     Process p;
     p.state_ = std::make_shared<State>();
@@ -194,8 +197,8 @@ int runCaptured(const std::string& program, const std::list<std::string>& args, 
     launch.setStdin(LaunchProperty::Stream::Null)
         .setStdout(LaunchProperty::Stream::Null)
         .setStderr(LaunchProperty::Stream::Closed);
-    Process child =
-        Process::create(program, args, launch, true, input.readEnd().id(), true, out.writeEnd().id(), false, 0);
+    Process child = Process::create(program, args, launch, true, input.readEnd().id(), true,
+                                    out.writeEnd().id(), false, 0);
     // The child holds its own copies now; ours must go so that the output pipe ends when it exits.
     // The input's write end stays open and unwritten: the child sees neither input nor its end.
     input.readEnd().close();

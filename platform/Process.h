@@ -5,11 +5,11 @@
 // makes create() throw vessa::Exception; nothing is started then.
 #pragma once
 
+#include <sys/types.h>
 #include <list>
 #include <map>
 #include <memory>
 #include <string>
-#include <sys/types.h>
 
 namespace vessa::sal::exec {
 
@@ -40,7 +40,7 @@ struct OwnWindow {
 // How a process is launched. By default the child inherits the caller's environment and working
 // directory, and its standard input, output and error are the caller's.
 class LaunchProperty {
-public:
+  public:
     enum class Stream { Inherit, Null, Closed };
 
     LaunchProperty& set(const EnvVars& env);
@@ -64,7 +64,7 @@ public:
     Stream stdoutMode() const { return stdout_; }
     Stream stderrMode() const { return stderr_; }
 
-private:
+  private:
     bool hasEnv_ = false;
     EnvVars env_;
     std::string workdir_;
@@ -80,7 +80,7 @@ private:
 // A started child process. Copies share the process; wait() may be called from any copy and returns
 // the same status every time.
 class Process {
-public:
+  public:
     Process();
 
     // Short form: standard streams as the launch property says.
@@ -101,7 +101,7 @@ public:
     // Throws vessa::Exception on a handle that holds no process.
     int wait();
 
-private:
+  private:
     struct State;
     std::shared_ptr<State> state_;
 };

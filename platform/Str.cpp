@@ -44,7 +44,9 @@ std::string write(T value, std::ios_base::fmtflags flags) {
 
 Exception::Exception(const std::string& why) : vessa::Exception(why, sal::err::kConversion) {}
 
-const char* Exception::typeName() const noexcept { return "vessa::util::str::Exception"; }
+const char* Exception::typeName() const noexcept {
+    return "vessa::util::str::Exception";
+}
 
 std::string trim(const std::string& s) {
     std::string::size_type b = 0;
@@ -68,7 +70,9 @@ std::string toLower(const std::string& s) {
     return out;
 }
 
-void to(int& dest, const std::string& text, std::ios_base::fmtflags flags) { read(dest, text, flags); }
+void to(int& dest, const std::string& text, std::ios_base::fmtflags flags) {
+    read(dest, text, flags);
+}
 void to(unsigned int& dest, const std::string& text, std::ios_base::fmtflags flags) {
     read(dest, text, flags);
 }
@@ -95,12 +99,26 @@ void to(bool& dest, const std::string& text, std::ios_base::fmtflags flags) {
     dest = value == 1;
 }
 
-std::string from(int value, std::ios_base::fmtflags flags) { return write(value, flags); }
-std::string from(unsigned int value, std::ios_base::fmtflags flags) { return write(value, flags); }
-std::string from(long value, std::ios_base::fmtflags flags) { return write(value, flags); }
-std::string from(unsigned long value, std::ios_base::fmtflags flags) { return write(value, flags); }
-std::string from(long long value, std::ios_base::fmtflags flags) { return write(value, flags); }
-std::string from(unsigned long long value, std::ios_base::fmtflags flags) { return write(value, flags); }
-std::string from(unsigned short value, std::ios_base::fmtflags flags) { return write(value, flags); }
+std::string from(int value, std::ios_base::fmtflags flags) {
+    return write(value, flags);
+}
+std::string from(unsigned int value, std::ios_base::fmtflags flags) {
+    return write(value, flags);
+}
+std::string from(long value, std::ios_base::fmtflags flags) {
+    return write(value, flags);
+}
+std::string from(unsigned long value, std::ios_base::fmtflags flags) {
+    return write(value, flags);
+}
+std::string from(long long value, std::ios_base::fmtflags flags) {
+    return write(value, flags);
+}
+std::string from(unsigned long long value, std::ios_base::fmtflags flags) {
+    return write(value, flags);
+}
+std::string from(unsigned short value, std::ios_base::fmtflags flags) {
+    return write(value, flags);
+}
 
 }  // namespace vessa::util::str

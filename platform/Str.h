@@ -18,7 +18,7 @@
 namespace vessa::util::str {
 
 class Exception : public vessa::Exception {
-public:
+  public:
     explicit Exception(const std::string& why);
     const char* typeName() const noexcept override;
 };

@@ -14,6 +14,10 @@
 //                                          answer; absent: the ioctl failed), "scsi_address" (text
 //                                          h:c:t:l; absent: both address ioctls failed),
 //                                          "read_capacity" (block size in decimal; absent: 0)
+//                                          Two more answers about device nodes, for what stat cannot
+//                                          tell from a snapshot file: "size" (capacity in bytes) and
+//                                          "block_size" (st_blksize); when "size" is present, the node
+//                                          /dev/<name> is a block device of that capacity.
 //   R/dev/<name> non-empty                 the device node can be read (the mount-table read test)
 //   R/etc/hostname                         the machine's name (first line)
 //
@@ -60,13 +64,13 @@ struct FsStatus {
 
 // One SCSI command's outcome as the SG_IO ioctl reports it.
 struct IoctlResult {
-    int rc = -1;      // the ioctl's return value
-    int err = 0;      // errno after the call
+    int rc = -1;  // the ioctl's return value
+    int err = 0;  // errno after the call
     std::vector<std::uint8_t> data;
 };
 
 class View {
-public:
+  public:
     virtual ~View();
 
     // "/" when live.
@@ -75,7 +79,8 @@ public:
 
     // Whole content of a file; false when it cannot be opened.
     virtual bool readFile(const std::string& path, std::string& content) = 0;
-    // Entries of a directory, without "." and "..", in the order the directory gives them.
+    // Entries of a directory, without "." and "..", sorted by name (byte order) so that a live run and
+    // the replay of its capture see the same order.
     virtual bool listDirectory(const std::string& path, std::vector<DirEntry>& entries) = 0;
     // stat() of a path (following links); false when it does not exist.
     virtual bool status(const std::string& path, FileStatus& st) = 0;
@@ -104,6 +109,8 @@ public:
     virtual unsigned int readCapacityBlockSize(const std::string& device, bool sixteen) = 0;
 };
 
+// Symbolic links inside a snapshot are followed under its root: an absolute target /x means R/x.
+
 // The view in use (live "/" until changed).
 View& current();
 // Replay the snapshot at `root`; "/" means live.
@@ -116,5 +123,11 @@ void install(std::unique_ptr<View> view);
 std::string commandFileName(const std::string& program, const std::list<std::string>& args);
 // The recording name of a device's ioctl answer: kernel name with "/" -> "!", "." and the query.
 std::string ioctlFileName(const std::string& device, const std::string& query);
+// The kernel name of a device given by name or path: a leading "/dev/" removed.
+std::string kernelName(const std::string& device);
+
+// The two standard views.
+std::unique_ptr<View> makeLiveView();
+std::unique_ptr<View> makeReplayView(const std::string& root);
 
 }  // namespace vessa::sal::sys

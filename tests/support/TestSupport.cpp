@@ -9,9 +9,13 @@
 
 namespace vessa::test {
 
-LogCapture::LogCapture() { vessa::log::setStream(&out_); }
+LogCapture::LogCapture() {
+    vessa::log::setStream(&out_);
+}
 
-LogCapture::~LogCapture() { vessa::log::setStream(nullptr); }
+LogCapture::~LogCapture() {
+    vessa::log::setStream(nullptr);
+}
 
 std::vector<std::string> LogCapture::lines() const {
     std::vector<std::string> result;

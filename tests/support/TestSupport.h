@@ -9,7 +9,7 @@ namespace vessa::test {
 
 // Sets an in-memory log stream for its lifetime and restores "no stream" afterwards.
 class LogCapture {
-public:
+  public:
     LogCapture();
     ~LogCapture();
     LogCapture(const LogCapture&) = delete;
@@ -23,13 +23,13 @@ public:
     bool hasMessage(const std::string& message) const;
     void clear() { out_.str(""); }
 
-private:
+  private:
     std::ostringstream out_;
 };
 
 // A fresh directory under the system's temporary directory, removed with everything in it.
 class TempDir {
-public:
+  public:
     TempDir();
     ~TempDir();
     TempDir(const TempDir&) = delete;
@@ -39,7 +39,7 @@ public:
     // Writes `content` to path()/relative, creating the directories on the way; returns the full path.
     std::string write(const std::string& relative, const std::string& content) const;
 
-private:
+  private:
     std::string path_;
 };
 

@@ -10,7 +10,8 @@ using namespace vessa::sal;
 
 TEST(Process, RunCapturedDeliversLargeOutputWholeAndTheExitStatus) {
     std::string out = "kept:";
-    int status = exec::runCaptured("/bin/sh", {"-c", "i=0; while [ $i -lt 500 ]; do echo line$i; i=$((i+1)); done; exit 3"}, out);
+    int status = exec::runCaptured(
+        "/bin/sh", {"-c", "i=0; while [ $i -lt 500 ]; do echo line$i; i=$((i+1)); done; exit 3"}, out);
     EXPECT_EQ(status, 3);
     std::string expected = "kept:";
     for (int i = 0; i < 500; ++i) {
@@ -24,7 +25,9 @@ TEST(Process, ChildSeesNoInputAndNoErrorStream) {
     std::string out;
     // `read` would block forever on end of input only if the input were closed; with an open, unwritten
     // pipe it blocks too, so the child checks instead that its input is a pipe and stderr is not ours.
-    EXPECT_EQ(exec::runCaptured("/bin/sh", {"-c", "[ -p /dev/stdin ] && echo pipe; echo err >&2; echo done"}, out), 0);
+    EXPECT_EQ(
+        exec::runCaptured("/bin/sh", {"-c", "[ -p /dev/stdin ] && echo pipe; echo err >&2; echo done"}, out),
+        0);
     EXPECT_EQ(out, "pipe\ndone\n");
 }
 
@@ -42,9 +45,10 @@ TEST(Process, LaunchPropertyEnvironmentAndWorkingDirectory) {
     vessa::test::TempDir dir;
     xio::Pipe out;
     exec::LaunchProperty launch;
-    launch.set(exec::EnvVars(std::map<std::string, std::string>{{"ONLY", "this"}})).set(exec::WorkingDirectory(dir.path() + "/new/sub", true));
-    exec::Process p = exec::Process::create("/bin/sh", {"-c", "echo \"$ONLY:$HOME:$(pwd)\""}, launch, false, -1, true,
-                                            out.writeEnd().id(), false, -1);
+    launch.set(exec::EnvVars(std::map<std::string, std::string>{{"ONLY", "this"}}))
+        .set(exec::WorkingDirectory(dir.path() + "/new/sub", true));
+    exec::Process p = exec::Process::create("/bin/sh", {"-c", "echo \"$ONLY:$HOME:$(pwd)\""}, launch, false,
+                                            -1, true, out.writeEnd().id(), false, -1);
     out.writeEnd().close();
     std::string text;
     char buf[256];

@@ -47,7 +47,8 @@ TEST(Str, BoolIsReadAsZeroOrOne) {
     const struct {
         const char* text;
         const char* outcome;
-    } cases[] = {{"0", "false"}, {"1", "true"}, {" 1 ", "true"}, {"2", "fail"}, {"true", "fail"}, {"-1", "fail"}};
+    } cases[] = {{"0", "false"}, {"1", "true"},    {" 1 ", "true"},
+                 {"2", "fail"},  {"true", "fail"}, {"-1", "fail"}};
     for (const auto& c : cases) {
         bool b = false;
         std::string outcome;

@@ -1,0 +1,23 @@
+// File operations on real paths of this machine, shared by the live view (paths as given) and the
+// replay view (paths under a snapshot root). Nothing here knows about snapshots.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "platform/SystemView.h"
+
+namespace vessa::sal::posix {
+
+bool readWhole(const std::string& realPath, std::string& content);
+// Entries without "." and "..", sorted by name.
+bool listDirectory(const std::string& realPath, std::vector<sys::DirEntry>& entries);
+// stat() following links; a block device's size is its capacity (BLKGETSIZE64).
+bool status(const std::string& realPath, sys::FileStatus& st);
+bool readLink(const std::string& realPath, std::string& target, std::size_t limit);
+bool fsStatus(const std::string& realPath, sys::FsStatus& st);
+// Opens with fopen64 in the mode "rw" (read, as the C library takes it) and reads a first line of up
+// to 4096 bytes.
+bool firstLineReadable(const std::string& realPath);
+
+}  // namespace vessa::sal::posix

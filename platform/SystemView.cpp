@@ -1,0 +1,81 @@
+#include "platform/SystemView.h"
+
+#include <mutex>
+
+namespace vessa::sal::sys {
+
+View::~View() = default;
+
+namespace {
+
+// The view and the lock that guards swapping it. Discovery holds a reference for the length of one
+// call only, so a view is replaced between runs, never during one.
+std::mutex& viewMutex() {
+    static std::mutex m;
+    return m;
+}
+
+std::unique_ptr<View>& slot() {
+    static std::unique_ptr<View> view;
+    return view;
+}
+
+std::string escapeForFileName(const std::string& text) {
+    std::string out;
+    out.reserve(text.size());
+    for (char c : text) {
+        if (c == '%') {
+            out += "%25";
+        } else if (c == '/') {
+            out += "%2F";
+        } else {
+            out += c;
+        }
+    }
+    return out;
+}
+
+}  // namespace
+
+View& current() {
+    std::lock_guard<std::mutex> lock(viewMutex());
+    std::unique_ptr<View>& view = slot();
+    if (!view) {
+        view = makeLiveView();
+    }
+    return *view;
+}
+
+void useRoot(const std::string& root) {
+    install(root.empty() || root == "/" ? makeLiveView() : makeReplayView(root));
+}
+
+void install(std::unique_ptr<View> view) {
+    std::lock_guard<std::mutex> lock(viewMutex());
+    slot() = std::move(view);
+}
+
+std::string commandFileName(const std::string& program, const std::list<std::string>& args) {
+    std::string line = program;
+    for (const std::string& a : args) {
+        line += ' ';
+        line += a;
+    }
+    return escapeForFileName(line);
+}
+
+std::string kernelName(const std::string& device) {
+    return device.compare(0, 5, "/dev/") == 0 ? device.substr(5) : device;
+}
+
+std::string ioctlFileName(const std::string& device, const std::string& query) {
+    std::string name = kernelName(device);
+    for (char& c : name) {
+        if (c == '/') {
+            c = '!';
+        }
+    }
+    return name + "." + query;
+}
+
+}  // namespace vessa::sal::sys
