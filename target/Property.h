@@ -8,7 +8,7 @@
 namespace vessa::target {
 
 class Property {
-public:
+  public:
     // Note the argument order (name, value, display name, description, category): it differs from the
     // field order on purpose, and every caller passes its arguments in this order.
     Property(const std::string& name, const std::string& value, const std::string& displayName,
@@ -42,7 +42,7 @@ public:
     // Five lines to the log.
     void printToDebug();
 
-private:
+  private:
     std::string displayName_;
     std::string name_;
     std::string value_;

@@ -16,33 +16,33 @@
 namespace vessa::target {
 
 class Storage {
-public:
+  public:
     // A bit mask; an item's type may combine bits. 4 is tested before 1, and 1 before the logical mask.
     enum storageType : unsigned int {
         noStorage = 0,
-        fileSystemStorage = 1,    // a mounted or configured file system; "targetfile.dat" is its path
-        logicalDiskStorage = 2,   // logical kinds: a partition,
-        physicalStorage = 4,      // a physical device
-        logicalVolumeStorage = 8,   // an LVM logical volume,
-        mappedDeviceStorage = 16,   // a device-mapper device
-        blockDeviceStorage = 32,  // with 4: a block device as the Linux discovery reports it (36)
-        logicalStorageMask = 26,  // 2 + 8 + 16
+        fileSystemStorage = 1,     // a mounted or configured file system; "targetfile.dat" is its path
+        logicalDiskStorage = 2,    // logical kinds: a partition,
+        physicalStorage = 4,       // a physical device
+        logicalVolumeStorage = 8,  // an LVM logical volume,
+        mappedDeviceStorage = 16,  // a device-mapper device
+        blockDeviceStorage = 32,   // with 4: a block device as the Linux discovery reports it (36)
+        logicalStorageMask = 26,   // 2 + 8 + 16
         discoveredBlockDevice = 36,
         allStorage = 31,
     };
 
     // Ten reasons, written in letter order A G I M P S U V W Z (not bit order) by the exclusion string.
     typedef std::uint32_t exclusions;
-    static constexpr exclusions kBoot = 0x001;          // A
-    static constexpr exclusions kListingZ = 0x002;      // Z
-    static constexpr exclusions kReservedI = 0x004;     // I
-    static constexpr exclusions kEmpty = 0x008;         // M
-    static constexpr exclusions kPartitioned = 0x010;   // P
-    static constexpr exclusions kNoSignature = 0x020;   // G
-    static constexpr exclusions kSwap = 0x040;          // W
-    static constexpr exclusions kSystem = 0x080;        // S, never overridable
-    static constexpr exclusions kUser = 0x100;          // U
-    static constexpr exclusions kVolumeGroup = 0x200;   // V
+    static constexpr exclusions kBoot = 0x001;         // A
+    static constexpr exclusions kListingZ = 0x002;     // Z
+    static constexpr exclusions kReservedI = 0x004;    // I
+    static constexpr exclusions kEmpty = 0x008;        // M
+    static constexpr exclusions kPartitioned = 0x010;  // P
+    static constexpr exclusions kNoSignature = 0x020;  // G
+    static constexpr exclusions kSwap = 0x040;         // W
+    static constexpr exclusions kSystem = 0x080;       // S, never overridable
+    static constexpr exclusions kUser = 0x100;         // U
+    static constexpr exclusions kVolumeGroup = 0x200;  // V
 
     // Constructor 1, used by the Linux discovery.
     Storage(const storageType& type, const std::string& name, const std::string& path,
@@ -86,7 +86,7 @@ public:
     void setExclusionOverrides(exclusions& overrides);
     void resetExclusionString();
 
-private:
+  private:
     std::list<Storage> children_;
     exclusions exclusions_;
     exclusions overrides_;
