@@ -1,15 +1,31 @@
 // The live system view: this machine, root "/".
 #include <unistd.h>
-#include <cerrno>
 
 #include "platform/Exception.h"
 #include "platform/PosixFiles.h"
 #include "platform/Process.h"
+#include "platform/Scsi.h"
 #include "platform/SystemView.h"
 
 namespace vessa::sal::sys {
 
 namespace {
+
+constexpr unsigned int kCapacityTimeoutSeconds = 5;
+
+// A device opened for one query and closed after it. A failed open leaves -1, which makes the
+// ioctl that follows fail the way a device that does not answer would.
+struct Device {
+    explicit Device(const std::string& name) : fd(scsi::openDevice(name)) {}
+    ~Device() {
+        if (fd >= 0) {
+            ::close(fd);
+        }
+    }
+    Device(const Device&) = delete;
+    Device& operator=(const Device&) = delete;
+    int fd;
+};
 
 class LiveView : public View {
   public:
@@ -46,13 +62,34 @@ class LiveView : public View {
         }
     }
 
-    IoctlResult scsiInquiry(const std::string& /*device*/, unsigned int /*timeoutSeconds*/) override {
-        IoctlResult r;
-        r.err = ENOTTY;
-        return r;
+    IoctlResult scsiInquiry(const std::string& device, unsigned int timeoutSeconds) override {
+        Device d(device);
+        const auto command = scsi::inquiryCommand();
+        return scsi::readFromDevice(d.fd, command.data(), command.size(), scsi::kInquiryLength,
+                                    timeoutSeconds);
     }
-    std::string scsiAddress(const std::string& /*device*/) override { return ""; }
-    unsigned int readCapacityBlockSize(const std::string& /*device*/, bool /*sixteen*/) override { return 0; }
+
+    ScsiAddressResult scsiAddress(const std::string& device) override {
+        Device d(device);
+        return scsi::address(d.fd);
+    }
+
+    unsigned int readCapacityBlockSize(const std::string& device, bool sixteen) override {
+        Device d(device);
+        if (d.fd < 0) {
+            return 0;
+        }
+        if (sixteen) {
+            const auto command = scsi::readCapacity16Command();
+            IoctlResult r = scsi::readFromDevice(d.fd, command.data(), command.size(),
+                                                 scsi::kReadCapacity16Length, kCapacityTimeoutSeconds);
+            return r.rc < 0 ? 0 : scsi::readCapacity16BlockSize(r.data);
+        }
+        const auto command = scsi::readCapacity10Command();
+        IoctlResult r = scsi::readFromDevice(d.fd, command.data(), command.size(),
+                                             scsi::kReadCapacity10Length, kCapacityTimeoutSeconds);
+        return r.rc < 0 ? 0 : scsi::readCapacity10BlockSize(r.data);
+    }
 
   private:
     std::string root_ = "/";

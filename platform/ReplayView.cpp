@@ -114,9 +114,16 @@ class ReplayView : public View {
         return r;
     }
 
-    std::string scsiAddress(const std::string& device) override {
+    ScsiAddressResult scsiAddress(const std::string& device) override {
+        ScsiAddressResult r;
         std::string text;
-        return recording("scsi_address", device, text) ? str::trim(text) : "";
+        if (recording("scsi_address", device, text) && !str::trim(text).empty()) {
+            r.source = ScsiAddressResult::ScsiId;
+            r.address = str::trim(text);
+        } else {
+            r.scsiIdErrno = ENOTTY;
+        }
+        return r;
     }
 
     unsigned int readCapacityBlockSize(const std::string& device, bool /*sixteen*/) override {

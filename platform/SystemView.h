@@ -69,6 +69,14 @@ struct IoctlResult {
     std::vector<std::uint8_t> data;
 };
 
+// Which of the two address queries answered, and the address they gave.
+struct ScsiAddressResult {
+    enum Source { None = 0, ScsiId, IdLun };
+    Source source = None;
+    int scsiIdErrno = 0;  // errno of the failed SG_GET_SCSI_ID (when source is not ScsiId)
+    std::string address;  // "h:c:t:l", empty when source is None
+};
+
 class View {
   public:
     virtual ~View();
@@ -103,8 +111,8 @@ class View {
     // SCSI commands on a device given by kernel name (sda, cciss/c0d0) or path (/dev/sda).
     // INQUIRY: the data buffer (96 bytes live) with the ioctl's return value and errno.
     virtual IoctlResult scsiInquiry(const std::string& device, unsigned int timeoutSeconds) = 0;
-    // "h:c:t:l", or "" when both address ioctls fail.
-    virtual std::string scsiAddress(const std::string& device) = 0;
+    // SG_GET_SCSI_ID, else SCSI_IOCTL_GET_IDLUN. A replayed address counts as an SG_GET_SCSI_ID answer.
+    virtual ScsiAddressResult scsiAddress(const std::string& device) = 0;
     // Block size from READ CAPACITY(10) (sixteen false) or (16); 0 when the device does not answer.
     virtual unsigned int readCapacityBlockSize(const std::string& device, bool sixteen) = 0;
 };

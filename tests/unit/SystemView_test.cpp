@@ -106,8 +106,9 @@ TEST_F(Replay, IoctlAnswersAndDeviceFacts) {
     r = view->scsiInquiry("sdb", 1);
     EXPECT_LT(r.rc, 0);
     EXPECT_NE(r.err, 0);
-    EXPECT_EQ(view->scsiAddress("sda"), "2:0:1:0");
-    EXPECT_EQ(view->scsiAddress("sdb"), "");
+    EXPECT_EQ(view->scsiAddress("sda").address, "2:0:1:0");
+    EXPECT_EQ(view->scsiAddress("sda").source, sys::ScsiAddressResult::ScsiId);
+    EXPECT_EQ(view->scsiAddress("sdb").source, sys::ScsiAddressResult::None);
     EXPECT_EQ(view->readCapacityBlockSize("cciss/c0d0", false), 512u);
     EXPECT_EQ(view->readCapacityBlockSize("sda", true), 0u);
 

@@ -1,0 +1,69 @@
+#include "lin/common.h"
+
+#include <cstring>
+#include <exception>
+
+#include "platform/Log.h"
+#include "platform/Scsi.h"
+#include "platform/SystemView.h"
+
+namespace vessa::target::lin {
+
+namespace {
+constexpr const char* kUnit = "lin/common.cpp";
+}
+
+int quickRun(const std::string& program, const std::list<std::string>& args, std::string& output) {
+    VESSA_TRACE(kUnit, "quickRun");
+    try {
+        // The view starts the child with an open, never-written input pipe, its output on a second
+        // pipe and no error stream, and reads the output to its end (or answers from a recording).
+        VESSA_LOG << "Opening pipes";
+        VESSA_LOG << "Executing " << program;
+        int status = 0;
+        std::string text;
+        if (!sal::sys::current().run(program, args, text, status)) {
+            VESSA_LOG << "Failure, returning";
+            return 255;
+        }
+        VESSA_LOG << "Reading output";
+        output += text;
+        return status;
+    } catch (const std::exception&) {
+        VESSA_LOG << "Failure, returning";
+        return 255;
+    }
+}
+
+int openDevice(const std::string& device) {
+    return sal::scsi::openDevice(device);
+}
+
+void getInquiry(const std::string& device, std::string& inquiry, unsigned int timeoutSeconds) {
+    VESSA_TRACE(kUnit, "getInquiry");
+    sal::sys::IoctlResult r = sal::sys::current().scsiInquiry(device, timeoutSeconds);
+    VESSA_LOG << "SGIO IOCTL returned " << r.rc << " errno=" << r.err;
+    inquiry = sal::scsi::inquiryText(r.data);
+    VESSA_LOG << "Inquiry: \"" << inquiry << "\"";
+}
+
+void getScsiAddress(const std::string& device, std::string& address) {
+    VESSA_TRACE(kUnit, "getScsiAddress");
+    sal::sys::ScsiAddressResult r = sal::sys::current().scsiAddress(device);
+    if (r.source == sal::sys::ScsiAddressResult::ScsiId) {
+        VESSA_LOG << "SG_GET_SCSI_ID succeeded!";
+        address = r.address;
+        VESSA_LOG << "SCSI Address: " << address;
+        return;
+    }
+    VESSA_LOG << "SG_GET_SCSI_ID returned " << std::strerror(r.scsiIdErrno);
+    if (r.source == sal::sys::ScsiAddressResult::None) {
+        address = "None";
+        return;
+    }
+    VESSA_LOG << "IOCTL succeeded!";
+    address = r.address;
+    VESSA_LOG << "SCSI Address: " << address;
+}
+
+}  // namespace vessa::target::lin

@@ -1,0 +1,24 @@
+// What the discovery readers share: running a local tool with its output captured, and the two SCSI
+// questions asked of a block device. All three act on the machine the system view shows.
+#pragma once
+
+#include <list>
+#include <string>
+
+namespace vessa::target::lin {
+
+// Runs `program` with `args` (the program itself not included), appends its standard output to
+// `output` and returns its exit status; 255 when the program could not be started or anything failed.
+int quickRun(const std::string& program, const std::list<std::string>& args, std::string& output);
+
+// Opens a device ("sdc" and "/dev/sdc" alike) for the SCSI queries; negative on failure.
+int openDevice(const std::string& device);
+
+// The device's 28-character vendor/product/revision text from a standard INQUIRY, untrimmed; 28
+// blanks when the device does not answer.
+void getInquiry(const std::string& device, std::string& inquiry, unsigned int timeoutSeconds);
+
+// "host:channel:id:lun", or "None".
+void getScsiAddress(const std::string& device, std::string& address);
+
+}  // namespace vessa::target::lin

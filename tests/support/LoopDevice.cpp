@@ -1,0 +1,66 @@
+#include "support/LoopDevice.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <sstream>
+#include <vector>
+
+#include "platform/Process.h"
+#include "platform/Str.h"
+
+namespace vessa::test {
+
+bool runningAsRoot() {
+    return ::geteuid() == 0;
+}
+
+int run(const std::string& commandLine, std::string* output) {
+    std::istringstream words(commandLine);
+    std::list<std::string> args;
+    std::string program;
+    words >> program;
+    for (std::string w; words >> w;) {
+        args.push_back(w);
+    }
+    std::string out;
+    try {
+        int status = vessa::sal::exec::runCaptured(program, args, out);
+        if (output != nullptr) {
+            *output = out;
+        }
+        return status;
+    } catch (const std::exception&) {
+        return -1;
+    }
+}
+
+LoopDevice::LoopDevice(unsigned long long bytes) {
+    char templ[] = "/tmp/vessa-loop-XXXXXX";
+    int fd = ::mkstemp(templ);
+    if (fd < 0) {
+        return;
+    }
+    file_ = templ;
+    int rc = ::ftruncate(fd, static_cast<off_t>(bytes));
+    ::close(fd);
+    if (rc != 0) {
+        return;
+    }
+    std::string out;
+    if (run("losetup --find --show " + file_, &out) == 0) {
+        device_ = vessa::util::str::trim(out);
+    }
+}
+
+LoopDevice::~LoopDevice() {
+    if (!device_.empty()) {
+        run("losetup -d " + device_);
+    }
+    if (!file_.empty()) {
+        ::unlink(file_.c_str());
+    }
+}
+
+}  // namespace vessa::test
