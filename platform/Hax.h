@@ -1,0 +1,113 @@
+// The host-agent client (vessa::hax): how the controller names the hosts that run the suite's agent,
+// and asks them for environment values, directory listings, files and processes.
+//
+// The local machine is served by local calls through the system view. Every other host is reached
+// through a Transport; with none configured, any operation on a remote host throws vessa::Exception
+// naming the host and the operation.
+//
+// Identity: "127.0.0.1", "localhost", the machine's own name (the system view's host name) and every
+// address of its interfaces name one host, whose identity is "127.0.0.1". Any other name resolves to
+// its numerical address, which is its identity.
+//
+// Hosts are cached by lower-cased name for the life of the process (the agent client's host table,
+// shared by every caller, guarded by one mutex).
+#pragma once
+
+#include <list>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "platform/Net.h"
+
+namespace vessa::hax {
+
+class FSItem {
+  public:
+    enum typecode { any = 0, file = 1, directory = 2, link = 3, device = 4, other = 5 };
+
+    FSItem() = default;
+    FSItem(std::string name, typecode type) : name_(std::move(name)), type_(type) {}
+    const std::string& name() const { return name_; }
+    typecode type() const { return type_; }
+
+  private:
+    std::string name_;
+    typecode type_ = any;
+};
+
+// A process that the agent runs for the controller.
+class Process {
+  public:
+    Process() = default;
+    Process(int pid, std::string program) : pid_(pid), program_(std::move(program)) {}
+    int pid() const { return pid_; }
+    const std::string& program() const { return program_; }
+
+  private:
+    int pid_ = -1;
+    std::string program_;
+};
+
+// How a remote host's agent is asked. Implementations throw vessa::Exception on failure.
+class Transport {
+  public:
+    virtual ~Transport();
+    virtual std::string envValueOf(const std::string& address, const std::string& name) = 0;
+    virtual int listDirectory(const std::string& address, const std::string& directory,
+                              std::list<FSItem>& items) = 0;
+    virtual void putFSItem(const std::string& address, const std::string& local,
+                           const std::string& remote) = 0;
+    virtual void getFSItem(const std::string& address, const std::string& remote,
+                           const std::string& local) = 0;
+    virtual void deleteFSItem(const std::string& address, const std::string& path) = 0;
+};
+
+// Uses `transport` for every remote host from now on (nullptr: none).
+void setTransport(std::shared_ptr<Transport> transport);
+// Forgets every cached host (tests, and a controller that changes its view of the machine).
+void clearHostCache();
+
+// A reference-counted handle: copies share one host.
+class Host {
+  public:
+    Host();
+
+    // The host of that name, made and cached on first use. `mustAnswer` asks that a remote host be
+    // reachable now: with no transport configured it throws instead of naming the host only.
+    static Host named(const std::string& name, bool mustAnswer);
+    // The cached host of that name; throws vessa::Exception when there is none.
+    static Host fromCache(const std::string& name);
+    // Appends every known host (the cache), in the order they were first named.
+    static int fill(std::list<Host>& hosts);
+
+    bool valid() const { return static_cast<bool>(impl_); }
+    // Each of these throws vessa::Exception (null handle) on a handle that holds no host.
+    const std::string& id() const;
+    const std::string& name() const;
+    const sal::io::AINETAddress& address() const;
+    const std::vector<std::string>& addressList() const;
+    bool isLocal() const;
+
+    std::string envValueOf(const std::string& name) const;
+    int fill(const std::string& directory, std::list<FSItem>& items) const;
+    void putFSItem(const std::string& local, const std::string& remote) const;
+    void getFSItem(const std::string& remote, const std::string& local) const;
+    void deleteFSItem(const std::string& path) const;
+
+    // Processes the agent runs for the controller on this host: start one, list them, end them
+    // politely (SIGTERM) or forcibly (SIGKILL). Remote hosts have none.
+    Process launch(const std::string& program, const std::list<std::string>& args) const;
+    int fill(std::list<Process>& processes) const;
+    void quitAllProcesses() const;
+    void killAllProcesses() const;
+
+    struct Impl;  // opaque; shared by every copy of the handle
+
+  private:
+    explicit Host(std::shared_ptr<Impl> impl) : impl_(std::move(impl)) {}
+    const Impl& impl() const;
+    std::shared_ptr<Impl> impl_;
+};
+
+}  // namespace vessa::hax

@@ -1,0 +1,179 @@
+#include "target/Host.h"
+
+#include <new>
+
+#include "platform/Exception.h"
+#include "platform/Log.h"
+#include "platform/Str.h"
+
+namespace vessa::target {
+
+namespace {
+
+constexpr const char* kUnit = "Host";
+
+bool isSeparator(char c) {
+    return c == '/' || c == '\\';
+}
+
+}  // namespace
+
+Host::Host(const vessa::hax::Host& agentHost) : agent_(agentHost) {
+    refreshHostInfo();
+}
+
+Host::Host(const Host& other)
+    : agent_(other.agent_),
+      license_(other.license_),
+      toolsVersion_(other.toolsVersion_),
+      installDir_(other.installDir_),
+      buildOs_(other.buildOs_),
+      buildCpu_(other.buildCpu_),
+      osName_(other.osName_),
+      osVersion_(other.osVersion_),
+      osBits_(other.osBits_),
+      cpuName_(other.cpuName_),
+      cpuCount_(other.cpuCount_),
+      extendedInfo_(other.extendedInfo_),
+      storage_(other.storage_) {}
+
+Host& Host::operator=(const Host& other) {
+    if (this != &other) {
+        // The target's own items go with it (the destructor runs in place); the source's are then
+        // shared, as a copy shares them.
+        this->~Host();
+        new (this) Host(other);
+    }
+    return *this;
+}
+
+Host::~Host() {
+    releaseStorage();
+}
+
+void Host::releaseStorage() {
+    VESSA_LOG_AT(kUnit, "Host::~Host")
+        << "Descructing all storage items on " << (agent_.valid() ? agent_.name() : "");
+    for (Storage* s : storage_) {
+        delete s;
+    }
+    storage_.clear();
+}
+
+Host* Host::named(const std::string& name, bool flag) {
+    return new Host(vessa::hax::Host::named(name, flag));
+}
+
+Host Host::fromCache(const std::string& name) {
+    return Host(vessa::hax::Host::fromCache(name));
+}
+
+int Host::fill(std::list<Host*>& hostList) {
+    VESSA_TRACE(kUnit, "Host::fill(List& hostList)");
+    std::list<vessa::hax::Host> known;
+    vessa::hax::Host::fill(known);
+    for (const vessa::hax::Host& h : known) {
+        hostList.push_back(new Host(h));
+    }
+    return static_cast<int>(hostList.size());
+}
+
+bool Host::exists(const std::string& name) {
+    VESSA_TRACE(kUnit, "Host::exists(List& hostList)");
+    std::list<vessa::hax::Host> known;
+    vessa::hax::Host::fill(known);
+    const std::string wanted = util::str::toLower(name);
+    for (const vessa::hax::Host& h : known) {
+        if (util::str::toLower(h.name()) == wanted || h.address().text() == wanted) {
+            return true;
+        }
+        for (const std::string& a : h.addressList()) {
+            if (a == wanted) {
+                return true;
+            }
+        }
+    }
+    return false;
+}
+
+int Host::fill(const std::string& directory, std::list<vessa::hax::FSItem>& items) {
+    try {
+        return agent_.fill(directory, items);
+    } catch (const vessa::Exception&) {
+        return 0;
+    } catch (const std::exception&) {
+        return 0;
+    }
+}
+
+bool Host::existsFSItem(const std::string& path, vessa::hax::FSItem::typecode type) {
+    std::string::size_type end = path.size();
+    while (end > 0 && isSeparator(path[end - 1])) {
+        --end;
+    }
+    std::string::size_type cut = end;
+    while (cut > 0 && !isSeparator(path[cut - 1])) {
+        --cut;
+    }
+    // Without any separator the whole path is the directory and the item name is empty.
+    const std::string directory = cut == 0 ? path.substr(0, end) : path.substr(0, cut - 1);
+    std::string item = util::str::toLower(path.substr(cut == 0 ? end : cut - 1));
+    while (!item.empty() && isSeparator(item.back())) {
+        item.pop_back();
+    }
+    std::string::size_type lead = 0;
+    while (lead < item.size() && isSeparator(item[lead])) {
+        ++lead;
+    }
+    item.erase(0, lead);
+
+    std::list<vessa::hax::FSItem> items;
+    fill(directory, items);
+    for (const vessa::hax::FSItem& i : items) {
+        if (util::str::toLower(i.name()) == item && (type == vessa::hax::FSItem::any || i.type() == type)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+int Host::getExtendedInfo(std::list<Property>& /*info*/) const {
+    return 0;
+}
+
+void Host::setLoggingStream(std::ostream& stream) {
+    vessa::log::setStream(&stream);
+}
+
+void Host::refreshHostInfo() {
+    VESSA_TRACE(kUnit, "Host::refreshHostInfo");
+    const std::list<std::string> args = {"--host", agent_.address().text(), "--exec", "vessa.shed.env",
+                                         "--no-lm"};
+    VESSA_LOG << "Executing vessa.shed.env on " << agent_.name();
+    std::string output;
+    if (quickExec("pelo", args, output) != 0) {
+        VESSA_LOG << "Execution failed";
+        return;
+    }
+    VESSA_LOG << "Parsing output";
+    std::string* const members[] = {&toolsVersion_, &installDir_, &buildOs_, &buildCpu_, &osName_,
+                                    &osVersion_,    &osBits_,     &cpuName_, &cpuCount_};
+    static const char* const keys[] = {"vltt.version", "vltt.installdir", "build.os", "build.cpu", "os.name",
+                                       "os.version",   "os.bits",         "cpu.name", "cpu.count"};
+    std::istringstream in(output);
+    for (std::string line; std::getline(in, line);) {
+        const std::string::size_type eq = line.find('=');
+        const std::string key = line.substr(0, eq);
+        const std::string value = eq == std::string::npos ? "" : line.substr(eq + 1);
+        VESSA_LOG << "Setting " << key << " = " << value;
+        for (std::size_t k = 0; k < 9; ++k) {
+            if (key == keys[k]) {
+                *members[k] = util::str::trim(value);
+                break;
+            }
+        }
+    }
+    VESSA_LOG << "Finished parsing output.";
+}
+
+}  // namespace vessa::target

@@ -1,0 +1,140 @@
+// One target host as the controller sees it: its agent identity, its description (read from the
+// suite's environment tool at construction), the storage items found on it, and the means to run
+// programs there.
+//
+// Ownership: a Host owns the Storage items of its storage list and deletes them when destroyed. A copy
+// (or an assignment) shares those items with its source as plain pointers: only one of the two may be
+// destroyed while holding them, so code that copies a Host with storage clears one side's list first.
+//
+// Threads: a Host is not locked. queryDevices() fills the storage list on a worker thread; the caller
+// waits for that thread before it touches the host again.
+#pragma once
+
+#include <iosfwd>
+#include <list>
+#include <map>
+#include <sstream>
+#include <string>
+#include <utility>
+
+#include "platform/Hax.h"
+#include "platform/Pipe.h"
+#include "platform/Process.h"
+#include "platform/Thread.h"
+#include "target/LicenseInfo.h"
+#include "target/Property.h"
+#include "target/Storage.h"
+
+namespace vessa::target {
+
+class Host {
+  public:
+    // Progress: a percentage and a message; null means no reports.
+    typedef void (*callback)(int, std::string);
+    typedef std::pair<Storage::storageType, std::list<std::string>> Request;
+    // Local discovery, registered by the Linux discovery unit: appends the local machine's storage to
+    // the host's list and returns the list's size.
+    typedef unsigned int (*LocalDiscovery)(Host* host, Storage::storageType type,
+                                           const std::list<std::string>& arguments);
+
+    // Copies the handle and asks the host for its description at once (refreshHostInfo).
+    explicit Host(const vessa::hax::Host& agentHost);
+    Host(const Host& other);
+    Host& operator=(const Host& other);
+    ~Host();
+
+    // A new heap Host for the agent host of that name; the caller owns it.
+    static Host* named(const std::string& name, bool flag);
+    static Host fromCache(const std::string& name);
+    // Appends a new heap Host for every host the agent knows; returns hostList's size.
+    static int fill(std::list<Host*>& hostList);
+    static bool exists(const std::string& name);
+
+    const std::string& id() const { return agent_.id(); }
+    const std::string& name() const { return agent_.name(); }
+    const sal::io::AINETAddress& address() const { return agent_.address(); }
+    const std::vector<std::string>& addressList() const { return agent_.addressList(); }
+    const std::string& toolsVersion() const { return toolsVersion_; }
+    const std::string& installDir() const { return installDir_; }
+    const std::string& buildOs() const { return buildOs_; }
+    const std::string& buildCpu() const { return buildCpu_; }
+    const std::string& osName() const { return osName_; }
+    const std::string& osVersion() const { return osVersion_; }
+    const std::string& osBits() const { return osBits_; }
+    const std::string& cpuName() const { return cpuName_; }
+    const std::string& cpuCount() const { return cpuCount_; }
+    const LicenseInfo& licenseInfo() const { return license_; }
+    std::list<Storage*>& storage() { return storage_; }
+    const std::list<Storage*>& storage() const { return storage_; }
+
+    // Forwards to the agent host.
+    std::string envValueOf(const std::string& name) const { return agent_.envValueOf(name); }
+    void putFSItem(const std::string& local, const std::string& remote) { agent_.putFSItem(local, remote); }
+    void getFSItem(const std::string& remote, const std::string& local) { agent_.getFSItem(remote, local); }
+    void deleteFSItem(const std::string& path) { agent_.deleteFSItem(path); }
+    int fill(std::list<vessa::hax::Process>& processes) { return agent_.fill(processes); }
+    void quitAllProcesses() { agent_.quitAllProcesses(); }
+    void killAllProcesses() { agent_.killAllProcesses(); }
+    // Lists a directory of the host; never throws (0 on any agent error).
+    int fill(const std::string& directory, std::list<vessa::hax::FSItem>& items);
+    // Whether `path` names an item of that type (0: any) on the host; names compare case-insensitively.
+    bool existsFSItem(const std::string& path, vessa::hax::FSItem::typecode type);
+
+    int getExtendedInfo(std::list<Property>& info) const;
+    static void setLoggingStream(std::ostream& stream);
+    void refreshHostInfo();
+
+    // Programs: a local process (optionally in an xterm), or a command run on this host through the
+    // launcher. Errors of the platform reach the caller.
+    sal::exec::Process exec(const std::string& title, const std::string& program,
+                            std::list<std::string>& args, const std::string& workdir, bool flag,
+                            const std::map<std::string, std::string>& env, bool inXterm, bool iconic);
+    sal::exec::Process exec(std::list<std::string>& command, const std::string& workdir, bool inXterm,
+                            bool iconic, bool createWorkdir, const std::map<std::string, std::string>& env);
+    // Copies a channel to standard output, chunk by chunk, each chunk followed by an end of line.
+    int ReadOutput(sal::xio::Channel& channel);
+
+    // Storage queries. fill() runs the local discovery for the local machine, else the listing tool
+    // through the launcher; it returns the size of the storage list afterwards.
+    int fill(Storage::storageType type, callback cb, bool flag, const std::list<std::string>& options);
+    void QueryDrives(callback& cb, const Request& request);
+    void ThreadDrives(Request& request);
+    sal::exec::Thread queryDevices(Storage::storageType type, const std::list<std::string>& options);
+
+    // The XML report: "<name>.xml" in the current directory, querying every kind first when the
+    // storage list is empty and cachedOnly is false.
+    void printStorage(bool cachedOnly);
+    // The same document written to `os` (no query is made).
+    void printStorage(std::ostream& os);
+    void printStorageTableSchemas(std::ostream& os);
+    static bool sortStorage(Storage* a, Storage* b);
+
+    // Parses a version-136 listing (positioned after its version line) into storage items.
+    void parseOldKorvoListing(std::istringstream& listing, const Storage::storageType& type, callback& cb);
+
+    // The Linux discovery registers itself here when the library is loaded; the facade itself does not
+    // depend on it. Without a registered discovery the local branch of fill() adds nothing.
+    static void setLocalDiscovery(LocalDiscovery discovery);
+
+  private:
+    // The quick execution: runs `program` locally to its end through the system view and captures its
+    // standard output; the exit status, or -1 when it could not be run.
+    int quickExec(const std::string& program, const std::list<std::string>& args, std::string& output);
+    void releaseStorage();
+
+    vessa::hax::Host agent_;
+    LicenseInfo license_;
+    std::string toolsVersion_;
+    std::string installDir_;
+    std::string buildOs_;
+    std::string buildCpu_;
+    std::string osName_;
+    std::string osVersion_;
+    std::string osBits_;
+    std::string cpuName_;
+    std::string cpuCount_;
+    std::list<Property> extendedInfo_;
+    std::list<Storage*> storage_;
+};
+
+}  // namespace vessa::target

@@ -1,0 +1,112 @@
+// Storage queries of a host: local discovery for this machine, the listing tool through the launcher
+// for any other, on the caller's thread or on a worker.
+#include <memory>
+
+#include "platform/Log.h"
+#include "platform/Str.h"
+#include "target/Host.h"
+
+namespace vessa::target {
+
+namespace {
+
+constexpr const char* kUnit = "Host";
+
+// Set once, while the library is loaded, by the Linux discovery unit.
+Host::LocalDiscovery g_localDiscovery = nullptr;
+
+const char* typeOption(Storage::storageType type) {
+    if (type & Storage::physicalStorage) {
+        return "-p";
+    }
+    if (type & Storage::fileSystemStorage) {
+        return "-f";
+    }
+    if (type & Storage::logicalStorageMask) {
+        return "-l";
+    }
+    return "";
+}
+
+}  // namespace
+
+void Host::setLocalDiscovery(LocalDiscovery discovery) {
+    g_localDiscovery = discovery;
+}
+
+int Host::fill(Storage::storageType type, callback cb, bool /*flag*/, const std::list<std::string>& options) {
+    VESSA_TRACE(kUnit, "Host::fill(storage)");
+    const vessa::hax::Host local = vessa::hax::Host::named("127.0.0.1", false);
+    if (local.id() == id()) {
+        if (g_localDiscovery == nullptr) {
+            VESSA_LOG << "Local discovery is not available";
+            return static_cast<int>(storage_.size());
+        }
+        return static_cast<int>(g_localDiscovery(this, type, options));
+    }
+    Request request(type, options);
+    QueryDrives(cb, request);
+    return static_cast<int>(storage_.size());
+}
+
+void Host::QueryDrives(callback& cb, const Request& request) {
+    VESSA_TRACE(kUnit, "Host::QueryDrives");
+    std::list<std::string> args = {"--host",
+                                   agent_.address().text(),
+                                   "--workdir",
+                                   agent_.envValueOf("VESSA_VLTT_INSTALL_DIR") + "/korvo_tests/",
+                                   "--create-workdir",
+                                   "--exec",
+                                   "korvo",
+                                   "-zt",
+                                   "-zh",
+                                   typeOption(request.first)};
+    args.insert(args.end(), request.second.begin(), request.second.end());
+    VESSA_LOG << "Executing korvo on " << agent_.name();
+    if (cb != nullptr) {
+        cb(0, "Requesting device information");
+    }
+    std::string output;
+    if (quickExec("pelo", args, output) != 0) {
+        VESSA_LOG << "Execution failed";
+        return;
+    }
+    if (cb != nullptr) {
+        cb(80, "Retrieved device list...parsing...");
+    }
+    VESSA_LOG << "Reading korvo output";
+    std::istringstream listing(output);
+    int version = 0;
+    for (std::string line; std::getline(listing, line);) {
+        if (version != 0) {
+            VESSA_LOG << "Parsing: " << util::str::trim(line);
+            continue;
+        }
+        if (line.size() <= 2) {
+            continue;
+        }
+        int number = 0;
+        util::str::to(number, line);
+        if (number == 136) {
+            parseOldKorvoListing(listing, request.first, cb);
+        } else {
+            version = number;
+        }
+    }
+}
+
+void Host::ThreadDrives(Request& request) {
+    fill(request.first, nullptr, false, request.second);
+}
+
+sal::exec::Thread Host::queryDevices(Storage::storageType type, const std::list<std::string>& options) {
+    VESSA_TRACE(kUnit, "Host::queryDevices");
+    auto task = std::make_shared<sal::exec::AMethodWithArgDispatchTaskFor<Host, Request>>(
+        this, &Host::ThreadDrives, Request(type, options));
+    sal::exec::Thread thread;
+    thread.wire(task, 262144, 0);
+    thread.start();
+    return thread;
+}
+
+}  // namespace vessa::target

@@ -1,0 +1,145 @@
+#include <gtest/gtest.h>
+
+#include "platform/Str.h"
+#include "support/FakeProgram.h"
+#include "support/TestSupport.h"
+#include "target/Host.h"
+
+using vessa::target::Host;
+using vessa::target::Storage;
+using vessa::test::FakeProgram;
+
+namespace {
+
+class ScriptedTransport : public vessa::hax::Transport {
+  public:
+    std::string envValueOf(const std::string&, const std::string& name) override {
+        return name == "VESSA_VLTT_INSTALL_DIR" ? "/opt/vltt" : "";
+    }
+    int listDirectory(const std::string&, const std::string&, std::list<vessa::hax::FSItem>&) override {
+        return 0;
+    }
+    void putFSItem(const std::string&, const std::string&, const std::string&) override {}
+    void getFSItem(const std::string&, const std::string&, const std::string&) override {}
+    void deleteFSItem(const std::string&, const std::string&) override {}
+};
+
+std::vector<std::pair<int, std::string>> g_progress;
+void record(int percent, std::string message) {
+    g_progress.emplace_back(percent, message);
+}
+
+class RemoteQuery : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        vessa::hax::clearHostCache();
+        vessa::hax::setTransport(std::make_shared<ScriptedTransport>());
+        g_progress.clear();
+    }
+    void TearDown() override {
+        vessa::hax::setTransport(nullptr);
+        vessa::hax::clearHostCache();
+    }
+    // The remote host is made while a quiet launcher answers its description request.
+    std::unique_ptr<Host> remote() {
+        FakeProgram pelo("pelo", "build.os=linux\n");
+        return std::unique_ptr<Host>(Host::named("192.0.2.10", false));
+    }
+};
+
+const char* const kListing =
+    "\n"
+    "136\n"
+    "[0]~/dev/sda~ disk0 ~ATA     DISK~ext4~~2:0:0:0~~1~305419896~2~1000204886016~0~1~0\n"
+    "/dev/sdb~disk1~~~vg0~~Z~0~~0~512~0~0~1\n";
+
+TEST_F(RemoteQuery, ArgumentVectorProgressAndItems) {
+    auto host = remote();
+    FakeProgram pelo("pelo", kListing);
+    Host::callback cb = record;
+    EXPECT_EQ(host->fill(Storage::physicalStorage, cb, false, {"-x", "-y"}), 2);
+    ASSERT_EQ(pelo.calls().size(), 1u);
+    EXPECT_EQ(pelo.calls()[0], (std::vector<std::string>{"--host", "192.0.2.10", "--workdir",
+                                                         "/opt/vltt/korvo_tests/", "--create-workdir",
+                                                         "--exec", "korvo", "-zt", "-zh", "-p", "-x", "-y"}));
+    std::vector<std::pair<int, std::string>> expected = {{0, "Requesting device information"},
+                                                         {80, "Retrieved device list...parsing..."},
+                                                         {95, "Added /dev/sda to devices"},
+                                                         {95, "Added /dev/sdb to devices"}};
+    EXPECT_EQ(g_progress, expected);
+    Storage* sda = host->storage().front();
+    EXPECT_EQ(sda->name(), "disk0");
+    EXPECT_EQ(sda->index(), 0);
+    EXPECT_EQ(sda->exclusionString(), "    PS    ");
+    Storage* sdb = host->storage().back();
+    EXPECT_EQ(sdb->index(), -1);
+    EXPECT_EQ(sdb->exclusionString(), " G     VWZ");
+    EXPECT_EQ(sdb->properties().at("volumeGroupName").value(), "vg0");
+}
+
+TEST_F(RemoteQuery, TypeOptions) {
+    auto host = remote();
+    const struct {
+        unsigned int type;
+        const char* option;
+    } cases[] = {{5, "-p"}, {1, "-f"}, {3, "-f"}, {8, "-l"}, {26, "-l"}, {32, ""}, {0, ""}};
+    for (const auto& c : cases) {
+        FakeProgram pelo("pelo", "136\n");
+        host->fill(static_cast<Storage::storageType>(c.type), nullptr, false, {});
+        ASSERT_EQ(pelo.calls().size(), 1u);
+        EXPECT_EQ(pelo.calls()[0].size(), 10u) << c.type;
+        EXPECT_EQ(pelo.calls()[0][9], c.option) << c.type;
+    }
+    EXPECT_TRUE(host->storage().empty());
+}
+
+TEST_F(RemoteQuery, OtherVersionsAreOnlyLogged) {
+    auto host = remote();
+    FakeProgram pelo("pelo", "137\n/dev/sda~a~b\n  x  \n");
+    vessa::test::LogCapture log;
+    EXPECT_EQ(host->fill(Storage::physicalStorage, nullptr, false, {}), 0);
+    EXPECT_TRUE(log.hasMessage("Parsing: /dev/sda~a~b"));
+    EXPECT_TRUE(log.hasMessage("Parsing: x"));
+}
+
+TEST_F(RemoteQuery, FailedRunAddsNothingAndStopsProgress) {
+    auto host = remote();
+    FakeProgram pelo("pelo", kListing, 1);
+    vessa::test::LogCapture log;
+    Host::callback cb = record;
+    EXPECT_EQ(host->fill(Storage::physicalStorage, cb, false, {}), 0);
+    EXPECT_EQ(g_progress.size(), 1u);
+    EXPECT_TRUE(log.hasMessage("Execution failed"));
+}
+
+TEST_F(RemoteQuery, NonNumericVersionLineThrows) {
+    auto host = remote();
+    FakeProgram pelo("pelo", "korvo 1.0\n");
+    EXPECT_THROW(host->fill(Storage::physicalStorage, nullptr, false, {}), vessa::util::str::Exception);
+}
+
+TEST_F(RemoteQuery, WorkerThreadFillsTheList) {
+    auto host = remote();
+    FakeProgram pelo("pelo", kListing);
+    vessa::sal::exec::Thread worker = host->queryDevices(Storage::physicalStorage, {});
+    worker.wait();
+    EXPECT_EQ(worker.failure(), "");
+    EXPECT_EQ(host->storage().size(), 2u);
+    EXPECT_TRUE(g_progress.empty());  // the worker reports no progress
+}
+
+TEST(RemoteHost, NoTransportNamesHostAndOperation) {
+    vessa::hax::clearHostCache();
+    FakeProgram pelo("pelo", "");
+    std::unique_ptr<Host> host(Host::named("192.0.2.11", false));
+    try {
+        host->envValueOf("X");
+        FAIL();
+    } catch (const vessa::Exception& e) {
+        EXPECT_NE(e.why().find("192.0.2.11"), std::string::npos);
+        EXPECT_NE(e.why().find("environment"), std::string::npos);
+    }
+    vessa::hax::clearHostCache();
+}
+
+}  // namespace
