@@ -77,4 +77,10 @@ std::string readFile(const std::string& path) {
     return out.str();
 }
 
+std::string dataBody(const std::string& relative) {
+    const std::string text = readFile(std::string(VESSA_SOURCE_DIR) + "/tests/data/" + relative);
+    const std::string::size_type nl = text.find('\n');
+    return nl == std::string::npos ? std::string() : text.substr(nl + 1);
+}
+
 }  // namespace vessa::test

@@ -46,4 +46,7 @@ class TempDir {
 // Whole content of a file ("" when it cannot be read).
 std::string readFile(const std::string& path);
 
+// A file of tests/data without its first (provenance) line.
+std::string dataBody(const std::string& relative);
+
 }  // namespace vessa::test

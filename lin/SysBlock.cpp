@@ -1,0 +1,225 @@
+#include "lin/SysBlock.h"
+
+#include "lin/ProcPartition.h"
+#include "platform/Log.h"
+#include "platform/Stat.h"
+#include "platform/Str.h"
+#include "platform/SystemView.h"
+#include "target/Host.h"
+
+namespace vessa::target::lin {
+
+namespace str = util::str;
+
+namespace {
+
+constexpr const char* kUnit = "lin/SysBlock.cpp";
+const std::string kSysBlock = "/sys/block/";
+
+// The first line of an attribute file; false when the file cannot be read or that line is empty.
+bool firstLine(const std::string& file, std::string& line) {
+    std::string text;
+    if (!sal::sys::current().readFile(file, text)) {
+        return false;
+    }
+    line = text.substr(0, text.find('\n'));
+    return !line.empty();
+}
+
+std::string names(const std::list<SysBlock*>& list) {
+    std::string out;
+    for (const SysBlock* s : list) {
+        out += " " + s->name();
+    }
+    return out;
+}
+
+}  // namespace
+
+SysBlock::SysBlock(const std::string& name) : name_(name) {}
+
+SysBlock::SysBlock(const std::string& path, Host* host) : path_(path) {
+    name_ = path.size() > kSysBlock.size() ? path.substr(kSysBlock.size()) : std::string();
+    readDevFile(path);
+    readDevModel(path);
+    readHolders(path, host);
+    readPartitions(host);
+    readRange(path);
+    readRemovable(path);
+    readRevision(path);
+    readScsiLevel(path);
+    readSize(path);
+    readSlaves(path, host);
+    readVendor(path);
+    if (vessa::log::enabled()) {
+        VESSA_TRACE(kUnit, "SysBlock.ctor");
+        dump("");
+        VESSA_LOG << "    Partitions:";
+        for (const SysBlock* p : partitions_) {
+            p->dump("    ");
+        }
+    }
+}
+
+void SysBlock::dump(const std::string& indent) const {
+    const char* trace = "SysBlock.ctor";
+    VESSA_LOG_AT(kUnit, trace) << indent << "Device " << name_ << " (" << major_ << ":" << minor_ << ")";
+    VESSA_LOG_AT(kUnit, trace) << indent << "    Model     : " << model_;
+    VESSA_LOG_AT(kUnit, trace) << indent << "    Range     : " << range_;
+    VESSA_LOG_AT(kUnit, trace) << indent << "    Removable : " << (removable_ ? "true" : "false");
+    VESSA_LOG_AT(kUnit, trace) << indent << "    Revision  : " << revision_;
+    VESSA_LOG_AT(kUnit, trace) << indent << "    SCSI Lev  : " << scsiLevel_;
+    VESSA_LOG_AT(kUnit, trace) << indent << "    Size      : " << size_;
+    VESSA_LOG_AT(kUnit, trace) << indent << "    Vendor    : " << vendor_;
+    VESSA_LOG_AT(kUnit, trace) << indent << "    Holders   :" << names(holders_);
+    VESSA_LOG_AT(kUnit, trace) << indent << "    Slaves    :" << names(slaves_);
+}
+
+bool SysBlock::readSysFs(std::list<SysBlock*>& result, std::list<ProcPartition*>& procPartitions,
+                         Host* host) {
+    VESSA_TRACE(kUnit, "readSysFs");
+    VESSA_LOG << "Get all the drives from /sys/block that have a corresponding entry in /proc/partitions";
+    for (ProcPartition* p : procPartitions) {
+        std::string name = p->name();
+        for (char& c : name) {
+            if (c == '/') {
+                c = '!';
+            }
+        }
+        const std::string path = kSysBlock + name;
+        if (host->existsFSItem(path, vessa::hax::FSItem::any)) {
+            result.push_back(new SysBlock(path, host));
+        }
+    }
+    return true;
+}
+
+void SysBlock::readDevFile(const std::string& path) {
+    std::string line;
+    if (!firstLine(path + "/dev", line)) {
+        return;
+    }
+    line = str::trim(line);
+    const std::string::size_type colon = line.find(':');
+    str::to(major_, line.substr(0, colon));
+    str::to(minor_, colon == std::string::npos ? std::string() : line.substr(colon + 1));
+}
+
+void SysBlock::readDevModel(const std::string& path) {
+    firstLine(path + "/device/model", model_);
+}
+void SysBlock::readRevision(const std::string& path) {
+    firstLine(path + "/device/rev", revision_);
+}
+void SysBlock::readScsiLevel(const std::string& path) {
+    firstLine(path + "/device/scsi_level", scsiLevel_);
+}
+void SysBlock::readVendor(const std::string& path) {
+    firstLine(path + "/device/vendor", vendor_);
+}
+
+void SysBlock::readRange(const std::string& path) {
+    std::string line;
+    if (firstLine(path + "/range", line)) {
+        str::to(range_, line);
+    }
+}
+
+void SysBlock::readRemovable(const std::string& path) {
+    std::string line;
+    if (firstLine(path + "/removable", line)) {
+        int value = 0;
+        str::to(value, line);
+        removable_ = value != 0;
+    }
+}
+
+void SysBlock::readSize(const std::string& path) {
+    std::string line;
+    if (firstLine(path + "/size", line)) {
+        str::to(size_, line);
+    }
+    if (size_ == 0) {
+        sal::fs::Stat node("/dev/" + name_);
+        // A node that reports no block size (missing, or not a device) keeps size 0 rather than
+        // dividing by it.
+        if (node.blockSize() != 0) {
+            size_ = static_cast<unsigned long long>(node.size() / node.blockSize());
+        }
+    }
+}
+
+void SysBlock::readRelated(const std::string& directory, Host* host, std::list<SysBlock*>& into) {
+    if (!host->existsFSItem(directory, vessa::hax::FSItem::any)) {
+        return;
+    }
+    std::list<vessa::hax::FSItem> items;
+    host->fill(directory, items);
+    for (const vessa::hax::FSItem& item : items) {
+        auto* related = new SysBlock(item.name());
+        related->parents_.push_back(this);
+        into.push_back(related);
+    }
+}
+
+void SysBlock::readHolders(const std::string& path, Host* host) {
+    readRelated(path + "/holders", host, holders_);
+}
+
+void SysBlock::readSlaves(const std::string& path, Host* host) {
+    readRelated(path + "/slaves", host, slaves_);
+}
+
+void SysBlock::readPartitions(Host* host) {
+    std::list<vessa::hax::FSItem> items;
+    host->fill(path_, items);
+    for (const vessa::hax::FSItem& item : items) {
+        const std::string& entry = item.name();
+        if (entry.size() <= name_.size() || entry.compare(0, name_.size(), name_) != 0) {
+            continue;
+        }
+        auto* partition = new SysBlock(entry);
+        const std::string partitionPath = path_ + "/" + entry;
+        partition->path_ = partitionPath;
+        partition->readDevFile(partitionPath);
+        partition->readDevModel(partitionPath);
+        partition->readHolders(partitionPath, host);
+        partition->readRange(partitionPath);
+        partition->readRemovable(partitionPath);
+        partition->readRevision(partitionPath);
+        partition->readScsiLevel(partitionPath);
+        partition->readSize(partitionPath);
+        partition->readSlaves(partitionPath, host);
+        partition->readVendor(partitionPath);
+        partition->parents_.push_back(this);
+        partitions_.push_back(partition);
+    }
+}
+
+void SysBlock::getExclusions(Storage::exclusions& ex) {
+    if (size_ == 0) {
+        ex |= Storage::kEmpty;
+    }
+}
+
+void SysBlock::addProperties(const std::string& categoryPrefix, std::map<std::string, Property>& properties) {
+    const std::string category = categoryPrefix + "/sys/block/" + name_;
+    auto put = [&](const char* key, const char* label, const std::string& value, const char* description) {
+        properties.insert_or_assign(key, Property(key, value, label, description, category));
+    };
+    put("SysBlockName", "Name", name_, "Name of the connected /sys/block entry.");
+    put("SysBlockMajorNumber", "Major Number", str::from(major_),
+        "Major Number as found in /sys/block/<dev>/dev file.");
+    put("SysBlockMinorNumber", "Minor Number", str::from(minor_),
+        "Minor Number as found in /sys/block/<dev>/dev file");
+    put("SysBlockModel", "Model", model_, "Vendor's description of the device model this represents.");
+    put("SysBlockRange", "Range", str::from(range_), "Value from the /sys/block/<dev>/range file.");
+    put("SysBlockRemovable", "Removable", removable_ ? "true" : "false",
+        "If true, the device is or contains removable media.");
+    put("SysBlockRevision", "Revision", revision_, "Device revision as assigned by the vendor.");
+    put("SysBlockScsiLevel", "SCSI Level", scsiLevel_, "SCSI Level identified by the device.");
+    put("SysBlockSize", "Size", str::from(size_), "Size of the device.");
+    put("SysBlockVendor", "Vendor", vendor_, "Vendor of the attached device.");
+}
+
+}  // namespace vessa::target::lin

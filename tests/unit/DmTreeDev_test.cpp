@@ -1,0 +1,138 @@
+#include "lin/DmTreeDev.h"
+
+#include <gtest/gtest.h>
+
+#include "support/ScriptedView.h"
+#include "support/TestSupport.h"
+
+using vessa::target::Storage;
+using vessa::target::lin::DmTreeDev;
+
+namespace {
+
+TEST(DmTreeDev, TreeLines) {
+    const struct {
+        std::string line;
+        bool device;
+        std::string name;
+        int major, minor, depth;
+    } cases[] = {
+        {"mpatha (253:0)", true, "mpatha", 253, 0, 0},
+        {"mpatha\t(253:0)", true, "mpatha", 253, 0, 0},
+        {"350002ac001dc0031 (253, 0)", true, "350002ac001dc0031", 253, 0, 0},
+        {" |- (8:16)", true, "device", 8, 16, 1},
+        {"    `- (8:32)", true, "device", 8, 32, 4},
+        {" \u2514\u2500mpatha (253:0)", true, "device", 253, 0, 1},
+        {"    |-  vg-root (253:2)", true, "vg-root", 253, 2, 4},
+        {"No devices found", false, "device", 0, 0, 0},
+        {"", false, "device", 0, 0, -1},
+    };
+    for (const auto& c : cases) {
+        std::string name;
+        std::pair<int, int> numbers(0, 0);
+        int depth = 99;
+        EXPECT_EQ(DmTreeDev::parseTreeLine(c.line, name, numbers, depth), c.device) << c.line;
+        EXPECT_EQ(name, c.name) << c.line;
+        EXPECT_EQ(numbers, std::make_pair(c.major, c.minor)) << c.line;
+        EXPECT_EQ(depth, c.depth) << c.line;
+    }
+}
+
+TEST(DmTreeDev, ChildrenAttachToTheNearestShallowerNode) {
+    auto multipaths = DmTreeDev::parseMultipathList("mpatha (253, 0)\n");
+    std::list<DmTreeDev*> roots;
+    DmTreeDev::parseTree("mpatha (253:0)\n |- (8:16)\n `- (8:32)\nvg-lv (253:1)\n  `- (253:0)\n", multipaths,
+                         roots);
+    ASSERT_EQ(roots.size(), 2u);
+    DmTreeDev* mpatha = roots.front();
+    EXPECT_TRUE(mpatha->multipath());
+    ASSERT_EQ(mpatha->children().size(), 2u);  // siblings, not parent and child
+    for (DmTreeDev* child : mpatha->children()) {
+        EXPECT_EQ(child->name(), "device");
+        EXPECT_EQ(child->parents().front(), mpatha);
+        EXPECT_FALSE(child->multipath());
+    }
+    DmTreeDev* lv = roots.back();
+    ASSERT_EQ(lv->children().size(), 1u);
+    EXPECT_EQ(lv->children().front()->name(), "mpatha");  // an unnamed node takes the multipath name
+    EXPECT_TRUE(lv->children().front()->multipath());
+}
+
+TEST(DmTreeDev, RealTreesParse) {
+    std::list<DmTreeDev*> roots;
+    DmTreeDev::parseTree(vessa::test::dataBody("dmsetup/cn-dmsetup-ls-tree-hp-eva-cciss-multipath.txt"),
+                         DmTreeDev::parseMultipathList(""), roots);
+    ASSERT_FALSE(roots.empty());
+    EXPECT_EQ(roots.front()->name(), "fenxi-lvfenxi");
+    EXPECT_EQ(roots.front()->children().front()->major(), 253);
+    EXPECT_EQ(roots.front()->children().front()->minor(), 5);
+    auto comma = DmTreeDev::parseMultipathList(
+        vessa::test::dataBody("dmsetup/hp3par-dmsetup-ls-target-multipath-comma.txt"));
+    EXPECT_EQ(comma.at("350002ac001dc0031"), std::make_pair(253, 0));
+}
+
+TEST(DmTreeDev, ReaderRunsDmsetupTwiceAndOnlyTheRunnerFailureSkips) {
+    const struct {
+        bool listStarts;
+        int treeStatus;
+        bool treeStarts;
+        std::size_t roots;
+        bool multipath;
+    } cases[] = {
+        {true, 0, true, 1, true},
+        {true, 1, true, 1, true},    // dmsetup's own failure status: output still read
+        {false, 0, true, 1, false},  // no multipath list: the tree alone
+        {true, 0, false, 0, false},  // no tree: nothing
+    };
+    for (const auto& c : cases) {
+        auto view = std::make_unique<vessa::test::ScriptedView>();
+        view->commands["dmsetup ls --target multipath"] = {c.listStarts, 0, "mpatha\t(253:0)\n"};
+        view->commands["dmsetup ls --tree -o notrunc"] = {c.treeStarts, c.treeStatus,
+                                                          "mpatha (253:0)\n |- (8:16)\n"};
+        vessa::test::ScopedView scoped(std::move(view));
+        std::list<DmTreeDev*> roots;
+        EXPECT_TRUE(DmTreeDev::readDmTree(roots, nullptr));
+        ASSERT_EQ(roots.size(), c.roots);
+        if (c.roots) {
+            EXPECT_EQ(roots.front()->multipath(), c.multipath);
+        }
+    }
+}
+
+TEST(DmTreeDev, PartitionExclusionForANodeRootingANamesakeMultipath) {
+    const struct {
+        const char* child;
+        bool multipath;
+        Storage::exclusions ex;
+    } cases[] = {{"mpatha1", true, Storage::kPartitioned},
+                 {"mpat", true, Storage::kPartitioned},
+                 {"other", true, 0},
+                 {"mpatha1", false, 0}};
+    for (const auto& c : cases) {
+        std::list<DmTreeDev*> roots;
+        std::map<std::string, std::pair<int, int>> mp;
+        if (c.multipath) {
+            mp[c.child] = {253, 1};
+        }
+        DmTreeDev::parseTree(std::string("mpatha (253:0)\n ") + c.child + " (253:1)\n", mp, roots);
+        Storage::exclusions ex = 0;
+        roots.front()->getExclusions(ex, false, false);
+        EXPECT_EQ(ex, c.ex) << c.child;
+    }
+    // Down the tree from the top: the child's own check is made too.
+    std::list<DmTreeDev*> roots;
+    DmTreeDev::parseTree("top (253:9)\n `- mpatha (253:0)\n    `- mpatha1 (253:1)\n", {{"mpatha1", {253, 1}}},
+                         roots);
+    vessa::test::LogCapture log;
+    Storage::exclusions ex = 0;
+    roots.front()->getExclusions(ex, true, false);
+    EXPECT_EQ(ex, Storage::kPartitioned);
+    EXPECT_TRUE(log.hasMessage("Checking DmTreeDev parent/parting status for mpatha"));
+    EXPECT_TRUE(log.hasMessage("Add the partition exclusion"));
+    std::map<std::string, vessa::target::Property> props;
+    roots.front()->addProperties("Holder ", props);
+    EXPECT_EQ(props.at("DmDevChildCount").value(), "1");
+    EXPECT_EQ(props.at("DmDevName").category(), "Holder dmsetup lm --tree -> top");
+}
+
+}  // namespace
