@@ -27,11 +27,15 @@ std::list<MountLine> parseMountTable(const std::string& text);
 
 class MTableEntry {
   public:
+    // `readable`: the entry passed the read test and may become a file-system target.
     MTableEntry(const std::string& mountPoint, const std::string& deviceName,
-                const std::string& fileSystemType);
+                const std::string& fileSystemType, bool readable = true);
 
     // Appends every mounted device that can be read, and every network or user-space mount (cifs,
-    // nfs, fuse.) even when it cannot. False when the table cannot be read (the list is then empty).
+    // nfs, fuse.) even when it cannot. A mounted device under /dev that fails the read test is still
+    // appended, marked unreadable: it makes no file-system target, but what its mount point says
+    // about the device (system, boot, swap) must not be lost because this process may not read the
+    // device (a sandbox, a permission). False when the table cannot be read (the list is then empty).
     static bool readMTab(std::list<MTableEntry*>& result, Host* host);
     // The parsing half; `readable` answers the read test for a device.
     static void parse(const std::string& text, std::list<MTableEntry*>& result,
@@ -44,12 +48,14 @@ class MTableEntry {
     const std::string& fileSystemType() const { return type_; }
     const std::string& mountPoint() const { return mountPoint_; }
     const std::string& deviceName() const { return device_; }
-    bool flag() const { return true; }
+    // Whether the entry passed the read test.
+    bool flag() const { return readable_; }
 
   private:
     std::string type_;
     std::string mountPoint_;
     std::string device_;
+    bool readable_;
 };
 
 // Exclusions of a mount point, shared by both tables.

@@ -1,0 +1,40 @@
+// The local discovery run: reads every source of this machine, joins them per kernel block device,
+// and appends storage items to a host's list.
+#pragma once
+
+#include <cstdint>
+#include <list>
+#include <map>
+#include <string>
+
+#include "target/Storage.h"
+
+namespace vessa::target {
+class Host;
+}
+
+namespace vessa::target::lin {
+
+class DeviceLink;
+
+// Takes the SCSI inquiry timeout from the last argument whose second character is "j" or "J" and
+// that is longer than two characters ("-j5": 5 seconds; default 1), then runs GetStorage. A timeout
+// that is not a number throws the text-conversion exception.
+unsigned int getLocalStorage(Host* host, Storage::storageType type, const std::list<std::string>& arguments);
+
+// One run. Appends to host->storage(): block devices (when type shares a bit with 36), logical
+// devices (26) and mounted or configured file systems (1); returns the size of the list afterwards.
+// A source whose output cannot be understood ends the run with an exception that names the source;
+// the host's list is then unchanged by the run.
+std::uint32_t GetStorage(Host* host, Storage::storageType type, unsigned int inquiryTimeout);
+
+// The steps of a run, exposed for tests.
+void cleanLinks(std::list<DeviceLink*>& links);
+void makeUnique(std::list<DeviceLink*>& links);
+bool addLogicalDevices(std::list<Storage*>& out, std::size_t indexBase, Host* localHost, DeviceLink* link,
+                       std::map<std::uint32_t, std::list<std::uint32_t>>& doneLogical,
+                       unsigned int inquiryTimeout, bool isChild);
+void addFileSystemDevices(std::list<Storage*>& out, std::size_t indexBase, Host* localHost, DeviceLink* link,
+                          std::list<std::string>& doneMounts, unsigned int inquiryTimeout);
+
+}  // namespace vessa::target::lin
