@@ -74,7 +74,8 @@ bool ScriptedView::run(const std::string& program, const std::list<std::string>&
     return true;
 }
 
-sys::IoctlResult ScriptedView::scsiInquiry(const std::string& device, unsigned int /*timeoutSeconds*/) {
+sys::IoctlResult ScriptedView::scsiInquiry(const std::string& device, unsigned int timeoutSeconds) {
+    inquiryTimeouts.push_back(timeoutSeconds);
     auto it = inquiries.find(sys::kernelName(device));
     if (it != inquiries.end()) {
         return it->second;

@@ -26,7 +26,8 @@ class ScriptedView : public vessa::sal::sys::View {
     std::map<std::string, vessa::sal::sys::ScsiAddressResult> addresses;
     std::map<std::string, unsigned int> capacities;
     std::string host = "scripted";
-    std::vector<std::string> ran;  // command file names, in the order they were run
+    std::vector<std::string> ran;               // command file names, in the order they were run
+    std::vector<unsigned int> inquiryTimeouts;  // the timeout of every INQUIRY asked
 
     const std::string& root() const override { return root_; }
     bool readFile(const std::string& path, std::string& content) override;

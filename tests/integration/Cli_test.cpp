@@ -1,0 +1,92 @@
+// vessa-storage on this machine, with loop devices made for the test: a mounted ext4, two physical
+// volumes of a volume group, and a blank one. Root only; everything is undone afterwards.
+#include <gtest/gtest.h>
+
+#include <sys/mount.h>
+#include <unistd.h>
+
+#include <nlohmann/json.hpp>
+
+#include "platform/Process.h"
+#include "support/LoopDevice.h"
+#include "support/TestSupport.h"
+
+using vessa::test::LoopDevice;
+
+namespace {
+
+const std::string kProgram = std::string(VESSA_BINARY_DIR) + "/cli/vessa-storage";
+
+nlohmann::json listJson(const std::list<std::string>& extra = {}) {
+    std::list<std::string> args = {"list", "--json"};
+    args.insert(args.end(), extra.begin(), extra.end());
+    std::string out;
+    EXPECT_EQ(vessa::sal::exec::runCaptured(kProgram, args, out), 0);
+    return nlohmann::json::parse(out);
+}
+
+const nlohmann::json* itemAt(const nlohmann::json& doc, const std::string& path, unsigned int type) {
+    for (const auto& item : doc["storage"]) {
+        if (item["path"] == path && item["type"] == type) {
+            return &item;
+        }
+    }
+    return nullptr;
+}
+
+TEST(CliLive, ListShowsWhatTheTestMade) {
+    if (!vessa::test::runningAsRoot()) {
+        GTEST_SKIP() << "needs root for loop devices";
+    }
+    LoopDevice mounted(32 << 20), pvA(64 << 20), pvB(64 << 20), blank(16 << 20);
+    ASSERT_TRUE(mounted.ok() && pvA.ok() && pvB.ok() && blank.ok());
+    ASSERT_EQ(vessa::test::run("mkfs.ext4 -q -F " + mounted.device()), 0);
+    vessa::test::TempDir mountPoint;
+    ASSERT_EQ(::mount(mounted.device().c_str(), mountPoint.path().c_str(), "ext4", 0, nullptr), 0);
+    const std::string vg = "vessacli" + std::to_string(::getpid());
+    struct Cleanup {
+        std::string dir, vg, a, b;
+        ~Cleanup() {
+            ::umount2(dir.c_str(), MNT_DETACH);
+            vessa::test::run("vgremove -q -f " + vg);
+            vessa::test::run("pvremove -q -f " + a + " " + b);
+        }
+    } cleanup{mountPoint.path(), vg, pvA.device(), pvB.device()};
+    ASSERT_EQ(vessa::test::run("pvcreate -q " + pvA.device() + " " + pvB.device()), 0);
+    ASSERT_EQ(vessa::test::run("vgcreate -q " + vg + " " + pvA.device() + " " + pvB.device()), 0);
+
+    const nlohmann::json doc = listJson();
+    const nlohmann::json* fs = itemAt(doc, mountPoint.path() + "/targetfile.dat", 1);
+    ASSERT_NE(fs, nullptr) << doc.dump(1);
+    EXPECT_EQ((*fs)["name"], mounted.name());
+    for (const LoopDevice* pv : {&pvA, &pvB}) {
+        const nlohmann::json* item = itemAt(doc, pv->device(), 36);
+        ASSERT_NE(item, nullptr) << pv->device();
+        EXPECT_EQ((*item)["exclusions"], "       V  ");
+        EXPECT_EQ((*item)["reasons"], nlohmann::json::array({"volume group member"}));
+    }
+    const nlohmann::json* b = itemAt(doc, blank.device(), 36);
+    ASSERT_NE(b, nullptr);
+    EXPECT_EQ((*b)["exclusions"], "          ");
+    EXPECT_EQ((*b)["size"], 16 << 20);
+
+    // The device that holds / is the system, whatever else it is.
+    std::string root;
+    for (const auto& item : doc["storage"]) {
+        if (item["type"] == 36 && item["properties"].dump().find("\"/\"") != std::string::npos) {
+            root = item["exclusions"];
+        }
+    }
+    ASSERT_FALSE(root.empty()) << "no block device carries the / mount";
+    EXPECT_EQ(root[5], 'S');
+}
+
+TEST(CliLive, UsageAndFailures) {
+    std::string out;
+    EXPECT_EQ(vessa::sal::exec::runCaptured(kProgram, {}, out), 2);
+    EXPECT_EQ(vessa::sal::exec::runCaptured(kProgram, {"list", "--bogus"}, out), 2);
+    EXPECT_EQ(vessa::sal::exec::runCaptured(kProgram, {"list", "--sysroot", "/nonexistent-root"}, out), 1);
+    EXPECT_EQ(vessa::sal::exec::runCaptured(kProgram, {"--version"}, out), 0);
+}
+
+}  // namespace

@@ -1,0 +1,133 @@
+#include "lin/DeviceLink.h"
+
+#include <gtest/gtest.h>
+
+#include "lin/DiskBy.h"
+#include "lin/DmTreeDev.h"
+#include "lin/FsTableEntry.h"
+#include "lin/LogicalVolume.h"
+#include "lin/MTableEntry.h"
+#include "lin/PhysicalVolume.h"
+#include "lin/ProcPartition.h"
+#include "lin/SysBlock.h"
+#include "lin/VolumeGroup.h"
+
+using namespace vessa::target::lin;
+
+namespace {
+
+// Sources for links made in a test; everything is freed with the fixture.
+struct Sources {
+    std::list<ProcPartition*> parts;
+    std::list<SysBlock*> sysBlocks;
+    std::list<DmTreeDev*> dmDevs;
+    std::list<PhysicalVolume*> pvs;
+    std::list<LogicalVolume*> lvs;
+    std::list<VolumeGroup*> vgs;
+    std::list<FsTableEntry*> fstab;
+    std::list<MTableEntry*> mtab;
+    std::list<DiskBy*> aliases;
+    std::list<std::unique_ptr<DeviceLink>> links;
+
+    DeviceLink* link(const std::string& line) {
+        parts.push_back(new ProcPartition(line, 0, 1, 2, 3));
+        links.emplace_back(
+            new DeviceLink(parts.back(), sysBlocks, dmDevs, pvs, lvs, vgs, fstab, mtab, aliases));
+        return links.back().get();
+    }
+    ~Sources() {
+        for (auto* p : parts)
+            delete p;
+        for (auto* p : pvs)
+            delete p;
+        for (auto* p : lvs)
+            delete p;
+        for (auto* p : vgs)
+            delete p;
+        for (auto* p : fstab)
+            delete p;
+        for (auto* p : mtab)
+            delete p;
+        for (auto* p : aliases)
+            delete p;
+    }
+};
+
+TEST(DeviceLink, PartitionsByName) {
+    const struct {
+        const char* part;
+        const char* disk;
+        bool is;
+    } cases[] = {
+        {"8 26 1 sdb10", "8 16 1 sdb", true},
+        {"8 16 1 sdb", "8 26 1 sdb10", false},
+        {"3 2 1 hdc2", "3 0 1 hdc", true},
+        {"104 2 1 cciss/c0d0p2", "104 0 1 cciss/c0d0", true},
+        {"104 2 1 cciss/c0d0x2", "104 0 1 cciss/c0d0", false},
+        {"8 1 1 sdaa", "8 0 1 sda", false},
+        {"8 0 1 sda", "8 0 1 sda", false},
+        {"259 1 1 nvme0n1p1", "259 0 1 nvme0n1", false},
+        {"104 1 1 cciss/c0d0p", "104 0 1 cciss/c0d0", false},
+    };
+    for (const auto& c : cases) {
+        Sources s;
+        DeviceLink* part = s.link(c.part);
+        DeviceLink* disk = s.link(c.disk);
+        EXPECT_EQ(part->isPartitionOf(disk), c.is) << c.part << " of " << c.disk;
+    }
+    Sources same;
+    DeviceLink* one = same.link("8 0 1 sda");
+    EXPECT_FALSE(one->isPartitionOf(one));
+}
+
+TEST(DeviceLink, MountTablesAndAliasesAttachToTheirDevice) {
+    Sources s;
+    s.aliases.push_back(new DiskBy("../../sda1", "1234-ABCD", DiskBy::ByUuid));
+    s.aliases.push_back(new DiskBy("../../sda1", "ATA", DiskBy::ByLabel));
+    s.fstab.push_back(new FsTableEntry("/boot", "/dev/disk/by-uuid/1234-ABCD", "ext4", true));
+    s.fstab.push_back(new FsTableEntry("/data", "LABEL=DATA", "ext4", true));  // compared as "ATA"
+    s.fstab.push_back(new FsTableEntry("/x", "LABEL=ATA", "ext4", true));
+    s.fstab.push_back(new FsTableEntry("/", "/dev/sda1", "ext4", true));
+    s.fstab.push_back(new FsTableEntry("/o", "/dev/sdb1", "ext4", true));
+    s.mtab.push_back(new MTableEntry("/mnt/n", "srv:/x", "nfs4"));
+    s.mtab.push_back(new MTableEntry("/mnt/s", "u@h:/", "fuse.sshfs"));
+    s.mtab.push_back(new MTableEntry("/", "/dev/sda1", "ext4"));
+    DeviceLink* sda1 = s.link("8 1 100 sda1");
+    DeviceLink* nfs = s.link(".nfs.");
+    DeviceLink* fuse = s.link(".fusefs.");
+    std::vector<std::string> mounts;
+    for (const FsTableEntry* f : sda1->fsTableEntries) {
+        mounts.push_back(f->mountPoint());
+    }
+    EXPECT_EQ(mounts, (std::vector<std::string>{"/boot", "/data", "/"}));
+    EXPECT_EQ(sda1->diskBys.size(), 2u);
+    ASSERT_EQ(nfs->mTableEntries.size(), 1u);
+    EXPECT_EQ(nfs->mTableEntries.front()->mountPoint(), "/mnt/n");
+    ASSERT_EQ(fuse->mTableEntries.size(), 1u);
+    EXPECT_EQ(sda1->mTableEntries.size(), 1u);
+}
+
+TEST(DeviceLink, DeviceMapperNamesAndVolumeGroups) {
+    Sources s;
+    std::list<DmTreeDev*> roots;
+    DmTreeDev::parseTree("vg-root (253:0)\n `- (8:2)\n", {}, roots);
+    s.dmDevs = roots;
+    s.pvs.push_back(new PhysicalVolume("sda2", "yes", "0", "0", "", "", "", "", "vg"));
+    s.vgs.push_back(new VolumeGroup({"vg"}));
+    s.fstab.push_back(new FsTableEntry("/", "/dev/mapper/vg-root", "ext4", true));
+    DeviceLink* sda2 = s.link("8 2 100 sda2");
+    DeviceLink* dm = s.link("253 0 100 dm-0");
+    ASSERT_EQ(sda2->dmDevs.size(), 1u);
+    EXPECT_EQ(sda2->dmDevs.front()->name(), "sda2");  // the unnamed leaf takes the device's name
+    EXPECT_EQ(sda2->volumeGroups.size(), 1u);
+    EXPECT_EQ(dm->fsTableEntries.size(), 1u);
+    EXPECT_TRUE(dm->isHolderOf(sda2));
+    EXPECT_FALSE(sda2->isHolderOf(dm));
+    EXPECT_FALSE(dm->isHolderOf(dm));
+    for (DmTreeDev* r : roots) {
+        delete r->children().front();
+        delete r;
+    }
+}
+
+}  // namespace
