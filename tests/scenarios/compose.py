@@ -210,6 +210,59 @@ def item(type_, index, name, path, size, letters, records, inquiry=BLANK_INQUIRY
     }
 
 
+def clean_element(name):
+    out = ""
+    for ch in name.encode("utf-8"):
+        c = chr(ch)
+        out += c if (c.isascii() and (c.isalnum() or c == "-")) else "%02x" % ch
+    return out if out[:1].isalpha() else "x" + out
+
+
+def clean_text(text):
+    if text and not (" " <= text[0] <= "~"):
+        text = " " * len(text.encode("utf-8"))
+    for a, b in (("&", "&amp;"), ("<", "&lt;"), (">", "&gt;"), ('"', "&quot;"), ("'", "&apos;")):
+        text = text.replace(a, b)
+    return text
+
+
+def schema_table(name):
+    return ('          <xs:element name="%s">\n'
+            "            <xs:complexType>\n"
+            "              <xs:sequence>\n"
+            '                <xs:element name="Name" type="xs:string" />\n'
+            '                <xs:element name="DisplayName" type="xs:string" minOccurs="0" />\n'
+            '                <xs:element name="Value" type="xs:string" minOccurs="0" />\n'
+            '                <xs:element name="Category" type="xs:string" minOccurs="0" />\n'
+            '                <xs:element name="Description" type="xs:string" minOccurs="0" />\n'
+            "              </xs:sequence>\n"
+            "            </xs:complexType>\n"
+            "          </xs:element>\n" % name)
+
+
+def report(items):
+    """The XML report of a storage list: schema first, then one row per property."""
+    tables = [clean_element(i["path"] + ("_fs" if i["type"] & 1 else "")) for i in items]
+    out = ('<?xml version="1.0" standalone="yes"?>\n<Host>\n'
+           '  <xs:schema id="Host" xmlns="" xmlns:xs="http://www.w3.org/2001/XMLSchema" '
+           'xmlns:msdata="urn:schemas-microsoft-com:xml-msdata">\n'
+           '    <xs:element name="Host" msdata:IsDataSet="true" msdata:UseCurrentLocale="true">\n'
+           "      <xs:complexType>\n"
+           '        <xs:choice minOccurs="0" maxOccurs="unbounded">\n')
+    out += schema_table("Property") + "".join(schema_table(t) for t in tables)
+    out += "        </xs:choice>\n      </xs:complexType>\n    </xs:element>\n  </xs:schema>\n"
+    for table, i in zip(tables, items):
+        for key, p in i["properties"].items():
+            out += "  <%s>\n" % table
+            out += "    <Name>%s</Name>\n" % clean_text(key)
+            out += "    <DisplayName>%s</DisplayName>\n" % clean_text(p["displayName"])
+            out += "    <Value>%s</Value>\n" % clean_text(p["value"])
+            out += "    <Category>%s</Category>\n" % clean_text(p["category"])
+            out += "    <Description>%s</Description>\n" % clean_text(p["description"])
+            out += "  </%s>\n" % table
+    return out + "</Host>\n"
+
+
 def main():
     here = Path(__file__).resolve().parent
     names = sys.argv[1:] or sorted(p.parent.name for p in here.glob("*/items.py"))
@@ -219,6 +272,9 @@ def main():
         doc = {"host": spec["HOST"], "storage": spec["ITEMS"]}
         (folder / "expected.json").write_text(json.dumps(doc, indent=2, ensure_ascii=False) + "\n")
         print("wrote", folder / "expected.json")
+        if spec.get("WITH_REPORT"):
+            (folder / "expected.xml").write_text(report(spec["ITEMS"]))
+            print("wrote", folder / "expected.xml")
 
 
 if __name__ == "__main__":

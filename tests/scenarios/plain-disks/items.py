@@ -10,3 +10,4 @@ ITEMS = [
          [proc_partition("", "sdb", 2097152, 8, 16),
           sys_block("", "sdb", 8, 16, 4194304, model="Flash Disk", vendor="Generic ", removable=True)]),
 ]
+WITH_REPORT = True
