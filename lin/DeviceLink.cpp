@@ -279,6 +279,10 @@ bool DeviceLink::findInParents(DmTreeDev* node) {
 }
 
 void DeviceLink::getInquiry(std::string& inquiry, unsigned int timeout) {
+    const Visit visit(this, Inquiry);
+    if (!visit.entered()) {
+        return;
+    }
     // A device that does not answer yields 28 blanks, which count as no answer: the question goes on
     // to the device beneath (the disk of a partition, the paths of a multipath device).
     lin::getInquiry(name(), inquiry, timeout);
@@ -296,6 +300,10 @@ void DeviceLink::getInquiry(std::string& inquiry, unsigned int timeout) {
 }
 
 void DeviceLink::addProperties(const std::string& prefix, std::map<std::string, Property>& properties) {
+    const Visit visit(this, Properties);
+    if (!visit.entered()) {
+        return;
+    }
     procPartition_->addProperties(prefix, properties);
     for (SysBlock* s : sysBlocks) {
         s->addProperties(prefix, properties);

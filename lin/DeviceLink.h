@@ -79,6 +79,44 @@ class DeviceLink {
     // Writes everything the link has gathered to the log, related links indented below it.
     void print(int indent);
 
+    // Marks a link as being walked for the length of one recursive call. The relations come from the
+    // machine's own data, which may contradict itself (a device listed as built on its own holder);
+    // every walk over them enters a link at most once at a time, so such data ends a walk instead of
+    // recursing without end.
+    // Each kind of walk has its own mark, since walks nest (converting a link walks its properties
+    // while the run walks the links for file systems).
+    enum Walk {
+        Inquiry = 1,
+        Properties = 2,
+        Print = 4,
+        Exclusions = 8,
+        Unique = 16,
+        Logical = 32,
+        FileSystems = 64
+    };
+    class Visit {
+      public:
+        Visit(DeviceLink* link, Walk walk) : link_(link), walk_(walk), entered_((link->state_ & walk) == 0) {
+            if (entered_) {
+                link_->state_ |= walk_;
+            }
+        }
+        ~Visit() {
+            if (entered_) {
+                link_->state_ &= ~walk_;
+            }
+        }
+        Visit(const Visit&) = delete;
+        Visit& operator=(const Visit&) = delete;
+        // False when the link is already being walked further up: the caller returns at once.
+        bool entered() const { return entered_; }
+
+      private:
+        DeviceLink* link_;
+        int walk_;
+        bool entered_;
+    };
+
     ProcPartition* procPartition() const { return procPartition_; }
     const std::string& name() const;
 

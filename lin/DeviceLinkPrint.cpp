@@ -22,6 +22,10 @@ constexpr const char* kTrace = "DeviceLink::print";
 #define DUMP VESSA_LOG_AT(kUnit, kTrace) << pad
 
 void DeviceLink::print(int indent) {
+    const Visit visit(this, Print);
+    if (!visit.entered()) {
+        return;
+    }
     VESSA_TRACE(kUnit, kTrace);
     if (!vessa::log::enabled()) {
         return;

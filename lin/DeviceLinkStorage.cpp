@@ -40,6 +40,10 @@ std::string withPrefix(const std::string& prefix, const std::string& s) {
 }  // namespace
 
 void DeviceLink::getExclusions(Storage::exclusions& exclusions, bool fromChildren, bool fromHolders) {
+    const Visit visit(this, Exclusions);
+    if (!visit.entered()) {
+        return;
+    }
     VESSA_TRACE(kUnit, "getExclusions");
     VESSA_LOG << "Getting exclusions for " << name();
     if (fromChildren) {

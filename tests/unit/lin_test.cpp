@@ -236,6 +236,23 @@ TEST(Discovery, ProgressNamesEachSourceAndCountsItems) {
     vessa::hax::clearHostCache();
 }
 
+TEST(Discovery, SelfContradictingDataEndsEveryWalk) {
+    // Each of two device-mapper devices claims to be built on the other, and one of them on sda: the
+    // relations above sda form a cycle.
+    auto v = std::make_unique<vessa::test::ScriptedView>();
+    v->files["/proc/partitions"] = "major minor #blocks name\n 8 0 10 sda\n 253 0 10 dm-0\n 253 1 10 dm-1\n";
+    v->commands["dmsetup ls --tree -o notrunc"] = {
+        true, 0, "a (253:0)\n `- b (253:1)\n     `- (8:0)\nb (253:1)\n `- a (253:0)\n"};
+    v->files["/etc/mtab"] = "/dev/mapper/b / ext4 rw 0 0\n";
+    v->files["/dev/mapper/b"] = "x";
+    vessa::test::LogCapture log;  // the dump walks the links too
+    auto items = run(std::move(v), 31);
+    ASSERT_FALSE(items.empty());
+    for (const Result& r : items) {
+        EXPECT_EQ(r.exclusions[5], 'S') << r.path;  // the / mount still reaches every device
+    }
+}
+
 TEST(Discovery, AFailingSourceLeavesTheListUnchanged) {
     auto v = lvmMachine();
     v->commands["lvdisplay"] = {true, 0, "  LV Name root\n  Block device  none\n"};
