@@ -2,9 +2,11 @@
 //
 //   vessa-storage list    [--sysroot DIR] [--type N] [--json] [--log FILE] [-j SECONDS]
 //   vessa-storage report  [--sysroot DIR] [--type N] [--output FILE] [--log FILE]
+//   vessa-storage capture DIR [--force] [--log FILE]
 //
 // Exit status: 0 success, 1 failure (one line on standard error naming what failed), 2 usage.
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <fstream>
 #include <iostream>
@@ -12,8 +14,10 @@
 
 #include <CLI/CLI.hpp>
 
+#include "cli/Capture.h"
 #include "cli/ListOutput.h"
 #include "platform/Exception.h"
+#include "platform/RecordingView.h"
 #include "platform/SystemView.h"
 #include "target/Host.h"
 
@@ -26,7 +30,28 @@ struct Options {
     std::string logFile;
     unsigned int inquiryTimeout = 1;
     std::string output;
+    std::string captureDir;
+    bool force = false;
 };
+
+// Exit status 2: the command line asks for something that is refused as such.
+class Refusal : public std::runtime_error {
+  public:
+    using std::runtime_error::runtime_error;
+};
+
+// Progress on standard error, one line rewritten in place, for people watching a terminal only.
+bool g_progressShown = false;
+void showProgress(int percent, std::string message) {
+    std::cerr << "\r\033[K[" << percent << "%] " << message << std::flush;
+    g_progressShown = true;
+}
+void endProgress() {
+    if (g_progressShown) {
+        std::cerr << "\r\033[K" << std::flush;
+        g_progressShown = false;
+    }
+}
 
 class Failure : public std::runtime_error {
   public:
@@ -38,13 +63,7 @@ bool isDirectory(const std::string& path) {
     return ::stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
 }
 
-// Sets up the view and the log, and runs discovery for the machine the view shows. The log stream
-// outlives the host: it is closed only after the host has written its last line.
-std::unique_ptr<vessa::target::Host> discover(const Options& o, std::ofstream& log) {
-    if (!isDirectory(o.sysroot)) {
-        throw Failure("snapshot root " + o.sysroot + " is not a directory");
-    }
-    vessa::sal::sys::useRoot(o.sysroot);
+void openLog(const Options& o, std::ofstream& log) {
     if (!o.logFile.empty()) {
         log.open(o.logFile, std::ios::out | std::ios::trunc);
         if (!log) {
@@ -52,11 +71,27 @@ std::unique_ptr<vessa::target::Host> discover(const Options& o, std::ofstream& l
         }
         vessa::target::Host::setLoggingStream(log);
     }
+}
+
+// Runs discovery for the machine the view shows. The log stream outlives the host: it is closed only
+// after the host has written its last line.
+std::unique_ptr<vessa::target::Host> discoverWithView(const Options& o) {
     std::string name = vessa::sal::sys::current().hostName();
     std::unique_ptr<vessa::target::Host> host(vessa::target::Host::named(name, false));
-    host->fill(static_cast<vessa::target::Storage::storageType>(o.type), nullptr, false,
+    vessa::target::Host::callback progress = ::isatty(STDERR_FILENO) ? showProgress : nullptr;
+    host->fill(static_cast<vessa::target::Storage::storageType>(o.type), progress, false,
                {"-j" + std::to_string(o.inquiryTimeout)});
+    endProgress();
     return host;
+}
+
+std::unique_ptr<vessa::target::Host> discover(const Options& o, std::ofstream& log) {
+    if (!isDirectory(o.sysroot)) {
+        throw Failure("snapshot root " + o.sysroot + " is not a directory");
+    }
+    vessa::sal::sys::useRoot(o.sysroot);
+    openLog(o, log);
+    return discoverWithView(o);
 }
 
 int list(const Options& o) {
@@ -87,6 +122,36 @@ int report(const Options& o) {
     return 0;
 }
 
+int capture(const Options& o) {
+    std::string why;
+    switch (vessa::cli::prepareCaptureDir(o.captureDir, o.force, why)) {
+        case vessa::cli::TargetState::NotEmpty:
+            throw Refusal(why);
+        case vessa::cli::TargetState::NotWritable:
+            throw Failure(why);
+        case vessa::cli::TargetState::Usable:
+            break;
+    }
+    std::ofstream log;
+    openLog(o, log);
+    auto recording =
+        std::make_unique<vessa::sal::sys::RecordingView>(vessa::sal::sys::makeLiveView(), o.captureDir);
+    vessa::sal::sys::RecordingView* recorder = recording.get();
+    vessa::sal::sys::install(std::move(recording));
+    std::unique_ptr<vessa::target::Host> host = discoverWithView(o);
+    const std::string error = recorder->firstError();
+    const std::size_t items = host->storage().size();
+    host.reset();
+    vessa::sal::sys::install(vessa::sal::sys::makeLiveView());
+    if (!error.empty()) {
+        throw Failure("capture incomplete: " + error);
+    }
+    const vessa::cli::TreeSize size = vessa::cli::measure(o.captureDir);
+    std::cerr << "captured " << items << " items: " << size.files << " files, " << size.bytes << " bytes in "
+              << o.captureDir << "\n";
+    return 0;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -110,6 +175,11 @@ int main(int argc, char** argv) {
     CLI::App* reportCmd = app.add_subcommand("report", "Write the XML storage report");
     common(reportCmd);
     reportCmd->add_option("--output", o.output, "Report file (default: <host name>.xml)")->type_name("FILE");
+    CLI::App* captureCmd = app.add_subcommand(
+        "capture", "Write a snapshot of everything discovery reads on this machine to DIR");
+    captureCmd->add_option("DIR", o.captureDir, "Snapshot directory (new or empty)")->required();
+    captureCmd->add_flag("--force", o.force, "Write into DIR even when it is not empty");
+    captureCmd->add_option("--log", o.logFile, "Write the library's log to FILE")->type_name("FILE");
 
     try {
         app.parse(argc, argv);
@@ -122,8 +192,16 @@ int main(int argc, char** argv) {
         if (listCmd->parsed()) {
             return list(o);
         }
+        if (captureCmd->parsed()) {
+            return capture(o);
+        }
         return report(o);
+    } catch (const Refusal& e) {
+        endProgress();
+        std::cerr << "vessa-storage: " << e.what() << '\n';
+        return 2;
     } catch (const Failure& e) {
+        endProgress();
         std::cerr << "vessa-storage: " << e.what() << '\n';
     } catch (const vessa::Exception& e) {
         std::cerr << "vessa-storage: " << e.typeName() << ": " << e.why() << '\n';

@@ -143,14 +143,15 @@ void makeUniquePair(DeviceLink* a, DeviceLink* b) {
 
 }  // namespace
 
-unsigned int getLocalStorage(Host* host, Storage::storageType type, const std::list<std::string>& arguments) {
+unsigned int getLocalStorage(Host* host, Storage::storageType type, const std::list<std::string>& arguments,
+                             Progress progress) {
     unsigned int timeout = 1;
     for (const std::string& a : arguments) {
         if (a.size() > 2 && (a[1] == 'j' || a[1] == 'J')) {
             util::str::to(timeout, a.substr(2));
         }
     }
-    return GetStorage(host, type, timeout);
+    return GetStorage(host, type, timeout, progress);
 }
 
 void cleanLinks(std::list<DeviceLink*>& links) {
@@ -277,28 +278,44 @@ void addFileSystemDevices(std::list<Storage*>& out, std::size_t indexBase, Host*
     }
 }
 
-std::uint32_t GetStorage(Host* host, Storage::storageType type, unsigned int inquiryTimeout) {
+std::uint32_t GetStorage(Host* host, Storage::storageType type, unsigned int inquiryTimeout,
+                         Progress progress) {
     VESSA_TRACE(kUnit, "GetStorage");
+    int step = 0;
+    auto reading = [&](const char* source) {
+        if (progress != nullptr) {
+            progress(step++ * 5, std::string("Reading ") + source);
+        }
+    };
     std::unique_ptr<Host> localHost(Host::named("127.0.0.1", false));
     RunRecords r;
     Host* lh = localHost.get();
 
+    reading("/proc/partitions");
     readSource("CHECK /proc/partions", " items from /proc/partitions", "/proc/partitions", r.procPartitions,
                [](auto& l) { ProcPartition::readProcPartitions(l); });
+    reading("/sys/block");
     readSource("CHECK /sys/block", " items from /sys/block/...", "/sys/block", r.sysBlocks,
                [&](auto& l) { SysBlock::readSysFs(l, r.procPartitions, lh); });
+    reading("dmsetup");
     readSource("CHECK dmsetup", " items from \"dmsetup ls --tree\"...", "dmsetup", r.dmDevs,
                [&](auto& l) { DmTreeDev::readDmTree(l, lh); });
+    reading("pvdisplay");
     readSource("CHECK pvdisplay", " items from pvdisplay...", "pvdisplay", r.physicalVolumes,
                [&](auto& l) { PhysicalVolume::readPvDisplay(l, lh); });
+    reading("lvdisplay");
     readSource("CHECK lvdisplay", " items from lvdisplay...", "lvdisplay", r.logicalVolumes,
                [&](auto& l) { LogicalVolume::readLvDisplay(l, lh); });
+    reading("vgdisplay");
     readSource("CHECK vgdisplay", " items from vgdisplay...", "vgdisplay", r.volumeGroups,
                [&](auto& l) { VolumeGroup::readVgDisplay(l, lh); });
+    reading("/etc/fstab");
     readSource("CHECK /etc/fstab", " entries from /etc/fstab...", "/etc/fstab", r.fsTableEntries,
                [&](auto& l) { FsTableEntry::readFsTab(l, lh); });
+    reading("/etc/mtab");
     readSource("CHECK /etc/mtab", " entries from /etc/mtab...", "/etc/mtab", r.mTableEntries,
                [&](auto& l) { MTableEntry::readMTab(l, lh); });
+    reading("/dev/disk/by-*");
     readSource("CHECK /dev/disk/by-*", " links from /dev/disk/by-*", "/dev/disk/by-*", r.diskBys,
                [&](auto& l) { DiskBy::readDisksBy(l, lh); });
 
@@ -319,6 +336,14 @@ std::uint32_t GetStorage(Host* host, Storage::storageType type, unsigned int inq
     // leaves the host's list as it was. Indices count the host's items as if each were appended at once.
     std::list<Storage*> made;
     const std::size_t base = host->storage().size();
+    std::size_t reported = 0;
+    auto converted = [&]() {
+        if (progress != nullptr && made.size() != reported) {
+            reported = made.size();
+            progress(50 + static_cast<int>(std::min<std::size_t>(reported, 49)),
+                     "Converting devices: " + std::to_string(reported) + " items made");
+        }
+    };
     try {
         if (type & Storage::discoveredBlockDevice) {
             int counter = 0;
@@ -335,12 +360,14 @@ std::uint32_t GetStorage(Host* host, Storage::storageType type, unsigned int inq
             std::map<std::uint32_t, std::list<std::uint32_t>> doneLogical;
             for (DeviceLink* link : links) {
                 addLogicalDevices(made, base, lh, link, doneLogical, inquiryTimeout, false);
+                converted();
             }
         }
         if (type & Storage::fileSystemStorage) {
             std::list<std::string> doneMounts;
             for (DeviceLink* link : links) {
                 addFileSystemDevices(made, base, lh, link, doneMounts, inquiryTimeout);
+                converted();
             }
         }
     } catch (...) {
@@ -348,6 +375,9 @@ std::uint32_t GetStorage(Host* host, Storage::storageType type, unsigned int inq
             delete s;
         }
         throw;
+    }
+    if (progress != nullptr) {
+        progress(100, "Done: " + std::to_string(made.size()) + " items");
     }
     host->storage().splice(host->storage().end(), made);
     return static_cast<std::uint32_t>(host->storage().size());

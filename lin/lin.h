@@ -20,13 +20,18 @@ class DeviceLink;
 // Takes the SCSI inquiry timeout from the last argument whose second character is "j" or "J" and
 // that is longer than two characters ("-j5": 5 seconds; default 1), then runs GetStorage. A timeout
 // that is not a number throws the text-conversion exception.
-unsigned int getLocalStorage(Host* host, Storage::storageType type, const std::list<std::string>& arguments);
+// Progress: a percentage and what is being done (which source is read, how many items are made).
+typedef void (*Progress)(int, std::string);
+
+unsigned int getLocalStorage(Host* host, Storage::storageType type, const std::list<std::string>& arguments,
+                             Progress progress = nullptr);
 
 // One run. Appends to host->storage(): block devices (when type shares a bit with 36), logical
 // devices (26) and mounted or configured file systems (1); returns the size of the list afterwards.
 // A source whose output cannot be understood ends the run with an exception that names the source;
 // the host's list is then unchanged by the run.
-std::uint32_t GetStorage(Host* host, Storage::storageType type, unsigned int inquiryTimeout);
+std::uint32_t GetStorage(Host* host, Storage::storageType type, unsigned int inquiryTimeout,
+                         Progress progress = nullptr);
 
 // The steps of a run, exposed for tests.
 void cleanLinks(std::list<DeviceLink*>& links);

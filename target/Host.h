@@ -34,8 +34,9 @@ class Host {
     typedef std::pair<Storage::storageType, std::list<std::string>> Request;
     // Local discovery, registered by the Linux discovery unit: appends the local machine's storage to
     // the host's list and returns the list's size.
+    // Reports progress through the callback when one is given.
     typedef unsigned int (*LocalDiscovery)(Host* host, Storage::storageType type,
-                                           const std::list<std::string>& arguments);
+                                           const std::list<std::string>& arguments, callback progress);
 
     // Copies the handle and asks the host for its description at once (refreshHostInfo).
     explicit Host(const vessa::hax::Host& agentHost);

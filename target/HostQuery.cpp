@@ -42,7 +42,7 @@ int Host::fill(Storage::storageType type, callback cb, bool /*flag*/, const std:
             VESSA_LOG << "Local discovery is not available";
             return static_cast<int>(storage_.size());
         }
-        return static_cast<int>(g_localDiscovery(this, type, options));
+        return static_cast<int>(g_localDiscovery(this, type, options, cb));
     }
     Request request(type, options);
     QueryDrives(cb, request);

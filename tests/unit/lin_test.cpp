@@ -210,6 +210,32 @@ TEST(Discovery, InquiryTimeoutOption) {
     vessa::hax::clearHostCache();
 }
 
+std::vector<std::pair<int, std::string>> g_progress;
+void record(int percent, std::string message) {
+    g_progress.emplace_back(percent, message);
+}
+
+TEST(Discovery, ProgressNamesEachSourceAndCountsItems) {
+    g_progress.clear();
+    vessa::hax::clearHostCache();
+    vessa::test::ScopedView scoped(lvmMachine());
+    std::unique_ptr<Host> host(Host::named("127.0.0.1", false));
+    host->fill(static_cast<Storage::storageType>(36), record, false, {});
+    std::vector<std::string> messages;
+    int last = -1;
+    for (const auto& [percent, message] : g_progress) {
+        EXPECT_GE(percent, last) << message;  // never goes back
+        last = percent;
+        messages.push_back(message);
+    }
+    ASSERT_GE(messages.size(), 10u);
+    EXPECT_EQ(messages.front(), "Reading /proc/partitions");
+    EXPECT_EQ(messages[8], "Reading /dev/disk/by-*");
+    EXPECT_EQ(messages.back(), "Done: 4 items");
+    EXPECT_EQ(last, 100);
+    vessa::hax::clearHostCache();
+}
+
 TEST(Discovery, AFailingSourceLeavesTheListUnchanged) {
     auto v = lvmMachine();
     v->commands["lvdisplay"] = {true, 0, "  LV Name root\n  Block device  none\n"};

@@ -1,0 +1,54 @@
+// A system view that answers from another view (the live machine, or a snapshot in tests) and writes
+// down, as a snapshot under `dir`, everything it was asked and answered, in the format the replay
+// view reads: file contents under their host paths, the names (and kinds) of listed directory
+// entries, link targets that were read, the directories whose file system was queried, device nodes
+// that passed the read test (non-empty), block device capacities, command outputs and statuses,
+// SCSI answers, and the host name. Nothing that was not asked is written.
+//
+// Replaying the snapshot asks the same questions and gets the same answers, so it yields the same
+// storage list. Write errors are collected, not thrown: a capture goes on and reports them at the end.
+#pragma once
+
+#include <memory>
+#include <set>
+#include <string>
+
+#include "platform/SystemView.h"
+
+namespace vessa::sal::sys {
+
+class RecordingView : public View {
+  public:
+    RecordingView(std::unique_ptr<View> inner, std::string dir);
+
+    const std::string& root() const override { return inner_->root(); }
+    bool readFile(const std::string& path, std::string& content) override;
+    bool listDirectory(const std::string& path, std::vector<DirEntry>& entries) override;
+    bool status(const std::string& path, FileStatus& st) override;
+    bool readLink(const std::string& path, std::string& target, std::size_t limit) override;
+    bool fsStatus(const std::string& path, FsStatus& st) override;
+    bool deviceReadable(const std::string& path) override;
+    std::string hostName() override;
+    bool run(const std::string& program, const std::list<std::string>& args, std::string& output,
+             int& status) override;
+    IoctlResult scsiInquiry(const std::string& device, unsigned int timeoutSeconds) override;
+    ScsiAddressResult scsiAddress(const std::string& device) override;
+    unsigned int readCapacityBlockSize(const std::string& device, bool sixteen) override;
+
+    // The first write that failed, or "" (the capture is then complete).
+    const std::string& firstError() const { return error_; }
+
+  private:
+    std::string target(const std::string& hostPath) const;
+    void writeFile(const std::string& hostPath, const std::string& content, bool overwrite);
+    void makeDirectory(const std::string& hostPath);
+    void writeRecording(const std::string& relative, const std::string& content);
+    void fail(const std::string& what);
+
+    std::unique_ptr<View> inner_;
+    std::string dir_;
+    std::set<std::string> links_;  // host paths recorded as symbolic links
+    std::string error_;
+};
+
+}  // namespace vessa::sal::sys

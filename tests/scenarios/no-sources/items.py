@@ -1,0 +1,3 @@
+# Derived in README.md; composed into expected.json by ../compose.py.
+HOST = "localhost"
+ITEMS = []

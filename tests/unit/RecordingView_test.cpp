@@ -1,0 +1,118 @@
+#include "platform/RecordingView.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+
+#include "support/ScriptedView.h"
+#include "support/TestSupport.h"
+#include "target/Host.h"
+
+namespace fs = std::filesystem;
+namespace sys = vessa::sal::sys;
+using vessa::target::Host;
+using vessa::target::Storage;
+
+namespace {
+
+const std::string kScenarios = std::string(VESSA_SOURCE_DIR) + "/tests/scenarios/";
+
+// Discovery of every kind through `view`; the items as one comparable text.
+std::string discover(std::unique_ptr<sys::View> view) {
+    vessa::hax::clearHostCache();
+    vessa::test::ScopedView scoped(std::move(view));
+    std::unique_ptr<Host> host(Host::named(sys::current().hostName(), false));
+    host->fill(Storage::allStorage, nullptr, false, {});
+    std::string text = host->name() + "\n";
+    for (Storage* s : host->storage()) {
+        text += std::to_string(s->index()) + " " + s->path() + " [" + s->exclusionString() + "] " +
+                s->inquiry() + "\n";
+        for (const auto& [key, p] : s->properties()) {
+            text += "  " + key + "=" + p.value() + " | " + p.category() + "\n";
+        }
+    }
+    vessa::hax::clearHostCache();
+    return text;
+}
+
+// Every file and link under `dir`, with its content or target.
+std::map<std::string, std::string> tree(const std::string& dir) {
+    std::map<std::string, std::string> out;
+    for (auto it = fs::recursive_directory_iterator(dir); it != fs::recursive_directory_iterator(); ++it) {
+        const std::string rel = fs::relative(it->path(), dir).string();
+        if (it->is_symlink()) {
+            out[rel] = "-> " + fs::read_symlink(it->path()).string();
+        } else if (it->is_regular_file()) {
+            out[rel] = vessa::test::readFile(it->path().string());
+        } else if (it->is_directory()) {
+            out[rel + "/"] = "";
+        }
+    }
+    return out;
+}
+
+class CaptureOfScenario : public ::testing::TestWithParam<std::string> {};
+
+// A capture taken while replaying a scenario replays to the same items; and capturing that capture
+// writes exactly the same files again, so a capture holds nothing that its replay does not read.
+TEST_P(CaptureOfScenario, ReplaysToTheSameItemsAndIsAFixedPoint) {
+    const std::string root = kScenarios + GetParam() + "/root";
+    vessa::test::TempDir first, second;
+    const std::string original = discover(sys::makeReplayView(root));
+    const std::string captured =
+        discover(std::make_unique<sys::RecordingView>(sys::makeReplayView(root), first.path()));
+    EXPECT_EQ(captured, original);
+    EXPECT_EQ(discover(sys::makeReplayView(first.path())), original);
+    discover(std::make_unique<sys::RecordingView>(sys::makeReplayView(first.path()), second.path()));
+    EXPECT_EQ(tree(second.path()), tree(first.path()));
+}
+
+INSTANTIATE_TEST_SUITE_P(Scenarios, CaptureOfScenario,
+                         ::testing::Values("plain-disks", "partitions-root-boot-swap", "lvm",
+                                           "multipath-kpartx", "cciss", "network-mounts", "zero-size",
+                                           "no-sources"),
+                         [](const auto& info) {
+                             std::string n = info.param;
+                             for (char& c : n) {
+                                 if (c == '-')
+                                     c = '_';
+                             }
+                             return n;
+                         });
+
+TEST(RecordingView, WritesOnlyWhatWasAskedAndMarksNoDeviceData) {
+    auto inner = std::make_unique<vessa::test::ScriptedView>();
+    inner->files["/etc/secret"] = "do not copy";
+    inner->files["/etc/mtab"] = "/dev/sda1 / ext4 rw 0 0\n";
+    inner->files["/dev/sda1"] = "RAW DEVICE DATA";
+    inner->commands["dmsetup ls --target multipath"] = {true, 1, "x\n"};
+    vessa::test::TempDir dir;
+    sys::RecordingView rec(std::move(inner), dir.path());
+    std::string content;
+    ASSERT_TRUE(rec.readFile("/etc/mtab", content));
+    EXPECT_TRUE(rec.deviceReadable("/dev/sda1"));
+    std::string out;
+    int status = 0;
+    EXPECT_TRUE(rec.run("dmsetup", {"ls", "--target", "multipath"}, out, status));
+    EXPECT_FALSE(rec.run("lvdisplay", {}, out, status));
+    EXPECT_EQ(rec.firstError(), "");
+    const auto written = tree(dir.path());
+    EXPECT_EQ(written.at("etc/mtab"), "/dev/sda1 / ext4 rw 0 0\n");
+    EXPECT_EQ(written.at("dev/sda1"), "readable\n");  // the mark, never the device's data
+    EXPECT_EQ(written.at(".vessa/commands/dmsetup ls --target multipath"), "x\n");
+    EXPECT_EQ(written.at(".vessa/commands/dmsetup ls --target multipath.status"), "1\n");
+    EXPECT_EQ(written.count("etc/secret"), 0u);
+    EXPECT_EQ(written.count(".vessa/commands/lvdisplay"), 0u);
+}
+
+TEST(RecordingView, WriteFailuresAreCollected) {
+    vessa::test::TempDir dir;
+    const std::string file = dir.write("plain-file", "x");
+    auto inner = std::make_unique<vessa::test::ScriptedView>();
+    inner->files["/etc/hostname"] = "h\n";
+    sys::RecordingView rec(std::move(inner), file + "/under-a-file");
+    EXPECT_EQ(rec.hostName(), "scripted");  // the answer still comes through
+    EXPECT_NE(rec.firstError(), "");
+}
+
+}  // namespace
