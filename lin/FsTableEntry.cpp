@@ -77,17 +77,8 @@ void FsTableEntry::getExclusions(Storage::exclusions& ex) {
 
 void FsTableEntry::addProperties(const std::string& categoryPrefix,
                                  std::map<std::string, Property>& properties) {
-    const std::string category = categoryPrefix + "FS Entry: \"" + device_ + "\"";
-    properties.insert_or_assign("FsEntryFsType" + mountPoint_,
-                                Property("FsEntryFsType" + mountPoint_, type_, "File System",
-                                         "Format of the file system on this partition.", category));
-    properties.insert_or_assign("fileSystem", Property("fileSystem", type_, "", "", ""));
-    properties.insert_or_assign("FsEntryMountPoint" + mountPoint_,
-                                Property("FsEntryMountPoint" + mountPoint_, mountPoint_, "Mount Point",
-                                         "Mount point for the entry in the fstab.", category));
-    properties.insert_or_assign(
-        "FsEntryName" + device_,
-        Property("FsEntryName" + device_, device_, "Name", "Name for the entry in the fstab.", category));
+    addMountProperties("FsEntry", categoryPrefix + "FS Entry: \"" + device_ + "\"", "fstab", device_,
+                       mountPoint_, type_, properties);
 }
 
 }  // namespace vessa::target::lin

@@ -122,19 +122,25 @@ void MTableEntry::getExclusions(Storage::exclusions& ex) {
     mountPointExclusions(mountPoint_, ex);
 }
 
+void addMountProperties(const std::string& keyPrefix, const std::string& category, const std::string& table,
+                        const std::string& device, const std::string& mountPoint, const std::string& type,
+                        std::map<std::string, Property>& properties) {
+    auto put = [&](const std::string& key, const std::string& value, const char* label,
+                   const std::string& text) {
+        properties.insert_or_assign(key, Property(key, value, label, text, category));
+    };
+    put(keyPrefix + "FsType" + mountPoint, type, "File System",
+        "Format of the file system on this partition.");
+    properties.insert_or_assign("fileSystem", Property("fileSystem", type, "", "", ""));
+    put(keyPrefix + "MountPoint" + mountPoint, mountPoint, "Mount Point",
+        "Mount point for the entry in the " + table + ".");
+    put(keyPrefix + "Name" + device, device, "Name", "Name for the entry in the " + table + ".");
+}
+
 void MTableEntry::addProperties(const std::string& categoryPrefix,
                                 std::map<std::string, Property>& properties) {
-    const std::string category = categoryPrefix + "MTab Entry: \"" + device_ + "\"";
-    properties.insert_or_assign("MTabEntryFsType" + mountPoint_,
-                                Property("MTabEntryFsType" + mountPoint_, type_, "File System",
-                                         "Format of the file system on this partition.", category));
-    properties.insert_or_assign("fileSystem", Property("fileSystem", type_, "", "", ""));
-    properties.insert_or_assign("MTabEntryMountPoint" + mountPoint_,
-                                Property("MTabEntryMountPoint" + mountPoint_, mountPoint_, "Mount Point",
-                                         "Mount point for the entry in the mtab.", category));
-    properties.insert_or_assign(
-        "MTabEntryName" + device_,
-        Property("MTabEntryName" + device_, device_, "Name", "Name for the entry in the mtab.", category));
+    addMountProperties("MTabEntry", categoryPrefix + "MTab Entry: \"" + device_ + "\"", "mtab", device_,
+                       mountPoint_, type_, properties);
 }
 
 }  // namespace vessa::target::lin

@@ -61,4 +61,11 @@ class MTableEntry {
 // Exclusions of a mount point, shared by both tables.
 void mountPointExclusions(const std::string& mountPoint, Storage::exclusions& ex);
 
+// The four properties of a mount-table entry, shared by both tables: keys begin with `keyPrefix`
+// ("MTabEntry", "FsEntry") and end with the mount point or device, so that several entries of one
+// device do not collide; `table` ("mtab", "fstab") ends the descriptions.
+void addMountProperties(const std::string& keyPrefix, const std::string& category, const std::string& table,
+                        const std::string& device, const std::string& mountPoint, const std::string& type,
+                        std::map<std::string, Property>& properties);
+
 }  // namespace vessa::target::lin

@@ -92,10 +92,7 @@ Storage::Storage(const storageType& type, const std::string& name, const std::st
         VESSA_LOG << "Index: " << index;
         addProperty(standard::index.make(util::str::from(index)));
     }
-    VESSA_LOG << "Name: " << name_;
-    VESSA_LOG << "Path: " << path_;
-    VESSA_LOG << "Size: " << size_;
-    VESSA_LOG << "Inquiry: " << inquiry_;
+    logCoreFields(vessa_trace_.name());
     for (const auto& [key, property] : properties) {
         VESSA_LOG << "property " << key << " = " << property.value();
         properties_.insert_or_assign(key, property);
@@ -128,10 +125,7 @@ Storage::Storage(const storageType& type, int index, const std::string& name, co
         p.join(kTargetFile);
         path_ = flipPath ? p.flipTo() : p.str();
     }
-    VESSA_LOG << "Name: " << name_;
-    VESSA_LOG << "Path: " << path_;
-    VESSA_LOG << "Size: " << size_;
-    VESSA_LOG << "Inquiry: " << inquiry_;
+    logCoreFields(vessa_trace_.name());
 
     exclusions found = 0;
     if (boot) {
@@ -173,6 +167,13 @@ Storage::Storage(const storageType& type, int index, const std::string& name, co
     addProperty(standard::exclusion.make(exclusionString_));
     const char* access = (type & physicalStorage) ? "0" : (type & logicalStorageMask) ? "1" : "2";
     addProperty(standard::accessType.make(access));
+}
+
+void Storage::logCoreFields(const char* trace) const {
+    VESSA_LOG_AT(kUnit, trace) << "Name: " << name_;
+    VESSA_LOG_AT(kUnit, trace) << "Path: " << path_;
+    VESSA_LOG_AT(kUnit, trace) << "Size: " << size_;
+    VESSA_LOG_AT(kUnit, trace) << "Inquiry: " << inquiry_;
 }
 
 Storage::Storage(const Storage& other)

@@ -87,6 +87,8 @@ class Storage {
     void resetExclusionString();
 
   private:
+    void logCoreFields(const char* trace) const;
+
     std::list<Storage> children_;
     exclusions exclusions_;
     exclusions overrides_;

@@ -24,22 +24,9 @@ TEST(CaptureLive, ReplayOfTheCaptureEqualsTheLiveRun) {
     if (!vessa::test::runningAsRoot()) {
         GTEST_SKIP() << "needs root for loop devices";
     }
-    LoopDevice mounted(32 << 20), pvA(64 << 20), pvB(64 << 20), blank(16 << 20);
-    ASSERT_TRUE(mounted.ok() && pvA.ok() && pvB.ok() && blank.ok());
-    ASSERT_EQ(vessa::test::run("mkfs.ext4 -q -F " + mounted.device()), 0);
-    vessa::test::TempDir mountPoint, work;
-    ASSERT_EQ(::mount(mounted.device().c_str(), mountPoint.path().c_str(), "ext4", 0, nullptr), 0);
-    const std::string vg = "vessacap" + std::to_string(::getpid());
-    struct Cleanup {
-        std::string dir, vg, a, b;
-        ~Cleanup() {
-            ::umount2(dir.c_str(), MNT_DETACH);
-            vessa::test::run("vgremove -q -f " + vg);
-            vessa::test::run("pvremove -q -f " + a + " " + b);
-        }
-    } cleanup{mountPoint.path(), vg, pvA.device(), pvB.device()};
-    ASSERT_EQ(vessa::test::run("pvcreate -q " + pvA.device() + " " + pvB.device()), 0);
-    ASSERT_EQ(vessa::test::run("vgcreate -q " + vg + " " + pvA.device() + " " + pvB.device()), 0);
+    vessa::test::TestMachine machine;
+    ASSERT_TRUE(machine.ok());
+    vessa::test::TempDir work;
 
     const std::string snapshot = work.path() + "/snap";
     std::string live, replayed, out;
@@ -47,7 +34,7 @@ TEST(CaptureLive, ReplayOfTheCaptureEqualsTheLiveRun) {
     ASSERT_EQ(runProgram({"list", "--json"}, live), 0);
     ASSERT_EQ(runProgram({"list", "--json", "--sysroot", snapshot}, replayed), 0);
     EXPECT_EQ(replayed, live);
-    EXPECT_NE(live.find(mountPoint.path() + "/targetfile.dat"), std::string::npos);
+    EXPECT_NE(live.find(machine.mountPoint() + "/targetfile.dat"), std::string::npos);
 
     ASSERT_EQ(runProgram({"report", "--output", work.path() + "/live.xml"}, out), 0);
     ASSERT_EQ(runProgram({"report", "--sysroot", snapshot, "--output", work.path() + "/replay.xml"}, out), 0);

@@ -38,34 +38,20 @@ TEST(CliLive, ListShowsWhatTheTestMade) {
     if (!vessa::test::runningAsRoot()) {
         GTEST_SKIP() << "needs root for loop devices";
     }
-    LoopDevice mounted(32 << 20), pvA(64 << 20), pvB(64 << 20), blank(16 << 20);
-    ASSERT_TRUE(mounted.ok() && pvA.ok() && pvB.ok() && blank.ok());
-    ASSERT_EQ(vessa::test::run("mkfs.ext4 -q -F " + mounted.device()), 0);
-    vessa::test::TempDir mountPoint;
-    ASSERT_EQ(::mount(mounted.device().c_str(), mountPoint.path().c_str(), "ext4", 0, nullptr), 0);
-    const std::string vg = "vessacli" + std::to_string(::getpid());
-    struct Cleanup {
-        std::string dir, vg, a, b;
-        ~Cleanup() {
-            ::umount2(dir.c_str(), MNT_DETACH);
-            vessa::test::run("vgremove -q -f " + vg);
-            vessa::test::run("pvremove -q -f " + a + " " + b);
-        }
-    } cleanup{mountPoint.path(), vg, pvA.device(), pvB.device()};
-    ASSERT_EQ(vessa::test::run("pvcreate -q " + pvA.device() + " " + pvB.device()), 0);
-    ASSERT_EQ(vessa::test::run("vgcreate -q " + vg + " " + pvA.device() + " " + pvB.device()), 0);
+    vessa::test::TestMachine m;
+    ASSERT_TRUE(m.ok());
 
     const nlohmann::json doc = listJson();
-    const nlohmann::json* fs = itemAt(doc, mountPoint.path() + "/targetfile.dat", 1);
+    const nlohmann::json* fs = itemAt(doc, m.mountPoint() + "/targetfile.dat", 1);
     ASSERT_NE(fs, nullptr) << doc.dump(1);
-    EXPECT_EQ((*fs)["name"], mounted.name());
-    for (const LoopDevice* pv : {&pvA, &pvB}) {
+    EXPECT_EQ((*fs)["name"], m.mounted.name());
+    for (const LoopDevice* pv : {&m.pvA, &m.pvB}) {
         const nlohmann::json* item = itemAt(doc, pv->device(), 36);
         ASSERT_NE(item, nullptr) << pv->device();
         EXPECT_EQ((*item)["exclusions"], "       V  ");
         EXPECT_EQ((*item)["reasons"], nlohmann::json::array({"volume group member"}));
     }
-    const nlohmann::json* b = itemAt(doc, blank.device(), 36);
+    const nlohmann::json* b = itemAt(doc, m.blank.device(), 36);
     ASSERT_NE(b, nullptr);
     EXPECT_EQ((*b)["exclusions"], "          ");
     EXPECT_EQ((*b)["size"], 16 << 20);

@@ -64,3 +64,40 @@ LoopDevice::~LoopDevice() {
 }
 
 }  // namespace vessa::test
+
+#include <sys/mount.h>
+
+namespace vessa::test {
+
+TestMachine::TestMachine() {
+    if (!mounted.ok() || !pvA.ok() || !pvB.ok() || !blank.ok()) {
+        return;
+    }
+    char templ[] = "/tmp/vessa-mnt-XXXXXX";
+    if (::mkdtemp(templ) == nullptr) {
+        return;
+    }
+    mountPoint_ = templ;
+    vg_ = "vessatest" + std::to_string(::getpid());
+    if (run("mkfs.ext4 -q -F " + mounted.device()) != 0) {
+        return;
+    }
+    mountedOk_ = ::mount(mounted.device().c_str(), mountPoint_.c_str(), "ext4", 0, nullptr) == 0;
+    ok_ = mountedOk_ && run("pvcreate -q " + pvA.device() + " " + pvB.device()) == 0 &&
+          run("vgcreate -q " + vg_ + " " + pvA.device() + " " + pvB.device()) == 0;
+}
+
+TestMachine::~TestMachine() {
+    if (mountedOk_) {
+        ::umount2(mountPoint_.c_str(), MNT_DETACH);
+    }
+    if (!vg_.empty()) {
+        run("vgremove -q -f " + vg_);
+        run("pvremove -q -f " + pvA.device() + " " + pvB.device());
+    }
+    if (!mountPoint_.empty()) {
+        ::rmdir(mountPoint_.c_str());
+    }
+}
+
+}  // namespace vessa::test

@@ -28,3 +28,32 @@ class LoopDevice {
 };
 
 }  // namespace vessa::test
+
+namespace vessa::test {
+
+// The machine the live tests of the command look at: a mounted ext4 loop device, two loop devices
+// that are the physical volumes of a volume group, and a blank one. Everything is undone on
+// destruction, also when a test fails half-way. ok() tells whether all of it could be made.
+class TestMachine {
+  public:
+    TestMachine();
+    ~TestMachine();
+    TestMachine(const TestMachine&) = delete;
+    TestMachine& operator=(const TestMachine&) = delete;
+
+    bool ok() const { return ok_; }
+    LoopDevice mounted{32 << 20};
+    LoopDevice pvA{64 << 20};
+    LoopDevice pvB{64 << 20};
+    LoopDevice blank{16 << 20};
+    const std::string& mountPoint() const { return mountPoint_; }
+    const std::string& volumeGroup() const { return vg_; }
+
+  private:
+    std::string mountPoint_;
+    std::string vg_;
+    bool mountedOk_ = false;
+    bool ok_ = false;
+};
+
+}  // namespace vessa::test
