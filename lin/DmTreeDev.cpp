@@ -97,7 +97,6 @@ std::map<std::string, std::pair<int, int>> DmTreeDev::parseMultipathList(const s
 void DmTreeDev::parseTree(const std::string& output,
                           const std::map<std::string, std::pair<int, int>>& multipaths,
                           std::list<DmTreeDev*>& result) {
-    VESSA_TRACE(kUnit, "readDmTree");
     std::deque<std::pair<int, DmTreeDev*>> open;
     forEachLine(output, [&](const std::string& line) {
         std::string name;
@@ -107,9 +106,9 @@ void DmTreeDev::parseTree(const std::string& output,
         auto* node = new DmTreeDev(name, numbers.first, numbers.second);
         for (const auto& [mpName, mpNumbers] : multipaths) {
             if (mpNumbers.first == node->major_ && mpNumbers.second == node->minor_) {
-                VESSA_LOG << "Matched " << node->name_ << " (" << node->major_ << ":" << node->minor_
-                          << ")  with " << mpName << " (" << mpNumbers.first << ":" << mpNumbers.second
-                          << ")";
+                VESSA_LOG_AT(kUnit, "readDmTree")
+                    << "Matched " << node->name_ << " (" << node->major_ << ":" << node->minor_ << ")  with "
+                    << mpName << " (" << mpNumbers.first << ":" << mpNumbers.second << ")";
                 if (node->name_ == "device") {
                     node->name_ = mpName;
                 }
@@ -145,7 +144,13 @@ bool DmTreeDev::readDmTree(std::list<DmTreeDev*>& result, Host* /*host*/) {
         return true;
     }
     std::list<DmTreeDev*> roots;
-    parseTree(output, multipaths, roots);
+    try {
+        parseTree(output, multipaths, roots);
+    } catch (...) {
+        // A number that does not convert ends the walk; what was built so far is the caller's.
+        result.splice(result.end(), roots);
+        throw;
+    }
     printDmTree(roots);
     result.splice(result.end(), roots);
     return true;
@@ -216,9 +221,8 @@ void DmTreeDev::addProperties(const std::string& categoryPrefix,
     put("DmDevChildCount", "Child count", str::from(static_cast<unsigned long>(children_.size())),
         "Count of the direct decendents in the tree listed by dmsetup.");
     put("DmDevMultipath", "Multipath Device", multipath_ ? "true" : "false",
-        "If true, then this is a multipath node that represents the access point for multiple paths to the "
-        "same "
-        "device");
+        "If true, then this is a multipath node that represents the access point for multiple "
+        "paths to the same device");
 }
 
 }  // namespace vessa::target::lin

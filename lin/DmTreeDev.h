@@ -25,9 +25,12 @@ class DmTreeDev {
     DmTreeDev(const std::string& name, int major, int minor);
 
     // Runs dmsetup twice (the multipath list, then the whole tree) on the local machine and appends
-    // the top-level nodes. Always returns true; a failed dmsetup leaves the list as it was.
+    // the top-level nodes. Always returns true; a dmsetup that cannot be run leaves the list as it
+    // was. Numbers that do not convert throw the text-conversion exception; the nodes made before
+    // that are in `result` all the same.
     static bool readDmTree(std::list<DmTreeDev*>& result, Host* host);
-    // The parsing halves, on the tools' output text.
+    // The parsing halves, on the tools' output text. Every line makes a node, also one without
+    // numbers ("device", 0:0); parseTree appends the new top-level nodes to `result` as it goes.
     static std::map<std::string, std::pair<int, int>> parseMultipathList(const std::string& output);
     static void parseTree(const std::string& output,
                           const std::map<std::string, std::pair<int, int>>& multipaths,

@@ -28,7 +28,6 @@ std::string LogicalVolume::deviceName() const {
 }
 
 void LogicalVolume::parse(const std::string& output, std::list<LogicalVolume*>& result) {
-    VESSA_TRACE(kUnit, "readLvDisplay");
     struct Key {
         LvmKey key;
         std::size_t slot;
@@ -68,7 +67,7 @@ void LogicalVolume::parse(const std::string& output, std::list<LogicalVolume*>& 
             values.resize(FieldCount);
             result.push_back(new LogicalVolume(values, major, minor));
         },
-        [&](const std::string& name) { VESSA_LOG << "Current LV: " << name; });
+        [&](const std::string& name) { VESSA_LOG_AT(kUnit, "readLvDisplay") << "Current LV: " << name; });
 }
 
 bool LogicalVolume::readLvDisplay(std::list<LogicalVolume*>& result, Host* /*host*/) {

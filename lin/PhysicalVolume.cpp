@@ -25,7 +25,6 @@ PhysicalVolume::PhysicalVolume(const std::string& name, const std::string& alloc
       vgName_(vgName) {}
 
 void PhysicalVolume::parse(const std::string& output, std::list<PhysicalVolume*>& result) {
-    VESSA_TRACE(kUnit, "readPvDisplay");
     // Slot order: the name, then the keys in the order they are tested.
     static const std::vector<LvmKey> keys = {{"PV Name", "PV Name"},
                                              {"VG Name", "VG Name"},
@@ -41,7 +40,7 @@ void PhysicalVolume::parse(const std::string& output, std::list<PhysicalVolume*>
         [&](std::vector<std::string>& f) {
             result.push_back(new PhysicalVolume(f[0], f[3], f[7], f[6], f[4], f[2], f[5], f[8], f[1]));
         },
-        [&](const std::string& name) { VESSA_LOG << "Current PV: " << name; });
+        [&](const std::string& name) { VESSA_LOG_AT(kUnit, "readPvDisplay") << "Current PV: " << name; });
 }
 
 bool PhysicalVolume::readPvDisplay(std::list<PhysicalVolume*>& result, Host* /*host*/) {

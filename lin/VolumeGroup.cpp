@@ -15,7 +15,6 @@ VolumeGroup::VolumeGroup(const std::vector<std::string>& values) : values_(value
 }
 
 void VolumeGroup::parse(const std::string& output, std::list<VolumeGroup*>& result) {
-    VESSA_TRACE(kUnit, "readVgDisplay");
     struct Key {
         const char* text;
         Field field;
@@ -53,7 +52,7 @@ void VolumeGroup::parse(const std::string& output, std::list<VolumeGroup*>& resu
             }
             result.push_back(new VolumeGroup(values));
         },
-        [&](const std::string& name) { VESSA_LOG << "Current VG: " << name; });
+        [&](const std::string& name) { VESSA_LOG_AT(kUnit, "readVgDisplay") << "Current VG: " << name; });
 }
 
 bool VolumeGroup::readVgDisplay(std::list<VolumeGroup*>& result, Host* /*host*/) {

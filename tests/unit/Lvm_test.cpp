@@ -39,6 +39,12 @@ TEST(Lvm, PhysicalVolumesOfRealMachines) {
         const char* allocatable;
     } cases[] = {
         {"lvm/pvdisplay-two-loops.txt", {"loop0", "loop1"}, "vessacap", "", "yes"},
+        {"lvm/pvdisplay-group-and-new-pv-loops.txt", {"loop0", "loop1", "loop2"}, "vessacap2", "", "yes"},
+        {"lvm/forum2008-pvdisplay-pe-size-kbyte-two-pvs.txt",
+         {"sdb4", "sdb3"},
+         "home",
+         "4096",
+         "yes (but full)"},
         {"lvm/lkml2003-pvdisplay-lvm1-on-md0-pe-size-kbyte.txt", {"md0"}, "system", "4096", "yes (but full)"},
         {"lvm/notes-pvdisplay-centos-pv-on-md126-warning.txt", {"md126"}, "centos", "", "yes"},
         {"lvm/notes-pvdisplay-pv-on-mapper-mpath.txt",
@@ -65,6 +71,15 @@ TEST(Lvm, PhysicalVolumesOfRealMachines) {
         pvs.list.front()->getExclusions(ex);
         EXPECT_EQ(ex, 0u);
     }
+    // A volume outside any group: its block follows the tool's "is a new physical volume" line.
+    Owned<PhysicalVolume> fresh;
+    PhysicalVolume::parse(vessa::test::dataBody("lvm/pvdisplay-group-and-new-pv-loops.txt"), fresh.list);
+    ASSERT_EQ(fresh.list.size(), 3u);
+    EXPECT_EQ(fresh.list.back()->vgName(), "");
+    EXPECT_EQ(fresh.list.back()->allocatable(), "NO");
+    EXPECT_EQ(fresh.list.back()->pvSize(), "32.00 MiB");
+    EXPECT_EQ(fresh.list.back()->uuid(), "Vp8Qmt-esNW-Sz66-b72g-55Vc-mFzC-Me3QyF");
+
     Owned<PhysicalVolume> loops;
     PhysicalVolume::parse(vessa::test::dataBody("lvm/pvdisplay-two-loops.txt"), loops.list);
     EXPECT_EQ(loops.list.back()->totalPE(), "15");
@@ -98,6 +113,23 @@ TEST(Lvm, VolumeGroupOfThisMachine) {
     EXPECT_EQ(props.at("VGMetadataSeqNo").description(), "Metadata sequence number?");
 }
 
+TEST(Lvm, VolumeGroupOfAnOldFormatTool) {
+    vessa::test::LogCapture log;
+    Owned<VolumeGroup> vgs;
+    VolumeGroup::parse(vessa::test::dataBody("lvm/lkml2003-vgdisplay-lvm1-format.txt"), vgs.list);
+    ASSERT_EQ(vgs.list.size(), 1u);
+    const VolumeGroup& vg = *vgs.list.front();
+    EXPECT_EQ(vg.name(), "system");
+    EXPECT_EQ(vg.value(VolumeGroup::SystemID), "kvo.local.org1047770061");
+    EXPECT_EQ(vg.value(VolumeGroup::Format), "lvm1");
+    EXPECT_EQ(vg.value(VolumeGroup::MaximumLV), "256");
+    EXPECT_EQ(vg.value(VolumeGroup::MetadataAreas), "");  // not printed by this tool
+    EXPECT_EQ(vg.value(VolumeGroup::Size), "11.58 GB");
+    EXPECT_EQ(vg.value(VolumeGroup::AllocPE), "2964 / 11.58 GB");
+    EXPECT_EQ(log.lines(),
+              std::vector<std::string>{"[lin/VolumeGroup.cpp] readVgDisplay: Current VG: system"});
+}
+
 TEST(Lvm, LogicalVolumesOldAndCurrentForms) {
     const struct {
         const char* file;
@@ -111,6 +143,9 @@ TEST(Lvm, LogicalVolumesOldAndCurrentForms) {
          "open                 2"},
         {"lvm/notes-lvdisplay-centos-on-md126-warning.txt", 2, "swap", "centos/swap", 253, 0,
          "open                 2"},
+        // A volume group block and debug lines before the first volume make no record of their own.
+        {"lvm/insights-lvdisplay-clustered-vg-mirrored.txt", 2, "lvsapp01ap01-old",
+         "vgp01app/lvsapp01ap01-old", 253, 50, "open                 0"},
     };
     for (const auto& c : cases) {
         Owned<LogicalVolume> lvs;
