@@ -18,8 +18,6 @@ namespace vessa::target::lin {
 
 namespace {
 
-constexpr const char* kUnit = "lin/DeviceLink.cpp";
-
 bool startsWith(const std::string& s, const std::string& prefix) {
     return s.compare(0, prefix.size(), prefix) == 0;
 }
