@@ -99,4 +99,20 @@ TEST(QuickExec, LargeOutputArrivesWholeAndMissingProgramFails) {
     vessa::hax::clearHostCache();
 }
 
+TEST(HostExec, ReadOutputCopiesTheChannelChunkByChunk) {
+    auto host = hostBuiltFor("linux");
+    vessa::sal::xio::Pipe pipe;
+    const std::string text = std::string(1500, 'a') + "\n";
+    vessa::sal::xio::Channel writer(pipe.writeEnd());
+    writer.write(text.data(), text.size());
+    pipe.writeEnd().close();
+    vessa::sal::xio::Channel reader(pipe.readEnd());
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(host->ReadOutput(reader), 0);
+    // Each chunk of at most 1024 bytes is followed by an end of line, inside a line or not.
+    EXPECT_EQ(testing::internal::GetCapturedStdout(),
+              std::string(1024, 'a') + "\n" + std::string(476, 'a') + "\n\n");
+    vessa::hax::clearHostCache();
+}
+
 }  // namespace

@@ -253,6 +253,22 @@ TEST(Discovery, SelfContradictingDataEndsEveryWalk) {
     }
 }
 
+TEST(Discovery, EverySourceMissingStillCountsEachSource) {
+    vessa::hax::clearHostCache();
+    vessa::test::ScopedView scoped(std::string(VESSA_SOURCE_DIR) + "/tests/scenarios/no-sources/root");
+    std::unique_ptr<Host> host(Host::named("localhost", false));
+    vessa::test::LogCapture log;
+    EXPECT_EQ(host->fill(Storage::allStorage, nullptr, false, {}), 0);
+    for (const char* line : {"Pulled 3 items from /proc/partitions", "Pulled 0 items from /sys/block/...",
+                             "Pulled 0 items from \"dmsetup ls --tree\"...",
+                             "Pulled 0 items from pvdisplay...", "Pulled 0 items from lvdisplay...",
+                             "Pulled 0 items from vgdisplay...", "Pulled 0 entries from /etc/fstab...",
+                             "Pulled 0 entries from /etc/mtab...", "Pulled 0 links from /dev/disk/by-*"}) {
+        EXPECT_TRUE(log.hasMessage(line)) << line;
+    }
+    vessa::hax::clearHostCache();
+}
+
 TEST(Discovery, AFailingSourceLeavesTheListUnchanged) {
     auto v = lvmMachine();
     v->commands["lvdisplay"] = {true, 0, "  LV Name root\n  Block device  none\n"};
