@@ -1,14 +1,12 @@
-// Discovery readers against this machine's real loop devices, mounts and LVM. Root only; everything
+// Discovery readers against this machine's real loop devices and mounts (LVM: LvmReaders_test). Root only; everything
 // made here is undone by the fixtures' destructors, also when a test fails.
 #include <gtest/gtest.h>
 
 #include <sys/mount.h>
 
 #include "lin/MTableEntry.h"
-#include "lin/PhysicalVolume.h"
 #include "lin/ProcPartition.h"
 #include "lin/SysBlock.h"
-#include "lin/VolumeGroup.h"
 #include "support/LoopDevice.h"
 #include "support/TestSupport.h"
 #include "target/Host.h"
@@ -80,37 +78,6 @@ TEST_F(LiveReaders, MountedExtFourIsAMountTableEntry) {
     ASSERT_NE(found, nullptr);
     EXPECT_EQ(found->deviceName(), loop.device());
     EXPECT_EQ(found->fileSystemType(), "ext4");
-}
-
-TEST_F(LiveReaders, PhysicalVolumesOfAVolumeGroup) {
-    LoopDevice a(64 * 1024 * 1024), b(64 * 1024 * 1024);
-    ASSERT_TRUE(a.ok() && b.ok());
-    const std::string vg = "vessatest" + std::to_string(::getpid());
-    struct Cleanup {
-        std::string vg, a, b;
-        ~Cleanup() {
-            vessa::test::run("vgremove -q -f " + vg);
-            vessa::test::run("pvremove -q -f " + a + " " + b);
-        }
-    } cleanup{vg, a.device(), b.device()};
-    ASSERT_EQ(vessa::test::run("pvcreate -q " + a.device() + " " + b.device()), 0);
-    ASSERT_EQ(vessa::test::run("vgcreate -q " + vg + " " + a.device() + " " + b.device()), 0);
-
-    std::list<PhysicalVolume*> pvs;
-    PhysicalVolume::readPvDisplay(pvs, nullptr);
-    for (const LoopDevice* l : {&a, &b}) {
-        PhysicalVolume* pv = named(pvs, l->name());
-        ASSERT_NE(pv, nullptr) << l->name();
-        EXPECT_EQ(pv->vgName(), vg);
-    }
-    std::list<VolumeGroup*> vgs;
-    VolumeGroup::readVgDisplay(vgs, nullptr);
-    VolumeGroup* group = named(vgs, vg);
-    ASSERT_NE(group, nullptr);
-    EXPECT_EQ(group->value(VolumeGroup::CurrentPV), "2");
-    vessa::target::Storage::exclusions ex = 0;
-    group->getExclusions(ex);
-    EXPECT_EQ(ex, vessa::target::Storage::kVolumeGroup);
 }
 
 }  // namespace
