@@ -9,7 +9,7 @@
 #include <memory>
 
 #include "platform/Process.h"
-#include "platform/SystemView.h"
+#include "platform/view/SystemView.h"
 #include "target/Host.h"
 
 namespace {

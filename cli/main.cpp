@@ -17,8 +17,8 @@
 #include "cli/Capture.h"
 #include "cli/ListOutput.h"
 #include "platform/Exception.h"
-#include "platform/RecordingView.h"
-#include "platform/SystemView.h"
+#include "platform/view/RecordingView.h"
+#include "platform/view/SystemView.h"
 #include "target/Host.h"
 
 namespace {

@@ -1,7 +1,7 @@
 #include "lin/DiskBy.h"
 
 #include "platform/Log.h"
-#include "platform/SystemView.h"
+#include "platform/view/SystemView.h"
 #include "target/Host.h"
 
 namespace vessa::target::lin {

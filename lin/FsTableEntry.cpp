@@ -6,7 +6,7 @@
 #include "lin/MTableEntry.h"
 #include "platform/Log.h"
 #include "platform/Str.h"
-#include "platform/SystemView.h"
+#include "platform/view/SystemView.h"
 
 namespace vessa::target::lin {
 

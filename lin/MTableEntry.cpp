@@ -3,7 +3,7 @@
 #include <sstream>
 
 #include "platform/Log.h"
-#include "platform/SystemView.h"
+#include "platform/view/SystemView.h"
 
 namespace vessa::target::lin {
 

@@ -2,7 +2,7 @@
 
 #include "lin/FileSystemTypes.h"
 #include "platform/Log.h"
-#include "platform/SystemView.h"
+#include "platform/view/SystemView.h"
 
 namespace vessa::target::lin {
 

@@ -6,7 +6,7 @@
 #include "platform/Log.h"
 #include "platform/Stat.h"
 #include "platform/Str.h"
-#include "platform/SystemView.h"
+#include "platform/view/SystemView.h"
 
 namespace vessa::target::lin {
 

@@ -5,7 +5,7 @@
 
 #include "platform/Log.h"
 #include "platform/Scsi.h"
-#include "platform/SystemView.h"
+#include "platform/view/SystemView.h"
 
 namespace vessa::target::lin {
 

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/SystemView.h"
+#include "platform/view/SystemView.h"
 
 namespace vessa::sal::scsi {
 

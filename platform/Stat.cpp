@@ -1,6 +1,6 @@
 #include "platform/Stat.h"
 
-#include "platform/SystemView.h"
+#include "platform/view/SystemView.h"
 
 namespace vessa::sal::fs {
 

@@ -17,7 +17,7 @@
 #include <string>
 #include <utility>
 
-#include "platform/Hax.h"
+#include "platform/hax/Hax.h"
 #include "platform/Pipe.h"
 #include "platform/Process.h"
 #include "platform/Thread.h"

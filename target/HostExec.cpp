@@ -4,7 +4,7 @@
 
 #include "platform/Exception.h"
 #include "platform/Log.h"
-#include "platform/SystemView.h"
+#include "platform/view/SystemView.h"
 #include "target/Host.h"
 
 namespace vessa::target {

@@ -6,7 +6,7 @@
 #include <memory>
 #include <string>
 
-#include "platform/SystemView.h"
+#include "platform/view/SystemView.h"
 
 namespace vessa::test {
 

@@ -1,4 +1,4 @@
-#include "platform/Hax.h"
+#include "platform/hax/Hax.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "platform/PosixFiles.h"
+#include "platform/view/PosixFiles.h"
 
 #include <dirent.h>
 #include <fcntl.h>

@@ -3,9 +3,9 @@
 #include <sys/stat.h>
 #include <cerrno>
 
-#include "platform/PosixFiles.h"
+#include "platform/view/PosixFiles.h"
 #include "platform/Str.h"
-#include "platform/SystemView.h"
+#include "platform/view/SystemView.h"
 
 namespace vessa::sal::sys {
 

@@ -1,4 +1,4 @@
-#include "platform/RecordingView.h"
+#include "platform/view/RecordingView.h"
 
 #include <filesystem>
 #include <fstream>

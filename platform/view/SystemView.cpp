@@ -1,4 +1,4 @@
-#include "platform/SystemView.h"
+#include "platform/view/SystemView.h"
 
 #include <mutex>
 

@@ -1,4 +1,4 @@
-#include "platform/Hax.h"
+#include "platform/hax/Hax.h"
 
 #include <signal.h>
 #include <sys/wait.h>
@@ -11,7 +11,7 @@
 #include "platform/Exception.h"
 #include "platform/Process.h"
 #include "platform/Str.h"
-#include "platform/SystemView.h"
+#include "platform/view/SystemView.h"
 
 namespace vessa::hax {
 

@@ -13,7 +13,7 @@
 #include <set>
 #include <string>
 
-#include "platform/SystemView.h"
+#include "platform/view/SystemView.h"
 
 namespace vessa::sal::sys {
 

@@ -2,10 +2,10 @@
 #include <unistd.h>
 
 #include "platform/Exception.h"
-#include "platform/PosixFiles.h"
+#include "platform/view/PosixFiles.h"
 #include "platform/Process.h"
 #include "platform/Scsi.h"
-#include "platform/SystemView.h"
+#include "platform/view/SystemView.h"
 
 namespace vessa::sal::sys {
 
