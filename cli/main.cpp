@@ -29,6 +29,7 @@ struct Options {
     bool json = false;
     std::string logFile;
     unsigned int inquiryTimeout = 1;
+    unsigned int commandTimeout = 120;
     std::string output;
     std::string captureDir;
     bool force = false;
@@ -166,6 +167,9 @@ int main(int argc, char** argv) {
         cmd->add_option("--type", o.type, "Storage kinds: 1 file systems, 36 disks, 26 logical, 31 all")
             ->type_name("N");
         cmd->add_option("--log", o.logFile, "Write the library's log to FILE")->type_name("FILE");
+        cmd->add_option("--command-timeout", o.commandTimeout,
+                        "End a tool that has not finished after SECONDS (default 120, 0: never)")
+            ->type_name("SECONDS");
     };
     CLI::App* listCmd = app.add_subcommand("list", "Show the storage list");
     common(listCmd);
@@ -180,6 +184,9 @@ int main(int argc, char** argv) {
     captureCmd->add_option("DIR", o.captureDir, "Snapshot directory (new or empty)")->required();
     captureCmd->add_flag("--force", o.force, "Write into DIR even when it is not empty");
     captureCmd->add_option("--log", o.logFile, "Write the library's log to FILE")->type_name("FILE");
+    captureCmd->add_option("--command-timeout", o.commandTimeout,
+                           "End a tool that has not finished after SECONDS (default 120, 0: never)")
+        ->type_name("SECONDS");
 
     try {
         app.parse(argc, argv);
@@ -188,6 +195,7 @@ int main(int argc, char** argv) {
         return rc == 0 ? 0 : 2;
     }
 
+    vessa::target::Host::setCommandTimeout(o.commandTimeout);
     try {
         if (listCmd->parsed()) {
             return list(o);

@@ -22,7 +22,13 @@ int quickRun(const std::string& program, const std::list<std::string>& args, std
         VESSA_LOG << "Executing " << program;
         int status = 0;
         std::string text;
-        if (!sal::sys::current().run(program, args, text, status)) {
+        const sal::sys::RunOutcome outcome = sal::sys::current().run(program, args, text, status);
+        if (outcome != sal::sys::RunOutcome::Exited) {
+            if (outcome == sal::sys::RunOutcome::TimedOut) {
+                VESSA_LOG << program << " timed out and was ended";
+            } else if (outcome == sal::sys::RunOutcome::TooMuchOutput) {
+                VESSA_LOG << program << " wrote more output than is read and was ended";
+            }
             VESSA_LOG << "Failure, returning";
             return 255;
         }

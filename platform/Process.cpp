@@ -1,14 +1,19 @@
 #include "platform/Process.h"
 
 #include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
 #include <spawn.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <filesystem>
 #include <mutex>
+#include <thread>
 #include <vector>
 
 #include "platform/Exception.h"
@@ -49,6 +54,10 @@ LaunchProperty& LaunchProperty::setStderr(Stream s) {
     stderr_ = s;
     return *this;
 }
+LaunchProperty& LaunchProperty::ownProcessGroup(bool own) {
+    ownGroup_ = own;
+    return *this;
+}
 
 struct Process::State {
     pid_t pid = -1;
@@ -83,6 +92,20 @@ class FileActions {
   private:
     posix_spawn_file_actions_t actions_;
 };
+
+class SpawnAttributes {
+  public:
+    SpawnAttributes() { posix_spawnattr_init(&attributes_); }
+    ~SpawnAttributes() { posix_spawnattr_destroy(&attributes_); }
+    posix_spawnattr_t* get() { return &attributes_; }
+
+  private:
+    posix_spawnattr_t attributes_;
+};
+
+int decodeStatus(int status) {
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
 
 }  // namespace
 
@@ -138,8 +161,13 @@ Process Process::create(const std::string& program, const std::list<std::string>
         childEnv = envp.data();
     }
 
+    SpawnAttributes attributes;
+    if (launch.hasOwnProcessGroup()) {
+        posix_spawnattr_setflags(attributes.get(), POSIX_SPAWN_SETPGROUP);
+        posix_spawnattr_setpgroup(attributes.get(), 0);
+    }
     pid_t pid = -1;
-    int rc = posix_spawnp(&pid, program.c_str(), actions.get(), nullptr, argv.data(), childEnv);
+    int rc = posix_spawnp(&pid, program.c_str(), actions.get(), attributes.get(), argv.data(), childEnv);
     if (rc != 0) {
         throw Exception("cannot start " + program + ": " + std::strerror(rc),
                         rc == ENOENT ? sal::err::kNotFound : rc,
@@ -179,12 +207,62 @@ int Process::wait() {
             throw SystemException("waitpid", errno);
         }
         state_->reaped = true;
-        state_->status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+        state_->status = decodeStatus(status);
     }
     return state_->status;
 }
 
-int runCaptured(const std::string& program, const std::list<std::string>& args, std::string& output) {
+bool Process::waitFor(unsigned int milliseconds, int& status) {
+    if (!state_) {
+        throw Exception("wait on a process handle that holds no process", sal::err::kNullHandle);
+    }
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(milliseconds);
+    for (;;) {
+        {
+            std::lock_guard<std::mutex> lock(state_->mutex);
+            if (!state_->reaped) {
+                int raw = 0;
+                const pid_t r = ::waitpid(state_->pid, &raw, WNOHANG);
+                if (r < 0 && errno != EINTR) {
+                    throw SystemException("waitpid", errno);
+                }
+                if (r == state_->pid) {
+                    state_->reaped = true;
+                    state_->status = decodeStatus(raw);
+                }
+            }
+            if (state_->reaped) {
+                status = state_->status;
+                return true;
+            }
+        }
+        if (std::chrono::steady_clock::now() >= deadline) {
+            return false;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+}
+
+namespace {
+
+// Ends a child that overran its limits, and everything it started: the group is asked to stop, then
+// killed, and the child is reaped so that nothing is left behind.
+void endGroup(Process& child, unsigned int graceMilliseconds) {
+    const pid_t group = child.pid();
+    ::kill(-group, SIGTERM);
+    int status = 0;
+    if (!child.waitFor(graceMilliseconds, status)) {
+        ::kill(-group, SIGKILL);
+        child.wait();
+    }
+    // The child may have gone at SIGTERM while something it started ignores it.
+    ::kill(-group, SIGKILL);
+}
+
+}  // namespace
+
+RunResult runBounded(const std::string& program, const std::list<std::string>& args, std::string& output,
+                     const RunLimits& limits) {
     // Both pipes stay close-on-exec: the child receives its ends through the dup2 of create(), which
     // clears the flag on descriptors 0 and 1 only. Marking the ends themselves inheritable would leak
     // them into any child that another thread starts meanwhile, and the output pipe would then not
@@ -196,7 +274,8 @@ int runCaptured(const std::string& program, const std::list<std::string>& args, 
     launch.set(Process::envVars());
     launch.setStdin(LaunchProperty::Stream::Null)
         .setStdout(LaunchProperty::Stream::Null)
-        .setStderr(LaunchProperty::Stream::Closed);
+        .setStderr(LaunchProperty::Stream::Closed)
+        .ownProcessGroup(true);
     Process child = Process::create(program, args, launch, true, input.readEnd().id(), true,
                                     out.writeEnd().id(), false, 0);
     // The child holds its own copies now; ours must go so that the output pipe ends when it exits.
@@ -204,16 +283,56 @@ int runCaptured(const std::string& program, const std::list<std::string>& args, 
     input.readEnd().close();
     out.writeEnd().close();
 
+    const std::size_t kept = output.size();
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(limits.timeoutSeconds);
+    RunResult result;
     xio::Channel channel(out.readEnd());
     char buffer[1024];
     for (;;) {
-        ssize_t n = channel.read(buffer, sizeof buffer);
+        int wait = -1;
+        if (limits.timeoutSeconds != 0) {
+            const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+                deadline - std::chrono::steady_clock::now());
+            if (left.count() <= 0) {
+                result.outcome = RunResult::TimedOut;
+                break;
+            }
+            wait = static_cast<int>(std::min<long long>(left.count(), 60000));
+        }
+        pollfd p = {out.readEnd().id(), POLLIN, 0};
+        const int ready = ::poll(&p, 1, wait);
+        if (ready < 0 && errno != EINTR) {
+            throw SystemException("poll", errno);
+        }
+        if (ready <= 0) {
+            continue;
+        }
+        const ssize_t n = channel.read(buffer, sizeof buffer);
         if (n < 1) {
+            break;
+        }
+        if (output.size() - kept + static_cast<std::size_t>(n) > limits.maxOutput) {
+            result.outcome = RunResult::TooMuchOutput;
             break;
         }
         output.append(buffer, static_cast<std::size_t>(n));
     }
-    return child.wait();
+    if (result.outcome != RunResult::Exited) {
+        endGroup(child, limits.graceMilliseconds);
+        output.resize(kept);
+        return result;
+    }
+    result.status = child.wait();
+    return result;
+}
+
+int runCaptured(const std::string& program, const std::list<std::string>& args, std::string& output) {
+    const RunResult r = runBounded(program, args, output, RunLimits());
+    if (r.outcome != RunResult::Exited) {
+        throw Exception(program + (r.outcome == RunResult::TimedOut ? " did not end in time"
+                                                                   : " wrote more than it may"));
+    }
+    return r.status;
 }
 
 }  // namespace vessa::sal::exec

@@ -6,6 +6,7 @@
 #pragma once
 
 #include <sys/types.h>
+#include <cstddef>
 #include <list>
 #include <map>
 #include <memory>
@@ -52,6 +53,8 @@ class LaunchProperty {
     LaunchProperty& setStdin(Stream s);
     LaunchProperty& setStdout(Stream s);
     LaunchProperty& setStderr(Stream s);
+    // The child leads a new process group, so that it can be ended together with whatever it started.
+    LaunchProperty& ownProcessGroup(bool own);
 
     bool hasEnv() const { return hasEnv_; }
     const EnvVars& env() const { return env_; }
@@ -63,6 +66,7 @@ class LaunchProperty {
     Stream stdinMode() const { return stdin_; }
     Stream stdoutMode() const { return stdout_; }
     Stream stderrMode() const { return stderr_; }
+    bool hasOwnProcessGroup() const { return ownGroup_; }
 
   private:
     bool hasEnv_ = false;
@@ -75,6 +79,7 @@ class LaunchProperty {
     Stream stdin_ = Stream::Inherit;
     Stream stdout_ = Stream::Inherit;
     Stream stderr_ = Stream::Inherit;
+    bool ownGroup_ = false;
 };
 
 // A started child process. Copies share the process; wait() may be called from any copy and returns
@@ -100,15 +105,39 @@ class Process {
     // Waits for the child: its exit code, or 128 + the signal number when a signal ended it.
     // Throws vessa::Exception on a handle that holds no process.
     int wait();
+    // Waits at most `milliseconds` (0: only looks); true and `status` as wait() gives it when the child
+    // has ended by then.
+    bool waitFor(unsigned int milliseconds, int& status);
 
   private:
     struct State;
     std::shared_ptr<State> state_;
 };
 
+// How long a captured run may last and how much it may write. A program that hangs (a tool waiting on a
+// dead path) or writes without end must not hold up the caller.
+struct RunLimits {
+    unsigned int timeoutSeconds = 120;              // 0: no limit
+    std::size_t maxOutput = std::size_t(64) << 20;  // bytes of standard output
+    unsigned int graceMilliseconds = 2000;          // between SIGTERM and SIGKILL
+};
+
+struct RunResult {
+    enum Outcome { Exited, TimedOut, TooMuchOutput };
+    Outcome outcome = Exited;
+    int status = 0;  // the exit status (as Process::wait gives it) when Exited
+};
+
 // Runs `program` with `args` to its end: standard input an open, never-written pipe, standard output
-// a pipe read in chunks of 1024 bytes and appended to `output`, standard error not connected. Returns
-// the exit status. Throws vessa::Exception when the program cannot be started or a pipe fails.
+// a pipe read in chunks of 1024 bytes and appended to `output`, standard error not connected. The
+// child leads a process group of its own. When the limits are exceeded, the whole group gets SIGTERM,
+// then SIGKILL after the grace period; the child is reaped and what it wrote is dropped from `output`.
+// Throws vessa::Exception when the program cannot be started or a pipe fails.
+RunResult runBounded(const std::string& program, const std::list<std::string>& args, std::string& output,
+                     const RunLimits& limits);
+
+// runBounded with the default limits; returns the exit status. A run cut short by the limits throws
+// vessa::Exception naming the program.
 int runCaptured(const std::string& program, const std::list<std::string>& args, std::string& output);
 
 }  // namespace vessa::sal::exec

@@ -5,6 +5,7 @@
 #include "platform/Exception.h"
 #include "platform/Log.h"
 #include "platform/Str.h"
+#include "platform/view/SystemView.h"
 
 namespace vessa::target {
 
@@ -143,6 +144,12 @@ int Host::getExtendedInfo(std::list<Property>& /*info*/) const {
 
 void Host::setLoggingStream(std::ostream& stream) {
     vessa::log::setStream(&stream);
+}
+
+void Host::setCommandTimeout(unsigned int seconds) {
+    sal::exec::RunLimits limits = sal::sys::commandLimits();
+    limits.timeoutSeconds = seconds;
+    sal::sys::setCommandLimits(limits);
 }
 
 void Host::refreshHostInfo() {

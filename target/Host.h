@@ -83,6 +83,10 @@ class Host {
 
     int getExtendedInfo(std::list<Property>& info) const;
     static void setLoggingStream(std::ostream& stream);
+    // Bounds every program that the library runs to its end (the discovery tools, "file", the launcher):
+    // one that has not ended after `seconds` (0: no bound; default 120) is ended together with what
+    // it started and counts as a program that failed.
+    static void setCommandTimeout(unsigned int seconds);
     void refreshHostInfo();
 
     // Programs: a local process (optionally in an xterm), or a command run on this host through the

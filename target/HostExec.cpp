@@ -88,8 +88,15 @@ int Host::quickExec(const std::string& program, const std::list<std::string>& ar
         // of 1024 bytes, no error stream) or answers from a snapshot's recording.
         int status = 0;
         VESSA_LOG << "Reading output";
-        if (!sal::sys::current().run(program, args, output, status)) {
-            throw Exception("cannot start " + program, sal::err::kNotFound);
+        switch (sal::sys::current().run(program, args, output, status)) {
+            case sal::sys::RunOutcome::Exited:
+                break;
+            case sal::sys::RunOutcome::NotStarted:
+                throw Exception("cannot start " + program, sal::err::kNotFound);
+            case sal::sys::RunOutcome::TimedOut:
+                throw Exception(program + " timed out and was ended");
+            case sal::sys::RunOutcome::TooMuchOutput:
+                throw Exception(program + " wrote more output than is read and was ended");
         }
         VESSA_LOG << "Finished reading output...returning.";
         return status;

@@ -52,13 +52,22 @@ class LiveView : public View {
         return name;
     }
 
-    bool run(const std::string& program, const std::list<std::string>& args, std::string& output,
-             int& status) override {
+    RunOutcome run(const std::string& program, const std::list<std::string>& args, std::string& output,
+                   int& status) override {
         try {
-            status = exec::runCaptured(program, args, output);
-            return true;
+            const exec::RunResult r = exec::runBounded(program, args, output, commandLimits());
+            switch (r.outcome) {
+                case exec::RunResult::TimedOut:
+                    return RunOutcome::TimedOut;
+                case exec::RunResult::TooMuchOutput:
+                    return RunOutcome::TooMuchOutput;
+                case exec::RunResult::Exited:
+                    break;
+            }
+            status = r.status;
+            return RunOutcome::Exited;
         } catch (const vessa::Exception&) {
-            return false;
+            return RunOutcome::NotStarted;
         }
     }
 

@@ -154,11 +154,12 @@ std::string RecordingView::hostName() {
     return name;
 }
 
-bool RecordingView::run(const std::string& program, const std::list<std::string>& args, std::string& output,
-                        int& status) {
+RunOutcome RecordingView::run(const std::string& program, const std::list<std::string>& args,
+                              std::string& output, int& status) {
     std::string text;
-    if (!inner_->run(program, args, text, status)) {
-        return false;
+    const RunOutcome outcome = inner_->run(program, args, text, status);
+    if (outcome != RunOutcome::Exited) {
+        return outcome;
     }
     const std::string name = "commands/" + commandFileName(program, args);
     writeRecording(name, text);
@@ -166,7 +167,7 @@ bool RecordingView::run(const std::string& program, const std::list<std::string>
         writeRecording(name + ".status", std::to_string(status) + "\n");
     }
     output += text;
-    return true;
+    return RunOutcome::Exited;
 }
 
 IoctlResult RecordingView::scsiInquiry(const std::string& device, unsigned int timeoutSeconds) {

@@ -29,8 +29,8 @@ class RecordingView : public View {
     bool fsStatus(const std::string& path, FsStatus& st) override;
     bool deviceReadable(const std::string& path) override;
     std::string hostName() override;
-    bool run(const std::string& program, const std::list<std::string>& args, std::string& output,
-             int& status) override;
+    RunOutcome run(const std::string& program, const std::list<std::string>& args, std::string& output,
+                   int& status) override;
     IoctlResult scsiInquiry(const std::string& device, unsigned int timeoutSeconds) override;
     ScsiAddressResult scsiAddress(const std::string& device) override;
     unsigned int readCapacityBlockSize(const std::string& device, bool sixteen) override;

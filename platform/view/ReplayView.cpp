@@ -87,17 +87,17 @@ class ReplayView : public View {
         return first.empty() ? "localhost" : first;
     }
 
-    bool run(const std::string& program, const std::list<std::string>& args, std::string& output,
-             int& status) override {
+    RunOutcome run(const std::string& program, const std::list<std::string>& args, std::string& output,
+                   int& status) override {
         const std::string file = root_ + "/.vessa/commands/" + commandFileName(program, args);
         std::string text;
         if (!posix::readWhole(file, text)) {
-            return false;
+            return RunOutcome::NotStarted;
         }
         std::string statusText;
         status = posix::readWhole(file + ".status", statusText) ? static_cast<int>(number(statusText)) : 0;
         output += text;
-        return true;
+        return RunOutcome::Exited;
     }
 
     IoctlResult scsiInquiry(const std::string& device, unsigned int /*timeoutSeconds*/) override {

@@ -55,6 +55,27 @@ void install(std::unique_ptr<View> view) {
     slot() = std::move(view);
 }
 
+namespace {
+std::mutex& limitsMutex() {
+    static std::mutex m;
+    return m;
+}
+exec::RunLimits& limitsSlot() {
+    static exec::RunLimits limits;
+    return limits;
+}
+}  // namespace
+
+void setCommandLimits(const exec::RunLimits& limits) {
+    std::lock_guard<std::mutex> lock(limitsMutex());
+    limitsSlot() = limits;
+}
+
+exec::RunLimits commandLimits() {
+    std::lock_guard<std::mutex> lock(limitsMutex());
+    return limitsSlot();
+}
+
 std::string commandFileName(const std::string& program, const std::list<std::string>& args) {
     std::string line = program;
     for (const std::string& a : args) {

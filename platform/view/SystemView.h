@@ -33,6 +33,8 @@
 #include <string>
 #include <vector>
 
+#include "platform/Process.h"
+
 namespace vessa::sal::sys {
 
 struct DirEntry {
@@ -77,6 +79,8 @@ struct ScsiAddressResult {
     std::string address;  // "h:c:t:l", empty when source is None
 };
 
+enum class RunOutcome { Exited, NotStarted, TimedOut, TooMuchOutput };
+
 class View {
   public:
     virtual ~View();
@@ -103,10 +107,11 @@ class View {
     virtual std::string hostName() = 0;
 
     // Runs `program` with `args` to its end, appending its standard output to `output`; sets `status`
-    // to its exit status. Returns false when the program could not be started (or, in replay, has no
-    // recording): `status` is then unchanged.
-    virtual bool run(const std::string& program, const std::list<std::string>& args, std::string& output,
-                     int& status) = 0;
+    // to its exit status when the outcome is Exited. NotStarted: the program could not be started (or,
+    // in replay, has no recording). TimedOut / TooMuchOutput: the live run overran the command limits
+    // and was ended; nothing is appended then.
+    virtual RunOutcome run(const std::string& program, const std::list<std::string>& args,
+                           std::string& output, int& status) = 0;
 
     // SCSI commands on a device given by kernel name (sda, cciss/c0d0) or path (/dev/sda).
     // INQUIRY: the data buffer (96 bytes live) with the ioctl's return value and errno.
@@ -125,6 +130,11 @@ View& current();
 void useRoot(const std::string& root);
 // Use `view` (tests, capture). The previous view is released.
 void install(std::unique_ptr<View> view);
+
+// The limits of every program that the live view runs (default: 120 s, 64 MiB of output). Set once,
+// like the view, before discovery starts.
+void setCommandLimits(const exec::RunLimits& limits);
+exec::RunLimits commandLimits();
 
 // The recording name of a command line: program and arguments joined by blanks, "%" -> "%25",
 // "/" -> "%2F".

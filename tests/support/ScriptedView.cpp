@@ -61,17 +61,20 @@ bool ScriptedView::deviceReadable(const std::string& path) {
     return it != files.end() && !it->second.empty();
 }
 
-bool ScriptedView::run(const std::string& program, const std::list<std::string>& args, std::string& output,
-                       int& status) {
+sys::RunOutcome ScriptedView::run(const std::string& program, const std::list<std::string>& args,
+                                  std::string& output, int& status) {
     const std::string name = sys::commandFileName(program, args);
     ran.push_back(name);
     auto it = commands.find(name);
-    if (it == commands.end() || !it->second.starts) {
-        return false;
+    if (it == commands.end()) {
+        return sys::RunOutcome::NotStarted;
+    }
+    if (it->second.outcome != sys::RunOutcome::Exited) {
+        return it->second.outcome;
     }
     output += it->second.output;
     status = it->second.status;
-    return true;
+    return sys::RunOutcome::Exited;
 }
 
 sys::IoctlResult ScriptedView::scsiInquiry(const std::string& device, unsigned int timeoutSeconds) {

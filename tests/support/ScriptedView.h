@@ -13,9 +13,17 @@ namespace vessa::test {
 class ScriptedView : public vessa::sal::sys::View {
   public:
     struct Command {
-        bool starts = true;
+        vessa::sal::sys::RunOutcome outcome = vessa::sal::sys::RunOutcome::Exited;
         int status = 0;
         std::string output;
+        Command() = default;
+        // `starts` false: the program cannot be started.
+        Command(bool starts, int st, std::string out)
+            : outcome(starts ? vessa::sal::sys::RunOutcome::Exited : vessa::sal::sys::RunOutcome::NotStarted),
+              status(st),
+              output(std::move(out)) {}
+        Command(vessa::sal::sys::RunOutcome o, int st, std::string out)
+            : outcome(o), status(st), output(std::move(out)) {}
     };
 
     std::map<std::string, std::string> files;              // host path -> content
@@ -37,8 +45,8 @@ class ScriptedView : public vessa::sal::sys::View {
     bool fsStatus(const std::string& path, vessa::sal::sys::FsStatus& st) override;
     bool deviceReadable(const std::string& path) override;
     std::string hostName() override { return host; }
-    bool run(const std::string& program, const std::list<std::string>& args, std::string& output,
-             int& status) override;
+    vessa::sal::sys::RunOutcome run(const std::string& program, const std::list<std::string>& args,
+                                    std::string& output, int& status) override;
     vessa::sal::sys::IoctlResult scsiInquiry(const std::string& device, unsigned int timeoutSeconds) override;
     vessa::sal::sys::ScsiAddressResult scsiAddress(const std::string& device) override;
     unsigned int readCapacityBlockSize(const std::string& device, bool sixteen) override;

@@ -168,7 +168,7 @@ TEST(Lvm, LogicalVolumesOldAndCurrentForms) {
 TEST(Lvm, ReadersRunTheirToolsAndIgnoreOnlyRunnerFailures) {
     auto view = std::make_unique<vessa::test::ScriptedView>();
     view->commands["pvdisplay"] = {true, 5, "  PV Name /dev/sdb\n  VG Name vg\n"};
-    view->commands["vgdisplay"] = {false, 0, ""};
+    view->commands["vgdisplay"] = {vessa::sal::sys::RunOutcome::NotStarted, 0, ""};
     vessa::test::ScopedView scoped(std::move(view));
     Owned<PhysicalVolume> pvs;
     Owned<VolumeGroup> vgs;

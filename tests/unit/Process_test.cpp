@@ -1,6 +1,10 @@
 #include "platform/Process.h"
 
 #include <gtest/gtest.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <sstream>
 
 #include "platform/Exception.h"
 #include "platform/Pipe.h"
@@ -59,6 +63,51 @@ TEST(Process, LaunchPropertyEnvironmentAndWorkingDirectory) {
     EXPECT_EQ(p.wait(), 0);
     EXPECT_EQ(p.wait(), 0);  // a second wait returns the same status
     EXPECT_EQ(text, "this::" + dir.path() + "/new/sub\n");
+}
+
+namespace {
+// True once nothing of that process is left to run: it is gone, or a zombie waiting for init.
+bool ended(pid_t pid) {
+    const std::string stat = vessa::test::readFile("/proc/" + std::to_string(pid) + "/stat");
+    const std::string::size_type close = stat.rfind(')');
+    return stat.empty() || (close != std::string::npos && stat.compare(close + 2, 1, "Z") == 0);
+}
+}  // namespace
+
+// A child that hangs, one that ignores SIGTERM, and one that writes without end are all ended with
+// everything they started; the child is reaped and its partial output dropped.
+TEST(Process, RunBoundedEndsOverrunningChildrenAndTheirGroup) {
+    const struct {
+        const char* script;
+        exec::RunResult::Outcome outcome;
+    } cases[] = {
+        {"sleep 1000 & echo $! $$ > \"$0\"; echo partial; wait", exec::RunResult::TimedOut},
+        {"trap '' TERM; sleep 1000 & echo $! $$ > \"$0\"; while :; do sleep 1; done", exec::RunResult::TimedOut},
+        {"echo $$ $$ > \"$0\"; yes", exec::RunResult::TooMuchOutput},
+        {"echo $$ $$ > \"$0\"; echo done", exec::RunResult::Exited},
+    };
+    for (const auto& c : cases) {
+        vessa::test::TempDir dir;
+        const std::string pids = dir.path() + "/pids";
+        exec::RunLimits limits;
+        limits.timeoutSeconds = 1;
+        limits.maxOutput = 1 << 20;
+        limits.graceMilliseconds = 300;
+        std::string out = "kept:";
+        const exec::RunResult r = exec::runBounded("/bin/sh", {"-c", c.script, pids}, out, limits);
+        EXPECT_EQ(r.outcome, c.outcome) << c.script;
+        EXPECT_EQ(out, c.outcome == exec::RunResult::Exited ? "kept:done\n" : "kept:") << c.script;
+        pid_t grandchild = 0, child = 0;
+        std::istringstream(vessa::test::readFile(pids)) >> grandchild >> child;
+        ASSERT_GT(child, 0) << c.script;
+        EXPECT_EQ(::kill(child, 0), -1) << "child not reaped: " << c.script;
+        for (int i = 0; i < 100 && !ended(grandchild); ++i) {
+            ::usleep(20000);
+        }
+        EXPECT_TRUE(ended(grandchild)) << c.script;
+    }
+    std::string out;
+    EXPECT_THROW(exec::runCaptured("/bin/sh", {"-c", "exec yes"}, out), vessa::Exception);
 }
 
 TEST(Process, WaitOnEmptyHandleThrows) {

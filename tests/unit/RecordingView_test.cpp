@@ -93,8 +93,8 @@ TEST(RecordingView, WritesOnlyWhatWasAskedAndMarksNoDeviceData) {
     EXPECT_TRUE(rec.deviceReadable("/dev/sda1"));
     std::string out;
     int status = 0;
-    EXPECT_TRUE(rec.run("dmsetup", {"ls", "--target", "multipath"}, out, status));
-    EXPECT_FALSE(rec.run("lvdisplay", {}, out, status));
+    EXPECT_EQ(rec.run("dmsetup", {"ls", "--target", "multipath"}, out, status), vessa::sal::sys::RunOutcome::Exited);
+    EXPECT_EQ(rec.run("lvdisplay", {}, out, status), vessa::sal::sys::RunOutcome::NotStarted);
     EXPECT_EQ(rec.firstError(), "");
     const auto written = tree(dir.path());
     EXPECT_EQ(written.at("etc/mtab"), "/dev/sda1 / ext4 rw 0 0\n");

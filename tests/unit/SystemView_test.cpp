@@ -76,15 +76,15 @@ TEST_F(Replay, CommandsAnswerFromRecordingsWithStatus) {
     root.write(".vessa/commands/file -s %2Fdev%2Fsda.status", "3\n");
     std::string out = "before;";
     int status = -7;
-    ASSERT_TRUE(view->run("pvdisplay", {}, out, status));
+    ASSERT_EQ(view->run("pvdisplay", {}, out, status), sys::RunOutcome::Exited);
     EXPECT_EQ(status, 0);
     EXPECT_EQ(out, "before;  --- Physical volume ---\n");
     out.clear();
-    ASSERT_TRUE(view->run("file", {"-s", "/dev/sda"}, out, status));
+    ASSERT_EQ(view->run("file", {"-s", "/dev/sda"}, out, status), sys::RunOutcome::Exited);
     EXPECT_EQ(status, 3);
     EXPECT_EQ(out, "/dev/sda: data\n");
     status = -7;
-    EXPECT_FALSE(view->run("lvdisplay", {}, out, status));
+    EXPECT_EQ(view->run("lvdisplay", {}, out, status), sys::RunOutcome::NotStarted);
     EXPECT_EQ(status, -7);
 }
 
@@ -134,10 +134,10 @@ TEST(SystemView, LiveReadsThisMachineAndRunsPrograms) {
     EXPECT_TRUE(live->deviceReadable(path));
     std::string out;
     int status = -1;
-    ASSERT_TRUE(live->run("/bin/sh", {"-c", "echo hi; exit 4"}, out, status));
+    ASSERT_EQ(live->run("/bin/sh", {"-c", "echo hi; exit 4"}, out, status), sys::RunOutcome::Exited);
     EXPECT_EQ(out, "hi\n");
     EXPECT_EQ(status, 4);
-    EXPECT_FALSE(live->run("vessa-no-such-program", {}, out, status));
+    EXPECT_EQ(live->run("vessa-no-such-program", {}, out, status), sys::RunOutcome::NotStarted);
     EXPECT_FALSE(live->hostName().empty());
 }
 

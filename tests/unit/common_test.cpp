@@ -13,7 +13,7 @@ namespace {
 TEST(QuickRun, AppendsOutputAndReturnsStatusOr255) {
     auto view = std::make_unique<vessa::test::ScriptedView>();
     view->commands["dmsetup ls --target multipath"] = {true, 1, "mpatha\t(253:0)\n"};
-    view->commands["lvdisplay"] = {false, 0, ""};
+    view->commands["lvdisplay"] = {vessa::sal::sys::RunOutcome::NotStarted, 0, ""};
     vessa::test::ScopedView scoped(std::move(view));
     vessa::test::LogCapture log;
 
