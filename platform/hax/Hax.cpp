@@ -70,7 +70,9 @@ std::shared_ptr<Transport> transportFor(const std::string& host, const char* ope
     return registry().transport;
 }
 
-FSItem::typecode typeOf(sal::sys::DirEntry::Type t) {
+}  // namespace
+
+FSItem::typecode FSItem::of(sal::sys::DirEntry::Type t) {
     switch (t) {
         case sal::sys::DirEntry::File:
             return FSItem::file;
@@ -85,8 +87,6 @@ FSItem::typecode typeOf(sal::sys::DirEntry::Type t) {
             return FSItem::other;
     }
 }
-
-}  // namespace
 
 Transport::~Transport() = default;
 
@@ -199,7 +199,7 @@ int Host::fill(const std::string& directory, std::list<FSItem>& items) const {
         throw Exception("cannot list directory " + directory + " on " + impl().name, sal::err::kNotFound);
     }
     for (const sal::sys::DirEntry& e : entries) {
-        items.emplace_back(e.name, typeOf(e.type));
+        items.emplace_back(e.name, FSItem::of(e.type));
     }
     return static_cast<int>(entries.size());
 }

@@ -19,6 +19,7 @@
 #include <vector>
 
 #include "platform/Net.h"
+#include "platform/view/SystemView.h"
 
 namespace vessa::hax {
 
@@ -30,6 +31,9 @@ class FSItem {
     FSItem(std::string name, typecode type) : name_(std::move(name)), type_(type) {}
     const std::string& name() const { return name_; }
     typecode type() const { return type_; }
+
+    // The type code of a directory entry of this machine.
+    static typecode of(sal::sys::DirEntry::Type type);
 
   private:
     std::string name_;

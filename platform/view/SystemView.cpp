@@ -2,9 +2,29 @@
 
 #include <mutex>
 
+#include "platform/Str.h"
+
 namespace vessa::sal::sys {
 
 View::~View() = default;
+
+bool View::entryTypes(const std::string& directory, const std::string& loweredName,
+                      std::vector<DirEntry::Type>& types) {
+    std::vector<DirEntry> entries;
+    if (!listDirectory(directory, entries)) {
+        return false;
+    }
+    for (const DirEntry& e : entries) {
+        if (util::str::toLower(e.name) == loweredName) {
+            types.push_back(e.type);
+        }
+    }
+    return true;
+}
+
+namespace detail {
+thread_local View* t_scopeView = nullptr;
+}
 
 namespace {
 
@@ -38,6 +58,9 @@ std::string escapeForFileName(const std::string& text) {
 }  // namespace
 
 View& current() {
+    if (detail::t_scopeView != nullptr) {
+        return *detail::t_scopeView;
+    }
     std::lock_guard<std::mutex> lock(viewMutex());
     std::unique_ptr<View>& view = slot();
     if (!view) {

@@ -94,6 +94,10 @@ class View {
     // Entries of a directory, without "." and "..", sorted by name (byte order) so that a live run and
     // the replay of its capture see the same order.
     virtual bool listDirectory(const std::string& path, std::vector<DirEntry>& entries) = 0;
+    // The types of the entries of `directory` whose lower-cased name equals `loweredName`; false when
+    // the directory cannot be listed. (A listing, then a scan; a run scope answers it from an index.)
+    virtual bool entryTypes(const std::string& directory, const std::string& loweredName,
+                            std::vector<DirEntry::Type>& types);
     // stat() of a path (following links); false when it does not exist.
     virtual bool status(const std::string& path, FileStatus& st) = 0;
     // Target of a symbolic link, at most `limit` bytes; false when the path is not a link.
@@ -124,7 +128,7 @@ class View {
 
 // Symbolic links inside a snapshot are followed under its root: an absolute target /x means R/x.
 
-// The view in use (live "/" until changed).
+// The view in use (live "/" until changed); on a thread inside a RunScope, that scope's view.
 View& current();
 // Replay the snapshot at `root`; "/" means live.
 void useRoot(const std::string& root);

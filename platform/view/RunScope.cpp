@@ -1,0 +1,133 @@
+#include "platform/view/RunScope.h"
+
+#include <unordered_map>
+#include <unordered_set>
+
+#include "platform/Str.h"
+
+namespace vessa::sal::sys {
+
+namespace detail {
+extern thread_local View* t_scopeView;
+}
+
+namespace {
+
+// One directory as listed once: its entries in the view's order, and its names lower-cased for look-ups.
+struct Listing {
+    bool listed = false;
+    std::vector<DirEntry> entries;
+    std::unordered_multimap<std::string, DirEntry::Type> byLoweredName;
+    bool indexed = false;
+};
+
+}  // namespace
+
+class RunScope::CachingView : public View {
+  public:
+    explicit CachingView(View& inner) : inner_(inner) {}
+
+    const std::string& root() const override { return inner_.root(); }
+
+    bool readFile(const std::string& path, std::string& content) override {
+        if (inner_.readFile(path, content)) {
+            return true;
+        }
+        if (unreadableSet_.insert(path).second) {
+            unreadable_.push_back(path);
+        }
+        return false;
+    }
+
+    bool listDirectory(const std::string& path, std::vector<DirEntry>& entries) override {
+        const Listing& l = listing(path);
+        entries.insert(entries.end(), l.entries.begin(), l.entries.end());
+        return l.listed;
+    }
+
+    bool entryTypes(const std::string& directory, const std::string& loweredName,
+                    std::vector<DirEntry::Type>& types) override {
+        Listing& l = listing(directory);
+        if (!l.indexed) {
+            l.byLoweredName.reserve(l.entries.size());
+            for (const DirEntry& e : l.entries) {
+                l.byLoweredName.emplace(util::str::toLower(e.name), e.type);
+            }
+            l.indexed = true;
+        }
+        // Equal keys come back in no fixed order; the callers only ask whether one of them fits.
+        auto range = l.byLoweredName.equal_range(loweredName);
+        for (auto it = range.first; it != range.second; ++it) {
+            types.push_back(it->second);
+        }
+        return l.listed;
+    }
+
+    bool status(const std::string& path, FileStatus& st) override { return inner_.status(path, st); }
+    bool readLink(const std::string& path, std::string& target, std::size_t limit) override {
+        return inner_.readLink(path, target, limit);
+    }
+    bool fsStatus(const std::string& path, FsStatus& st) override { return inner_.fsStatus(path, st); }
+    bool deviceReadable(const std::string& path) override { return inner_.deviceReadable(path); }
+    std::string hostName() override { return inner_.hostName(); }
+
+    RunOutcome run(const std::string& program, const std::list<std::string>& args, std::string& output,
+                   int& status) override {
+        const std::size_t before = output.size();
+        Command c;
+        c.program = program;
+        c.args = args;
+        c.outcome = inner_.run(program, args, output, status);
+        c.status = c.outcome == RunOutcome::Exited ? status : 0;
+        c.outputBytes = output.size() - before;
+        commands_.push_back(std::move(c));
+        return commands_.back().outcome;
+    }
+
+    IoctlResult scsiInquiry(const std::string& device, unsigned int timeoutSeconds) override {
+        return inner_.scsiInquiry(device, timeoutSeconds);
+    }
+    ScsiAddressResult scsiAddress(const std::string& device) override { return inner_.scsiAddress(device); }
+    unsigned int readCapacityBlockSize(const std::string& device, bool sixteen) override {
+        return inner_.readCapacityBlockSize(device, sixteen);
+    }
+
+    std::vector<Command> commands_;
+    std::vector<std::string> unreadable_;
+    std::unordered_set<std::string> unreadableSet_;
+
+  private:
+    Listing& listing(const std::string& path) {
+        auto it = listings_.find(path);
+        if (it == listings_.end()) {
+            it = listings_.emplace(path, Listing()).first;
+            it->second.listed = inner_.listDirectory(path, it->second.entries);
+        }
+        return it->second;
+    }
+
+    View& inner_;
+    std::unordered_map<std::string, Listing> listings_;
+};
+
+RunScope::RunScope() : view_(std::make_unique<CachingView>(current())), previous_(detail::t_scopeView) {
+    detail::t_scopeView = view_.get();
+}
+
+RunScope::~RunScope() {
+    detail::t_scopeView = previous_;
+}
+
+const std::vector<RunScope::Command>& RunScope::commands() const {
+    return view_->commands_;
+}
+
+const std::vector<std::string>& RunScope::unreadable() const {
+    return view_->unreadable_;
+}
+
+bool RunScope::wasUnreadable(const std::string& path) const {
+    return view_->unreadableSet_.count(path) != 0;
+}
+
+}  // namespace vessa::sal::sys

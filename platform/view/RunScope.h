@@ -1,0 +1,51 @@
+// One discovery run's window on the system view.
+//
+// While a RunScope lives, sys::current() on the thread that made it answers through the scope:
+// - every directory is listed once; later listings of it, and name look-ups in it (entryTypes), are
+//   answered from memory. On a host with thousands of devices the readers ask about the same few
+//   directories (/sys/block, /dev, /dev/mapper) once per device, and listing them again each time made
+//   a run quadratic. The machine is taken not to change during one run.
+// - what became of every program run through the view, and which files could not be read, is written
+//   down, so that the run can tell afterwards what it could not see.
+// Everything else goes to the view that was current when the scope began, which must not be replaced
+// while the scope lives. Scopes nest; each thread has its own. A scope is not shared between threads.
+#pragma once
+
+#include <list>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "platform/view/SystemView.h"
+
+namespace vessa::sal::sys {
+
+class RunScope {
+  public:
+    struct Command {
+        std::string program;
+        std::list<std::string> args;
+        RunOutcome outcome = RunOutcome::Exited;
+        int status = 0;               // when outcome is Exited
+        std::size_t outputBytes = 0;  // what the program wrote to its standard output
+    };
+
+    RunScope();
+    ~RunScope();
+    RunScope(const RunScope&) = delete;
+    RunScope& operator=(const RunScope&) = delete;
+
+    // Every program run through the view in this scope, in order.
+    const std::vector<Command>& commands() const;
+    // Host paths of the files that could not be read in this scope, in order, each once.
+    const std::vector<std::string>& unreadable() const;
+    bool wasUnreadable(const std::string& path) const;
+
+    class CachingView;
+
+  private:
+    std::unique_ptr<CachingView> view_;
+    View* previous_;
+};
+
+}  // namespace vessa::sal::sys
