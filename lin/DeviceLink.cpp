@@ -9,6 +9,7 @@
 #include "lin/MTableEntry.h"
 #include "lin/PhysicalVolume.h"
 #include "lin/ProcPartition.h"
+#include "lin/RecordIndex.h"
 #include "lin/SysBlock.h"
 #include "lin/VolumeGroup.h"
 #include "lin/common.h"
@@ -38,8 +39,8 @@ bool isBlank(const std::string& s) {
     return s.find_first_not_of(' ') == std::string::npos;
 }
 
-template <class T>
-void collect(DeviceLink* link, std::list<T*>& source, std::list<T*>& into) {
+template <class T, class List>
+void collect(DeviceLink* link, const List& source, std::list<T*>& into) {
     for (T* record : source) {
         if (T* hit = link->matchProcPart(record)) {
             into.push_back(hit);
@@ -63,6 +64,20 @@ DeviceLink::DeviceLink(ProcPartition* procPartition, std::list<SysBlock*>& sysBl
     collect(this, diskByList, diskBys);
     collect(this, fsList, fsTableEntries);
     collect(this, mList, mTableEntries);
+}
+
+DeviceLink::DeviceLink(ProcPartition* procPartition, const RecordIndex& index)
+    : procPartition_(procPartition) {
+    const int major = procPartition->major();
+    const int minor = procPartition->minor();
+    collect(this, index.sysBlocks(major, minor), sysBlocks);
+    collect(this, index.dmTrees(major, minor), dmDevs);
+    collect(this, index.physicalVolumes(name()), physicalVolumes);
+    collect(this, index.logicalVolumes(major, minor), logicalVolumes);
+    collect(this, index.volumeGroups(*this), volumeGroups);
+    collect(this, index.diskBys(name()), diskBys);
+    collect(this, index.fsTableEntries(*this), fsTableEntries);
+    collect(this, index.mTableEntries(*this), mTableEntries);
 }
 
 const std::string& DeviceLink::name() const {
@@ -167,25 +182,26 @@ bool DeviceLink::matchesDevPath(const std::string& device) const {
     return false;
 }
 
-FsTableEntry* DeviceLink::matchProcPart(FsTableEntry* f) {
-    std::string device = f->deviceName();
-    if (startsWith(device, "/dev/disk/by-")) {
-        if (device.find("/by-id/") != std::string::npos) {
-            device.replace(0, 16, "ID=");
-        } else if (device.find("/by-label/") != std::string::npos) {
-            device.replace(0, 19, "LABEL=");
-        } else if (device.find("/by-path/") != std::string::npos) {
-            device.replace(0, 18, "PATH=");
-        } else if (device.find("/by-uuid/") != std::string::npos) {
-            device.replace(0, 18, "UUID=");
+std::string DeviceLink::configuredDevice(const std::string& device) {
+    std::string d = device;
+    if (startsWith(d, "/dev/disk/by-")) {
+        if (d.find("/by-id/") != std::string::npos) {
+            d.replace(0, 16, "ID=");
+        } else if (d.find("/by-label/") != std::string::npos) {
+            d.replace(0, 19, "LABEL=");
+        } else if (d.find("/by-path/") != std::string::npos) {
+            d.replace(0, 18, "PATH=");
+        } else if (d.find("/by-uuid/") != std::string::npos) {
+            d.replace(0, 18, "UUID=");
         }
     }
-    if (startsWith(device, "/dev/")) {
-        return matchesDevPath(device) ? f : nullptr;
-    }
+    return d;
+}
+
+bool DeviceLink::aliasForm(const std::string& device, int& kind, std::string& value) {
     // The label form is compared from its eighth character, one past the end of "LABEL="; that is how
     // configured labels have always been matched, and it is kept.
-    const struct {
+    static const struct {
         const char* prefix;
         int kind;
         std::string::size_type from;
@@ -194,16 +210,29 @@ FsTableEntry* DeviceLink::matchProcPart(FsTableEntry* f) {
                  {"PATH=", DiskBy::ByPath, 5},
                  {"UUID=", DiskBy::ByUuid, 5}};
     for (const auto& form : forms) {
-        if (!startsWith(device, form.prefix)) {
-            continue;
+        if (startsWith(device, form.prefix)) {
+            kind = form.kind;
+            value = device.size() > form.from ? device.substr(form.from) : std::string();
+            return true;
         }
-        const std::string value = device.size() > form.from ? device.substr(form.from) : std::string();
-        for (const DiskBy* alias : diskBys) {
-            if (alias->kind() == form.kind && alias->alias() == value) {
-                return f;
-            }
-        }
+    }
+    return false;
+}
+
+FsTableEntry* DeviceLink::matchProcPart(FsTableEntry* f) {
+    const std::string device = configuredDevice(f->deviceName());
+    if (startsWith(device, "/dev/")) {
+        return matchesDevPath(device) ? f : nullptr;
+    }
+    int kind = 0;
+    std::string value;
+    if (!aliasForm(device, kind, value)) {
         return nullptr;
+    }
+    for (const DiskBy* alias : diskBys) {
+        if (alias->kind() == kind && alias->alias() == value) {
+            return f;
+        }
     }
     return nullptr;
 }

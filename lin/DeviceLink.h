@@ -26,6 +26,7 @@ class LogicalVolume;
 class MTableEntry;
 class PhysicalVolume;
 class ProcPartition;
+class RecordIndex;
 class SysBlock;
 class VolumeGroup;
 
@@ -38,6 +39,17 @@ class DeviceLink {
                std::list<PhysicalVolume*>& physicalVolumes, std::list<LogicalVolume*>& logicalVolumes,
                std::list<VolumeGroup*>& volumeGroups, std::list<FsTableEntry*>& fsTableEntries,
                std::list<MTableEntry*>& mTableEntries, std::list<DiskBy*>& diskBys);
+
+    // The same, looking only at the records that `index` names as candidates for this device; the
+    // result is the same (see RecordIndex.h).
+    DeviceLink(ProcPartition* procPartition, const RecordIndex& index);
+
+    // A configured device as the matchers compare it: /dev/disk/by-id/x becomes ID=x, by-label LABEL=,
+    // by-path PATH=, by-uuid UUID=; anything else is unchanged.
+    static std::string configuredDevice(const std::string& device);
+    // Whether a configured device names an alias (ID=, LABEL=, PATH=, UUID=): its kind and the value
+    // compared with the aliases of that kind.
+    static bool aliasForm(const std::string& device, int& kind, std::string& value);
 
     SysBlock* matchProcPart(SysBlock* s);
     DmTreeDev* matchProcPart(DmTreeDev* d);

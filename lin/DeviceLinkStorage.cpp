@@ -150,7 +150,7 @@ Storage* DeviceLink::asStorage(Storage::storageType type, int index, unsigned in
         exclusions &= ~Storage::kPartitioned;
     }
     const unsigned long long size = static_cast<unsigned long long>(procPartition_->blocks()) << 10;
-    return new Storage(type, itemName, path, size, index, inquiry, exclusions, properties);
+    return new Storage(type, itemName, path, size, index, inquiry, exclusions, std::move(properties));
 }
 
 Storage* DeviceLink::asStorage(LogicalVolume* lv, Storage::storageType type, int index,
@@ -179,7 +179,7 @@ Storage* DeviceLink::asStorage(LogicalVolume* lv, Storage::storageType type, int
     }
     const std::string itemName = startsWith(path, "/dev/") ? path.substr(5) : path;
     Storage* item = new Storage(type, itemName, path, base->size(), index, base->inquiry(),
-                                base->exclusionsList(), base->properties());
+                                base->exclusionsList(), std::move(base->properties()));
     delete base;
     return item;
 }
@@ -199,7 +199,7 @@ Storage* DeviceLink::fileSystemStorage(const std::string& device, const std::str
         itemName.erase(0, 7);
     }
     Storage* item = new Storage(type, itemName, mountPoint + "/", base->size(), index, base->inquiry(),
-                                base->exclusionsList(), base->properties());
+                                base->exclusionsList(), std::move(base->properties()));
     delete base;
     return item;
 }

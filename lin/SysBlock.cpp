@@ -40,17 +40,22 @@ SysBlock::SysBlock(const std::string& name) : name_(name) {}
 
 SysBlock::SysBlock(const std::string& path, Host* host) : path_(path) {
     name_ = path.size() > kSysBlock.size() ? path.substr(kSysBlock.size()) : std::string();
-    readDevFile(path);
-    readDevModel(path);
-    readHolders(path, host);
-    readPartitions(host);
-    readRange(path);
-    readRemovable(path);
-    readRevision(path);
-    readScsiLevel(path);
-    readSize(path);
-    readSlaves(path, host);
-    readVendor(path);
+    try {
+        readDevFile(path);
+        readDevModel(path);
+        readHolders(path, host);
+        readPartitions(host);
+        readRange(path);
+        readRemovable(path);
+        readRevision(path);
+        readScsiLevel(path);
+        readSize(path);
+        readSlaves(path, host);
+        readVendor(path);
+    } catch (...) {
+        releaseRelated();
+        throw;
+    }
     if (vessa::log::enabled()) {
         VESSA_TRACE(kUnit, "SysBlock.ctor");
         dump("");
@@ -59,6 +64,21 @@ SysBlock::SysBlock(const std::string& path, Host* host) : path_(path) {
             p->dump("    ");
         }
     }
+}
+
+void SysBlock::releaseRelated() {
+    for (SysBlock* p : partitions_) {
+        p->releaseRelated();
+        delete p;
+    }
+    for (const auto* list : {&holders_, &slaves_}) {
+        for (SysBlock* s : *list) {
+            delete s;
+        }
+    }
+    partitions_.clear();
+    holders_.clear();
+    slaves_.clear();
 }
 
 void SysBlock::dump(const std::string& indent) const {
@@ -179,6 +199,8 @@ void SysBlock::readPartitions(Host* host) {
             continue;
         }
         auto* partition = new SysBlock(entry);
+        partition->parents_.push_back(this);
+        partitions_.push_back(partition);
         const std::string partitionPath = path_ + "/" + entry;
         partition->path_ = partitionPath;
         partition->readDevFile(partitionPath);
@@ -191,8 +213,6 @@ void SysBlock::readPartitions(Host* host) {
         partition->readSize(partitionPath);
         partition->readSlaves(partitionPath, host);
         partition->readVendor(partitionPath);
-        partition->parents_.push_back(this);
-        partitions_.push_back(partition);
     }
 }
 

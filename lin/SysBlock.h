@@ -22,7 +22,8 @@ class ProcPartition;
 
 class SysBlock {
   public:
-    // Reads everything of the device at `path` (/sys/block/<name>), its partitions included.
+    // Reads everything of the device at `path` (/sys/block/<name>), its partitions included. An
+    // attribute that is not a number throws the text-conversion exception; what was made is freed then.
     SysBlock(const std::string& path, Host* host);
     // A related device known by name only (a partition before it is read, a holder, a slave).
     explicit SysBlock(const std::string& name);
@@ -31,6 +32,10 @@ class SysBlock {
     // ("/" in a kernel name is written "!" there, as in cciss!c0d0). Always returns true.
     static bool readSysFs(std::list<SysBlock*>& result, std::list<ProcPartition*>& procPartitions,
                           Host* host);
+
+    // Frees the related objects this one made (partitions with theirs, holders, slaves), which it does
+    // not own otherwise: the discovery run calls it when it frees its records.
+    void releaseRelated();
 
     void getExclusions(Storage::exclusions& ex);
     void addProperties(const std::string& categoryPrefix, std::map<std::string, Property>& properties);

@@ -14,14 +14,21 @@
 #include "lin/MTableEntry.h"
 #include "lin/PhysicalVolume.h"
 #include "lin/ProcPartition.h"
+#include "lin/RecordIndex.h"
 #include "lin/SysBlock.h"
 #include "lin/VolumeGroup.h"
 #include "platform/Exception.h"
 #include "platform/Log.h"
 #include "platform/Str.h"
+#include "platform/view/RunScope.h"
 #include "target/Host.h"
 
 namespace vessa::target::lin {
+
+std::uint64_t numbersKey(int major, int minor) {
+    return (static_cast<std::uint64_t>(static_cast<std::uint32_t>(major)) << 32) |
+           static_cast<std::uint32_t>(minor);
+}
 
 namespace {
 
@@ -41,18 +48,6 @@ struct RunRecords {
     std::list<DiskBy*> diskBys;
     std::list<DeviceLink*> allLinks;
 
-    static void freeSysBlock(SysBlock* s) {
-        for (SysBlock* p : s->partitions()) {
-            freeSysBlock(p);
-        }
-        for (SysBlock* h : s->holders()) {
-            delete h;
-        }
-        for (SysBlock* sl : s->slaves()) {
-            delete sl;
-        }
-        delete s;
-    }
     static void freeDmTree(DmTreeDev* d) {
         for (DmTreeDev* c : d->children()) {
             freeDmTree(c);
@@ -69,7 +64,8 @@ struct RunRecords {
         freeAll(allLinks);
         freeAll(procPartitions);
         for (SysBlock* s : sysBlocks) {
-            freeSysBlock(s);
+            s->releaseRelated();
+            delete s;
         }
         for (DmTreeDev* d : dmDevs) {
             freeDmTree(d);
@@ -83,10 +79,12 @@ struct RunRecords {
     }
 };
 
-// Runs one reader with its check line and its count line. A reader that throws ends the run; the
-// exception is logged and passed on with the source named.
+// Runs one reader with its check line and its count line. A reader that stops on data it cannot
+// understand keeps what it read before; the run logs the exception, notes the source as failed and
+// goes on with the next one.
 template <class T, class F>
-void readSource(const char* check, const char* tail, const char* source, std::list<T*>& list, F reader) {
+void readSource(const char* check, const char* tail, const char* source, std::list<T*>& list,
+                std::vector<DiscoveryReport::Failure>& failures, F reader) {
     VESSA_TRACE(kUnit, "GetStorage");
     VESSA_LOG << check;
     try {
@@ -94,7 +92,7 @@ void readSource(const char* check, const char* tail, const char* source, std::li
     } catch (const vessa::Exception& e) {
         VESSA_LOG << e.typeName() << " because " << e.why() << " ("
                   << sal::err::asString(e.code(), e.domain()) << ")";
-        throw vessa::Exception(std::string("reading ") + source + ": " + e.why(), e.code(), e.domain());
+        failures.push_back({source, e.why()});
     }
     std::size_t count = 0;
     for (auto it = list.begin(); it != list.end(); ++it) {
@@ -103,13 +101,119 @@ void readSource(const char* check, const char* tail, const char* source, std::li
     VESSA_LOG << "Pulled " << count << tail;
 }
 
-bool isDone(const std::map<std::uint32_t, std::list<std::uint32_t>>& done, int major, int minor) {
-    auto it = done.find(static_cast<std::uint32_t>(major));
-    return it != done.end() && std::find(it->second.begin(), it->second.end(),
-                                         static_cast<std::uint32_t>(minor)) != it->second.end();
-}
+// The logical-volume numbers found below each link (itself, its partitions and holders, further down),
+// where makeUnique looks. Volumes only ever move between lists of equal numbers there, so what a link
+// can reach never changes while makeUnique works; two links whose sets do not meet cannot change each
+// other, and neither can anything below them.
+class VolumeReach {
+  public:
+    explicit VolumeReach(const std::list<DeviceLink*>& roots) {
+        std::vector<DeviceLink*> all;
+        std::unordered_map<DeviceLink*, std::vector<DeviceLink*>> above;
+        std::unordered_set<DeviceLink*> seen;
+        std::vector<DeviceLink*> stack(roots.begin(), roots.end());
+        while (!stack.empty()) {
+            DeviceLink* l = stack.back();
+            stack.pop_back();
+            if (!seen.insert(l).second) {
+                continue;
+            }
+            all.push_back(l);
+            for (const auto* list : {&l->partitions, &l->holders}) {
+                for (DeviceLink* below : *list) {
+                    above[below].push_back(l);
+                    stack.push_back(below);
+                }
+            }
+        }
+        for (DeviceLink* l : all) {
+            if (l->logicalVolumes.empty()) {
+                continue;
+            }
+            std::vector<std::uint64_t> keys;
+            for (const LogicalVolume* v : l->logicalVolumes) {
+                keys.push_back(numbersKey(v->major(), v->minor()));
+            }
+            // Every link from which this one is reached sees its volumes.
+            std::unordered_set<DeviceLink*> reached;
+            std::vector<DeviceLink*> up = {l};
+            while (!up.empty()) {
+                DeviceLink* x = up.back();
+                up.pop_back();
+                if (!reached.insert(x).second) {
+                    continue;
+                }
+                std::vector<std::uint64_t>& set = reach_[x];
+                set.insert(set.end(), keys.begin(), keys.end());
+                auto it = above.find(x);
+                if (it != above.end()) {
+                    up.insert(up.end(), it->second.begin(), it->second.end());
+                }
+            }
+        }
+        for (auto& [link, set] : reach_) {
+            std::sort(set.begin(), set.end());
+            set.erase(std::unique(set.begin(), set.end()), set.end());
+        }
+        std::size_t position = 0;
+        for (DeviceLink* r : roots) {
+            auto it = reach_.find(r);
+            if (it != reach_.end()) {
+                for (std::uint64_t key : it->second) {
+                    rootsByKey_[key].emplace_back(position, r);
+                }
+            }
+            ++position;
+        }
+    }
 
-void makeUniquePair(DeviceLink* a, DeviceLink* b) {
+    bool meet(const DeviceLink* a, const DeviceLink* b) const {
+        auto ia = reach_.find(a);
+        auto ib = reach_.find(b);
+        if (ia == reach_.end() || ib == reach_.end()) {
+            return false;
+        }
+        const std::vector<std::uint64_t>& x = ia->second;
+        const std::vector<std::uint64_t>& y = ib->second;
+        for (std::size_t i = 0, j = 0; i < x.size() && j < y.size();) {
+            if (x[i] == y[j]) {
+                return true;
+            }
+            x[i] < y[j] ? ++i : ++j;
+        }
+        return false;
+    }
+
+    // The roots whose sets meet that of `a`, in list order.
+    std::vector<DeviceLink*> partners(const DeviceLink* a) const {
+        std::vector<std::pair<std::size_t, DeviceLink*>> found;
+        auto it = reach_.find(a);
+        if (it != reach_.end()) {
+            for (std::uint64_t key : it->second) {
+                const auto& roots = rootsByKey_.at(key);
+                found.insert(found.end(), roots.begin(), roots.end());
+            }
+        }
+        std::sort(found.begin(), found.end());
+        found.erase(std::unique(found.begin(), found.end()), found.end());
+        std::vector<DeviceLink*> partners;
+        for (const auto& f : found) {
+            partners.push_back(f.second);
+        }
+        return partners;
+    }
+
+  private:
+    std::unordered_map<const DeviceLink*, std::vector<std::uint64_t>> reach_;
+    std::unordered_map<std::uint64_t, std::vector<std::pair<std::size_t, DeviceLink*>>> rootsByKey_;
+};
+
+// One pair's step of makeUnique. With `reach`, pairs below which no volume can meet are passed over:
+// they would change nothing (only the log shows such visits, and a run with a log takes every pair).
+void makeUniquePair(DeviceLink* a, DeviceLink* b, const VolumeReach* reach) {
+    if (reach != nullptr && !reach->meet(a, b)) {
+        return;
+    }
     const DeviceLink::Visit visit(a, DeviceLink::Unique);
     if (!visit.entered()) {
         return;
@@ -135,15 +239,15 @@ void makeUniquePair(DeviceLink* a, DeviceLink* b) {
         }
     }
     for (DeviceLink* p : a->partitions) {
-        makeUniquePair(p, b);
+        makeUniquePair(p, b, reach);
         for (DeviceLink* q : b->partitions) {
-            makeUniquePair(p, q);
+            makeUniquePair(p, q, reach);
         }
     }
     for (DeviceLink* h : a->holders) {
-        makeUniquePair(h, b);
+        makeUniquePair(h, b, reach);
         for (DeviceLink* g : b->holders) {
-            makeUniquePair(h, g);
+            makeUniquePair(h, g, reach);
         }
     }
 }
@@ -162,11 +266,6 @@ unsigned int getLocalStorage(Host* host, Storage::storageType type, const std::l
 }
 
 namespace {
-
-std::uint64_t numbersKey(int major, int minor) {
-    return (static_cast<std::uint64_t>(static_cast<std::uint32_t>(major)) << 32) |
-           static_cast<std::uint32_t>(minor);
-}
 
 // Which links can stand in a relation with a given one. Every pair the four tests could accept is
 // among these candidates, so testing only them, in list order, records exactly what testing every
@@ -275,16 +374,25 @@ void cleanLinks(std::list<DeviceLink*>& links) {
 
 void makeUnique(std::list<DeviceLink*>& links) {
     VESSA_TRACE(kUnit, "makeUnique(DevLinks)");
+    if (vessa::log::enabled()) {
+        // The log shows every pair's visit, so a run with a log makes every one of them.
+        for (DeviceLink* a : links) {
+            for (DeviceLink* b : links) {
+                makeUniquePair(a, b, nullptr);
+            }
+        }
+        return;
+    }
+    const VolumeReach reach(links);
     for (DeviceLink* a : links) {
-        for (DeviceLink* b : links) {
-            makeUniquePair(a, b);
+        for (DeviceLink* b : reach.partners(a)) {
+            makeUniquePair(a, b, &reach);
         }
     }
 }
 
 bool addLogicalDevices(std::list<Storage*>& out, std::size_t indexBase, Host* localHost, DeviceLink* link,
-                       std::map<std::uint32_t, std::list<std::uint32_t>>& doneLogical,
-                       unsigned int inquiryTimeout, bool isChild) {
+                       DoneDevices& doneLogical, unsigned int inquiryTimeout, bool isChild) {
     const DeviceLink::Visit visit(link, DeviceLink::Logical);
     if (!visit.entered()) {
         return false;
@@ -300,10 +408,8 @@ bool addLogicalDevices(std::list<Storage*>& out, std::size_t indexBase, Host* lo
     bool sawVolume = false;
     for (DeviceLink* h : link->holders) {
         for (LogicalVolume* l : h->logicalVolumes) {
-            if (!isDone(doneLogical, l->major(), l->minor())) {
+            if (doneLogical.insert(numbersKey(l->major(), l->minor())).second) {
                 VESSA_LOG << "Adding LV: " << l->name();
-                doneLogical[static_cast<std::uint32_t>(l->major())].push_back(
-                    static_cast<std::uint32_t>(l->minor()));
                 out.push_back(h->asStorage(l, static_cast<Storage::storageType>(Storage::logicalStorageMask),
                                            static_cast<int>(indexBase + out.size()), inquiryTimeout,
                                            localHost));
@@ -311,16 +417,14 @@ bool addLogicalDevices(std::list<Storage*>& out, std::size_t indexBase, Host* lo
             sawVolume = true;
         }
         const ProcPartition* hp = h->procPartition();
-        if (!sawVolume && !isDone(doneLogical, hp->major(), hp->minor())) {
+        if (!sawVolume && doneLogical.count(numbersKey(hp->major(), hp->minor())) == 0) {
             if (addLogicalDevices(out, indexBase, localHost, h, doneLogical, inquiryTimeout, true)) {
                 added = true;
             }
         }
     }
     const ProcPartition* pp = link->procPartition();
-    if (isChild && !sawVolume && !added && !isDone(doneLogical, pp->major(), pp->minor())) {
-        doneLogical[static_cast<std::uint32_t>(pp->major())].push_back(
-            static_cast<std::uint32_t>(pp->minor()));
+    if (isChild && !sawVolume && !added && doneLogical.insert(numbersKey(pp->major(), pp->minor())).second) {
         VESSA_LOG << "Adding partition: " << link->name();
         out.push_back(link->asStorage(static_cast<Storage::storageType>(Storage::logicalStorageMask),
                                       static_cast<int>(indexBase + out.size()), inquiryTimeout, localHost));
@@ -330,7 +434,7 @@ bool addLogicalDevices(std::list<Storage*>& out, std::size_t indexBase, Host* lo
 }
 
 void addFileSystemDevices(std::list<Storage*>& out, std::size_t indexBase, Host* localHost, DeviceLink* link,
-                          std::list<std::string>& doneMounts, unsigned int inquiryTimeout) {
+                          DoneMounts& doneMounts, unsigned int inquiryTimeout) {
     const DeviceLink::Visit visit(link, DeviceLink::FileSystems);
     if (!visit.entered()) {
         return;
@@ -347,12 +451,11 @@ void addFileSystemDevices(std::list<Storage*>& out, std::size_t indexBase, Host*
     auto add = [&](const std::string& mountPoint, auto* entry) {
         VESSA_TRACE(kUnit, "addFileSystemDevices");
         VESSA_LOG << "Have we already done\"" << mountPoint << "\"";
-        if (std::find(doneMounts.begin(), doneMounts.end(), mountPoint) != doneMounts.end()) {
+        if (!doneMounts.insert(mountPoint).second) {
             VESSA_LOG << "Looks like it";
             return;
         }
         VESSA_LOG << "Apparently not.";
-        doneMounts.push_back(mountPoint);
         if (mountPoint.rfind("/proc/", 0) != 0 && mountPoint.rfind("/sys/", 0) != 0) {
             out.push_back(link->asStorage(entry, Storage::fileSystemStorage,
                                           static_cast<int>(indexBase + out.size()), inquiryTimeout,
@@ -381,44 +484,51 @@ std::uint32_t GetStorage(Host* host, Storage::storageType type, unsigned int inq
             progress(step++ * 5, std::string("Reading ") + source);
         }
     };
+    // Directory listings are read once for the whole run, and what the sources came to is noted.
+    sal::sys::RunScope scope;
     std::unique_ptr<Host> localHost(Host::named("127.0.0.1", false));
     RunRecords r;
     Host* lh = localHost.get();
+    DiscoveryReport report;
+    auto& failed = report.failedSources;
 
     reading("/proc/partitions");
     readSource("CHECK /proc/partions", " items from /proc/partitions", "/proc/partitions", r.procPartitions,
-               [](auto& l) { ProcPartition::readProcPartitions(l); });
+               failed, [](auto& l) { ProcPartition::readProcPartitions(l); });
     reading("/sys/block");
-    readSource("CHECK /sys/block", " items from /sys/block/...", "/sys/block", r.sysBlocks,
+    readSource("CHECK /sys/block", " items from /sys/block/...", "/sys/block", r.sysBlocks, failed,
                [&](auto& l) { SysBlock::readSysFs(l, r.procPartitions, lh); });
     reading("dmsetup");
-    readSource("CHECK dmsetup", " items from \"dmsetup ls --tree\"...", "dmsetup", r.dmDevs,
+    readSource("CHECK dmsetup", " items from \"dmsetup ls --tree\"...", "dmsetup", r.dmDevs, failed,
                [&](auto& l) { DmTreeDev::readDmTree(l, lh); });
     reading("pvdisplay");
-    readSource("CHECK pvdisplay", " items from pvdisplay...", "pvdisplay", r.physicalVolumes,
+    readSource("CHECK pvdisplay", " items from pvdisplay...", "pvdisplay", r.physicalVolumes, failed,
                [&](auto& l) { PhysicalVolume::readPvDisplay(l, lh); });
     reading("lvdisplay");
-    readSource("CHECK lvdisplay", " items from lvdisplay...", "lvdisplay", r.logicalVolumes,
+    readSource("CHECK lvdisplay", " items from lvdisplay...", "lvdisplay", r.logicalVolumes, failed,
                [&](auto& l) { LogicalVolume::readLvDisplay(l, lh); });
     reading("vgdisplay");
-    readSource("CHECK vgdisplay", " items from vgdisplay...", "vgdisplay", r.volumeGroups,
+    readSource("CHECK vgdisplay", " items from vgdisplay...", "vgdisplay", r.volumeGroups, failed,
                [&](auto& l) { VolumeGroup::readVgDisplay(l, lh); });
     reading("/etc/fstab");
-    readSource("CHECK /etc/fstab", " entries from /etc/fstab...", "/etc/fstab", r.fsTableEntries,
+    readSource("CHECK /etc/fstab", " entries from /etc/fstab...", "/etc/fstab", r.fsTableEntries, failed,
                [&](auto& l) { FsTableEntry::readFsTab(l, lh); });
     reading("/etc/mtab");
-    readSource("CHECK /etc/mtab", " entries from /etc/mtab...", "/etc/mtab", r.mTableEntries,
+    readSource("CHECK /etc/mtab", " entries from /etc/mtab...", "/etc/mtab", r.mTableEntries, failed,
                [&](auto& l) { MTableEntry::readMTab(l, lh); });
     reading("/dev/disk/by-*");
-    readSource("CHECK /dev/disk/by-*", " links from /dev/disk/by-*", "/dev/disk/by-*", r.diskBys,
+    readSource("CHECK /dev/disk/by-*", " links from /dev/disk/by-*", "/dev/disk/by-*", r.diskBys, failed,
                [&](auto& l) { DiskBy::readDisksBy(l, lh); });
 
     std::list<DeviceLink*> links;
-    for (ProcPartition* p : r.procPartitions) {
-        auto* link = new DeviceLink(p, r.sysBlocks, r.dmDevs, r.physicalVolumes, r.logicalVolumes,
-                                    r.volumeGroups, r.fsTableEntries, r.mTableEntries, r.diskBys);
-        r.allLinks.push_back(link);
-        links.push_back(link);
+    {
+        const RecordIndex index(r.sysBlocks, r.dmDevs, r.physicalVolumes, r.logicalVolumes, r.volumeGroups,
+                                r.fsTableEntries, r.mTableEntries, r.diskBys);
+        for (ProcPartition* p : r.procPartitions) {
+            auto* link = new DeviceLink(p, index);
+            r.allLinks.push_back(link);
+            links.push_back(link);
+        }
     }
     cleanLinks(links);
     makeUnique(links);
@@ -451,14 +561,14 @@ std::uint32_t GetStorage(Host* host, Storage::storageType type, unsigned int inq
             }
         }
         if (type & Storage::logicalStorageMask) {
-            std::map<std::uint32_t, std::list<std::uint32_t>> doneLogical;
+            DoneDevices doneLogical;
             for (DeviceLink* link : links) {
                 addLogicalDevices(made, base, lh, link, doneLogical, inquiryTimeout, false);
                 converted();
             }
         }
         if (type & Storage::fileSystemStorage) {
-            std::list<std::string> doneMounts;
+            DoneMounts doneMounts;
             for (DeviceLink* link : links) {
                 addFileSystemDevices(made, base, lh, link, doneMounts, inquiryTimeout);
                 converted();
@@ -474,6 +584,12 @@ std::uint32_t GetStorage(Host* host, Storage::storageType type, unsigned int inq
         progress(100, "Done: " + std::to_string(made.size()) + " items");
     }
     host->storage().splice(host->storage().end(), made);
+    for (const DiscoveryReport::Failure& f : report.failedSources) {
+        report.warnings.push_back(f.source + " could not be read to its end (" + f.reason +
+                                  "): devices may be missing or lack exclusions");
+    }
+    host->setDiscoveryReport(std::move(report));
+    vessa::log::flush();
     return static_cast<std::uint32_t>(host->storage().size());
 }
 

@@ -6,6 +6,7 @@
 #include <list>
 #include <map>
 #include <string>
+#include <unordered_set>
 
 #include "target/Storage.h"
 
@@ -28,18 +29,24 @@ unsigned int getLocalStorage(Host* host, Storage::storageType type, const std::l
 
 // One run. Appends to host->storage(): block devices (when type shares a bit with 36), logical
 // devices (26) and mounted or configured file systems (1); returns the size of the list afterwards.
-// A source whose output cannot be understood ends the run with an exception that names the source;
-// the host's list is then unchanged by the run.
+// A source whose data cannot be understood stops its reader; the run goes on with what that reader
+// read before, and the host's discoveryReport() names the source afterwards.
 std::uint32_t GetStorage(Host* host, Storage::storageType type, unsigned int inquiryTimeout,
                          Progress progress = nullptr);
 
-// The steps of a run, exposed for tests.
+// The steps of a run, exposed for tests and benchmarks.
 void cleanLinks(std::list<DeviceLink*>& links);
+// Without a log, only pairs below which a logical volume can be met are visited: the others change
+// nothing. With a log, every ordered pair is visited, since the log shows each visit.
 void makeUnique(std::list<DeviceLink*>& links);
+// Devices (major and minor number, see numbersKey) already made logical items, and mount points
+// already made file-system items, in this run.
+typedef std::unordered_set<std::uint64_t> DoneDevices;
+typedef std::unordered_set<std::string> DoneMounts;
+std::uint64_t numbersKey(int major, int minor);
 bool addLogicalDevices(std::list<Storage*>& out, std::size_t indexBase, Host* localHost, DeviceLink* link,
-                       std::map<std::uint32_t, std::list<std::uint32_t>>& doneLogical,
-                       unsigned int inquiryTimeout, bool isChild);
+                       DoneDevices& doneLogical, unsigned int inquiryTimeout, bool isChild);
 void addFileSystemDevices(std::list<Storage*>& out, std::size_t indexBase, Host* localHost, DeviceLink* link,
-                          std::list<std::string>& doneMounts, unsigned int inquiryTimeout);
+                          DoneMounts& doneMounts, unsigned int inquiryTimeout);
 
 }  // namespace vessa::target::lin

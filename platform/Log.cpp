@@ -39,6 +39,13 @@ void write(const char* unit, const char* trace, const std::string& text) {
     *g_stream << '[' << unit << "] " << trace << ": " << text << '\n';
 }
 
+void flush() {
+    std::lock_guard<std::mutex> lock(logMutex());
+    if (g_stream != nullptr) {
+        g_stream->flush();
+    }
+}
+
 Trace::Trace(const char* unit, const char* name) : unit_(unit), name_(name) {
     if (enabled()) {
         write(unit_, name_, "Enter");

@@ -32,7 +32,12 @@ inline bool enabled() noexcept {
 }
 
 // Writes one whole line ("[unit] trace: text") under the log mutex. Does nothing when logging is off.
+// Lines are not flushed one by one (a run writes hundreds of thousands on a large host): the stream's
+// own buffering applies, and a discovery run flushes once at its end. A caller that wants each line at
+// once hands over a stream that flushes itself (std::unitbuf).
 void write(const char* unit, const char* trace, const std::string& text);
+// Flushes the log stream, if one is set.
+void flush();
 
 // Enter/exit guard of one traced function. The unit and trace texts must outlive the guard (they are
 // string literals in practice).

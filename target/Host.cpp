@@ -36,7 +36,8 @@ Host::Host(const Host& other)
       cpuName_(other.cpuName_),
       cpuCount_(other.cpuCount_),
       extendedInfo_(other.extendedInfo_),
-      storage_(other.storage_) {}
+      storage_(other.storage_),
+      discoveryReport_(other.discoveryReport_) {}
 
 Host& Host::operator=(const Host& other) {
     if (this != &other) {
@@ -128,6 +129,18 @@ bool Host::existsFSItem(const std::string& path, vessa::hax::FSItem::typecode ty
     }
     item.erase(0, lead);
 
+    if (agent_.valid() && agent_.isLocal()) {
+        // The same question asked of this machine's view, which can answer it from an index while a
+        // discovery run lists the same directory for every device.
+        std::vector<sal::sys::DirEntry::Type> types;
+        sal::sys::current().entryTypes(directory, item, types);
+        for (sal::sys::DirEntry::Type t : types) {
+            if (type == vessa::hax::FSItem::any || vessa::hax::FSItem::of(t) == type) {
+                return true;
+            }
+        }
+        return false;
+    }
     std::list<vessa::hax::FSItem> items;
     fill(directory, items);
     for (const vessa::hax::FSItem& i : items) {

@@ -17,10 +17,11 @@
 #include <string>
 #include <utility>
 
-#include "platform/hax/Hax.h"
 #include "platform/Pipe.h"
 #include "platform/Process.h"
 #include "platform/Thread.h"
+#include "platform/hax/Hax.h"
+#include "target/DiscoveryReport.h"
 #include "target/LicenseInfo.h"
 #include "target/Property.h"
 #include "target/Storage.h"
@@ -67,6 +68,10 @@ class Host {
     const LicenseInfo& licenseInfo() const { return license_; }
     std::list<Storage*>& storage() { return storage_; }
     const std::list<Storage*>& storage() const { return storage_; }
+    // What the last local discovery of this host could not see (set by that run; empty before any, and
+    // for hosts queried through the listing tool, which reports nothing of the kind).
+    const DiscoveryReport& discoveryReport() const { return discoveryReport_; }
+    void setDiscoveryReport(DiscoveryReport report) { discoveryReport_ = std::move(report); }
 
     // Forwards to the agent host.
     std::string envValueOf(const std::string& name) const { return agent_.envValueOf(name); }
@@ -140,6 +145,7 @@ class Host {
     std::string cpuCount_;
     std::list<Property> extendedInfo_;
     std::list<Storage*> storage_;
+    DiscoveryReport discoveryReport_;
 };
 
 }  // namespace vessa::target
