@@ -92,6 +92,11 @@ std::string humanSize(unsigned long long bytes) {
 
 std::string displayNameOf(const vessa::target::Property& property) {
     std::ostringstream row;
+    return displayNameOf(property, row);
+}
+
+std::string displayNameOf(const vessa::target::Property& property, std::ostringstream& row) {
+    row.str(std::string());
     property.print(row, "p");
     const std::string text = row.str();
     const std::string open = "<DisplayName>";
@@ -104,33 +109,52 @@ std::string displayNameOf(const vessa::target::Property& property) {
     return unescape(text.substr(b, e - b));
 }
 
-nlohmann::ordered_json toJson(const std::string& hostName,
-                              const std::list<vessa::target::Storage*>& storage) {
-    nlohmann::ordered_json doc;
-    doc["host"] = hostName;
-    nlohmann::ordered_json items = nlohmann::ordered_json::array();
+void writeStorageJson(JsonWriter& json, const std::string& hostName,
+                      const std::list<vessa::target::Storage*>& storage) {
+    std::ostringstream row;
+    json.beginObject();
+    json.key("host");
+    json.value(hostName);
+    json.key("storage");
+    json.beginArray();
     for (vessa::target::Storage* s : storage) {
-        nlohmann::ordered_json item;
-        item["index"] = s->index();
-        item["type"] = static_cast<unsigned int>(s->deviceStorageType());
-        item["name"] = s->name();
-        item["path"] = s->path();
-        item["size"] = s->size();
-        item["inquiry"] = s->inquiry();
-        item["exclusions"] = s->exclusionString();
-        item["reasons"] = exclusionReasons(s->exclusionString());
-        nlohmann::ordered_json props = nlohmann::ordered_json::object();
+        json.beginObject();
+        json.key("index");
+        json.value(static_cast<long long>(s->index()));
+        json.key("type");
+        json.value(static_cast<unsigned long long>(s->deviceStorageType()));
+        json.key("name");
+        json.value(s->name());
+        json.key("path");
+        json.value(s->path());
+        json.key("size");
+        json.value(static_cast<unsigned long long>(s->size()));
+        json.key("inquiry");
+        json.value(s->inquiry());
+        json.key("exclusions");
+        json.value(s->exclusionString());
+        json.key("reasons");
+        json.value(exclusionReasons(s->exclusionString()));
+        json.key("properties");
+        json.beginObject();
         for (const auto& [key, p] : s->properties()) {
-            props[key] = {{"value", p.value()},
-                          {"displayName", displayNameOf(p)},
-                          {"category", p.category()},
-                          {"description", p.description()}};
+            json.key(key);
+            json.beginObject();
+            json.key("value");
+            json.value(p.value());
+            json.key("displayName");
+            json.value(displayNameOf(p, row));
+            json.key("category");
+            json.value(p.category());
+            json.key("description");
+            json.value(p.description());
+            json.endObject();
         }
-        item["properties"] = props;
-        items.push_back(item);
+        json.endObject();
+        json.endObject();
     }
-    doc["storage"] = items;
-    return doc;
+    json.endArray();
+    json.endObject();
 }
 
 void printTable(std::ostream& out, const std::list<vessa::target::Storage*>& storage) {

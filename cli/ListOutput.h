@@ -4,11 +4,11 @@
 
 #include <list>
 #include <ostream>
+#include <sstream>
 #include <string>
 #include <vector>
 
-#include <nlohmann/json.hpp>
-
+#include "cli/JsonWriter.h"
 #include "target/Storage.h"
 
 namespace vessa::cli {
@@ -20,10 +20,13 @@ std::vector<std::string> exclusionReasons(const std::string& exclusionString);
 std::string humanSize(unsigned long long bytes);
 
 // The label that the XML report shows for a property (the class keeps its display name to itself;
-// the report's own row is where it is published).
+// the report's own row is where it is published). The second form reuses `row` for the rendering.
 std::string displayNameOf(const vessa::target::Property& property);
+std::string displayNameOf(const vessa::target::Property& property, std::ostringstream& row);
 
-nlohmann::ordered_json toJson(const std::string& hostName, const std::list<vessa::target::Storage*>& storage);
+// One host's storage as a JSON object: {"host": NAME, "storage": [ITEM, ...]}, items in list order.
+void writeStorageJson(JsonWriter& json, const std::string& hostName,
+                      const std::list<vessa::target::Storage*>& storage);
 
 void printTable(std::ostream& out, const std::list<vessa::target::Storage*>& storage);
 

@@ -99,7 +99,9 @@ int list(const Options& o) {
     std::ofstream log;
     std::unique_ptr<vessa::target::Host> host = discover(o, log);
     if (o.json) {
-        std::cout << vessa::cli::toJson(host->name(), host->storage()).dump(2) << '\n';
+        vessa::cli::JsonWriter json(std::cout);
+        vessa::cli::writeStorageJson(json, host->name(), host->storage());
+        json.finish();
     } else {
         vessa::cli::printTable(std::cout, host->storage());
     }
@@ -184,8 +186,9 @@ int main(int argc, char** argv) {
     captureCmd->add_option("DIR", o.captureDir, "Snapshot directory (new or empty)")->required();
     captureCmd->add_flag("--force", o.force, "Write into DIR even when it is not empty");
     captureCmd->add_option("--log", o.logFile, "Write the library's log to FILE")->type_name("FILE");
-    captureCmd->add_option("--command-timeout", o.commandTimeout,
-                           "End a tool that has not finished after SECONDS (default 120, 0: never)")
+    captureCmd
+        ->add_option("--command-timeout", o.commandTimeout,
+                     "End a tool that has not finished after SECONDS (default 120, 0: never)")
         ->type_name("SECONDS");
 
     try {

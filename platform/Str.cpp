@@ -30,6 +30,11 @@ void read(T& dest, const std::string& text, std::ios_base::fmtflags flags) {
 
 template <class T>
 std::string write(T value, std::ios_base::fmtflags flags) {
+    if (flags == std::ios_base::dec) {
+        // What a classic-locale stream writes in plain decimal, without the cost of making a stream:
+        // discovery formats every number of every device this way.
+        return std::to_string(value);
+    }
     std::ostringstream out;
     out.imbue(std::locale::classic());
     out.flags(flags);

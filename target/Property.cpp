@@ -68,13 +68,13 @@ void Property::print(std::ostream& os, const std::string& tableName) const {
     cleanForXmlText(value);
     cleanForXmlText(category);
     cleanForXmlText(description);
-    os << "  <" << tableName << ">" << std::endl;
-    os << "    <Name>" << name << "</Name>" << std::endl;
-    os << "    <DisplayName>" << displayName << "</DisplayName>" << std::endl;
-    os << "    <Value>" << value << "</Value>" << std::endl;
-    os << "    <Category>" << category << "</Category>" << std::endl;
-    os << "    <Description>" << description << "</Description>" << std::endl;
-    os << "  </" << tableName << ">" << std::endl;
+    os << "  <" << tableName << ">" << '\n';
+    os << "    <Name>" << name << "</Name>" << '\n';
+    os << "    <DisplayName>" << displayName << "</DisplayName>" << '\n';
+    os << "    <Value>" << value << "</Value>" << '\n';
+    os << "    <Category>" << category << "</Category>" << '\n';
+    os << "    <Description>" << description << "</Description>" << '\n';
+    os << "  </" << tableName << ">" << '\n';
 }
 
 void Property::printToDebug() {

@@ -74,6 +74,12 @@ Property StandardProperty::make(const std::string& value) const {
 Storage::Storage(const storageType& type, const std::string& name, const std::string& path,
                  const unsigned long long& size, int index, const std::string& inquiry, exclusions exclusions,
                  const std::map<std::string, Property>& properties)
+    : Storage(type, name, path, size, index, inquiry, exclusions,
+              std::map<std::string, Property>(properties)) {}
+
+Storage::Storage(const storageType& type, const std::string& name, const std::string& path,
+                 const unsigned long long& size, int index, const std::string& inquiry, exclusions exclusions,
+                 std::map<std::string, Property>&& properties)
     : exclusions_(exclusions),
       overrides_(0),
       index_(index),
@@ -95,8 +101,10 @@ Storage::Storage(const storageType& type, const std::string& name, const std::st
     logCoreFields(vessa_trace_.name());
     for (const auto& [key, property] : properties) {
         VESSA_LOG << "property " << key << " = " << property.value();
-        properties_.insert_or_assign(key, property);
     }
+    // The given entries replace same-named ones made above; the map's nodes are taken over, not copied.
+    properties.merge(properties_);
+    properties_.swap(properties);
     addProperty(standard::name.make(name_));
     addProperty(standard::path.make(path_));
     addProperty(standard::size.make(util::str::from(size_)));

@@ -48,6 +48,10 @@ class Storage {
     Storage(const storageType& type, const std::string& name, const std::string& path,
             const unsigned long long& size, int index, const std::string& inquiry, exclusions exclusions,
             const std::map<std::string, Property>& properties);
+    // The same, taking over the given map instead of copying it.
+    Storage(const storageType& type, const std::string& name, const std::string& path,
+            const unsigned long long& size, int index, const std::string& inquiry, exclusions exclusions,
+            std::map<std::string, Property>&& properties);
     // Constructor 2, used by the legacy listing parser: the exclusions are computed from the fields.
     Storage(const storageType& type, int index, const std::string& name, const std::string& path,
             const unsigned long long& size, const std::string& inquiry, const std::string& fileSystem,

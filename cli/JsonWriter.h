@@ -1,0 +1,66 @@
+// A JSON document written as it is made, two blanks of indentation per level, "key": value, empty
+// arrays and objects as [] and {}. A storage list of ten thousand devices is tens of megabytes of JSON:
+// writing it straight to the stream keeps neither the document nor a copy of the list in memory.
+//
+// Text is written as UTF-8; a byte that does not belong to a valid UTF-8 sequence (device data is not
+// always text) is written as U+FFFD.
+#pragma once
+
+#include <ostream>
+#include <string>
+#include <vector>
+
+namespace vessa::cli {
+
+class JsonWriter {
+  public:
+    explicit JsonWriter(std::ostream& out) : out_(out) {}
+    ~JsonWriter() { flush(); }
+    JsonWriter(const JsonWriter&) = delete;
+    JsonWriter& operator=(const JsonWriter&) = delete;
+
+    void beginObject() { open('{'); }
+    void endObject() { close('}'); }
+    void beginArray() { open('['); }
+    void endArray() { close(']'); }
+    // The key of the next member of the current object.
+    void key(const std::string& name);
+
+    void value(const std::string& text);
+    void value(const char* text) { value(std::string(text)); }
+    void value(long long number);
+    void value(unsigned long long number);
+    void value(bool flag);
+    void value(const std::vector<std::string>& texts);
+
+    // Ends the document with a newline and hands everything to the stream.
+    void finish() {
+        buffer_ += '\n';
+        flush();
+    }
+    void flush() {
+        out_.write(buffer_.data(), static_cast<std::streamsize>(buffer_.size()));
+        buffer_.clear();
+    }
+
+  private:
+    void open(char bracket);
+    void close(char bracket);
+    // Before a value: the separator and indentation that its place in an array asks for.
+    void place();
+    void indent(std::size_t level);
+    void quoted(const std::string& text);
+
+    void spill() {
+        if (buffer_.size() > (1u << 16)) {
+            flush();
+        }
+    }
+
+    std::ostream& out_;
+    std::string buffer_;       // written to out_ in large pieces
+    std::vector<bool> empty_;  // per open level: nothing written in it yet
+    bool afterKey_ = false;
+};
+
+}  // namespace vessa::cli
