@@ -71,8 +71,8 @@ void mountPointExclusions(const std::string& mountPoint, Storage::exclusions& ex
 }
 
 MTableEntry::MTableEntry(const std::string& mountPoint, const std::string& deviceName,
-                         const std::string& fileSystemType, bool readable)
-    : type_(fileSystemType), mountPoint_(mountPoint), device_(deviceName), readable_(readable) {
+                         const std::string& fileSystemType)
+    : type_(fileSystemType), mountPoint_(mountPoint), device_(deviceName) {
     VESSA_LOG_AT(kUnit, "MTableEntry.ctor")
         << "Filesystem \"" << device_ << "\" mounted at \"" << mountPoint_ << "\" formatted as " << type_;
 }
@@ -99,10 +99,6 @@ void MTableEntry::parse(const std::string& text, std::list<MTableEntry*>& result
             result.push_back(new MTableEntry(m.directory, m.device, m.type));
         } else {
             VESSA_LOG << "Found " << m.device << ", but could not read from it.";
-            if (startsWith(m.device, "/dev/")) {
-                VESSA_LOG << "Keeping " << m.device << " at " << m.directory << " for its exclusions only";
-                result.push_back(new MTableEntry(m.directory, m.device, m.type, false));
-            }
         }
     }
 }

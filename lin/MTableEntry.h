@@ -27,15 +27,12 @@ std::list<MountLine> parseMountTable(const std::string& text);
 
 class MTableEntry {
   public:
-    // `readable`: the entry passed the read test and may become a file-system target.
     MTableEntry(const std::string& mountPoint, const std::string& deviceName,
-                const std::string& fileSystemType, bool readable = true);
+                const std::string& fileSystemType);
 
-    // Appends every mounted device that can be read, and every network or user-space mount (cifs,
-    // nfs, fuse.) even when it cannot. A mounted device under /dev that fails the read test is still
-    // appended, marked unreadable: it makes no file-system target, but what its mount point says
-    // about the device (system, boot, swap) must not be lost because this process may not read the
-    // device (a sandbox, a permission). False when the table cannot be read (the list is then empty).
+    // Appends every mounted device under /dev that can be read, and every network or user-space mount
+    // (cifs, nfs, fuse.) even when it cannot; an unreadable device is logged and left out (the in-use
+    // layer still sees its mount). False when the table cannot be read (the list is then empty).
     static bool readMTab(std::list<MTableEntry*>& result, Host* host);
     // The parsing half; `readable` answers the read test for a device.
     static void parse(const std::string& text, std::list<MTableEntry*>& result,
@@ -48,14 +45,13 @@ class MTableEntry {
     const std::string& fileSystemType() const { return type_; }
     const std::string& mountPoint() const { return mountPoint_; }
     const std::string& deviceName() const { return device_; }
-    // Whether the entry passed the read test.
-    bool flag() const { return readable_; }
+    // Always true for a mounted-table entry.
+    bool flag() const { return true; }
 
   private:
     std::string type_;
     std::string mountPoint_;
     std::string device_;
-    bool readable_;
 };
 
 // Exclusions of a mount point, shared by both tables.

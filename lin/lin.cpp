@@ -6,10 +6,13 @@
 #include <unordered_set>
 #include <vector>
 
+#include "lin/Completeness.h"
 #include "lin/DeviceLink.h"
+#include "lin/DeviceTree.h"
 #include "lin/DiskBy.h"
 #include "lin/DmTreeDev.h"
 #include "lin/FsTableEntry.h"
+#include "lin/InUse.h"
 #include "lin/LogicalVolume.h"
 #include "lin/MTableEntry.h"
 #include "lin/PhysicalVolume.h"
@@ -208,6 +211,23 @@ class VolumeReach {
     std::unordered_map<std::uint64_t, std::vector<std::pair<std::size_t, DeviceLink*>>> rootsByKey_;
 };
 
+void noteOrigin(std::vector<const DeviceLink*>* origins, const DeviceLink* link) {
+    if (origins != nullptr) {
+        origins->push_back(link);
+    }
+}
+
+Property inUseProperty(const std::vector<std::string>& reasons) {
+    std::string value;
+    for (const std::string& r : reasons) {
+        value += (value.empty() ? "" : "; ") + r;
+    }
+    return Property("inUse", value, "In Use",
+                    "Reasons the device is in use on the system, as the kernel reports them. A device in use "
+                    "is never a test target.",
+                    "General");
+}
+
 // One pair's step of makeUnique. With `reach`, pairs below which no volume can meet are passed over:
 // they would change nothing (only the log shows such visits, and a run with a log takes every pair).
 void makeUniquePair(DeviceLink* a, DeviceLink* b, const VolumeReach* reach) {
@@ -257,12 +277,17 @@ void makeUniquePair(DeviceLink* a, DeviceLink* b, const VolumeReach* reach) {
 unsigned int getLocalStorage(Host* host, Storage::storageType type, const std::list<std::string>& arguments,
                              Progress progress) {
     unsigned int timeout = 1;
+    bool inUse = false, tree = false;
     for (const std::string& a : arguments) {
-        if (a.size() > 2 && (a[1] == 'j' || a[1] == 'J')) {
+        if (a == kInUseOption) {
+            inUse = true;
+        } else if (a == kTreeOption) {
+            tree = true;
+        } else if (a.size() > 2 && (a[1] == 'j' || a[1] == 'J')) {
             util::str::to(timeout, a.substr(2));
         }
     }
-    return GetStorage(host, type, timeout, progress);
+    return GetStorage(host, type, timeout, progress, inUse, tree);
 }
 
 namespace {
@@ -392,7 +417,8 @@ void makeUnique(std::list<DeviceLink*>& links) {
 }
 
 bool addLogicalDevices(std::list<Storage*>& out, std::size_t indexBase, Host* localHost, DeviceLink* link,
-                       DoneDevices& doneLogical, unsigned int inquiryTimeout, bool isChild) {
+                       DoneDevices& doneLogical, unsigned int inquiryTimeout, bool isChild,
+                       std::vector<const DeviceLink*>* origins) {
     const DeviceLink::Visit visit(link, DeviceLink::Logical);
     if (!visit.entered()) {
         return false;
@@ -401,7 +427,7 @@ bool addLogicalDevices(std::list<Storage*>& out, std::size_t indexBase, Host* lo
     VESSA_LOG << "Adding logical devices for " << link->name();
     bool added = false;
     for (DeviceLink* p : link->partitions) {
-        if (addLogicalDevices(out, indexBase, localHost, p, doneLogical, inquiryTimeout, true)) {
+        if (addLogicalDevices(out, indexBase, localHost, p, doneLogical, inquiryTimeout, true, origins)) {
             added = true;
         }
     }
@@ -413,12 +439,13 @@ bool addLogicalDevices(std::list<Storage*>& out, std::size_t indexBase, Host* lo
                 out.push_back(h->asStorage(l, static_cast<Storage::storageType>(Storage::logicalStorageMask),
                                            static_cast<int>(indexBase + out.size()), inquiryTimeout,
                                            localHost));
+                noteOrigin(origins, h);
             }
             sawVolume = true;
         }
         const ProcPartition* hp = h->procPartition();
         if (!sawVolume && doneLogical.count(numbersKey(hp->major(), hp->minor())) == 0) {
-            if (addLogicalDevices(out, indexBase, localHost, h, doneLogical, inquiryTimeout, true)) {
+            if (addLogicalDevices(out, indexBase, localHost, h, doneLogical, inquiryTimeout, true, origins)) {
                 added = true;
             }
         }
@@ -428,25 +455,27 @@ bool addLogicalDevices(std::list<Storage*>& out, std::size_t indexBase, Host* lo
         VESSA_LOG << "Adding partition: " << link->name();
         out.push_back(link->asStorage(static_cast<Storage::storageType>(Storage::logicalStorageMask),
                                       static_cast<int>(indexBase + out.size()), inquiryTimeout, localHost));
+        noteOrigin(origins, link);
         added = true;
     }
     return added;
 }
 
 void addFileSystemDevices(std::list<Storage*>& out, std::size_t indexBase, Host* localHost, DeviceLink* link,
-                          DoneMounts& doneMounts, unsigned int inquiryTimeout) {
+                          DoneMounts& doneMounts, unsigned int inquiryTimeout,
+                          std::vector<const DeviceLink*>* origins) {
     const DeviceLink::Visit visit(link, DeviceLink::FileSystems);
     if (!visit.entered()) {
         return;
     }
     for (DeviceLink* p : link->partitions) {
-        addFileSystemDevices(out, indexBase, localHost, p, doneMounts, inquiryTimeout);
+        addFileSystemDevices(out, indexBase, localHost, p, doneMounts, inquiryTimeout, origins);
     }
     for (DeviceLink* h : link->holders) {
-        addFileSystemDevices(out, indexBase, localHost, h, doneMounts, inquiryTimeout);
+        addFileSystemDevices(out, indexBase, localHost, h, doneMounts, inquiryTimeout, origins);
     }
     for (DeviceLink* t : link->mpathTargets) {
-        addFileSystemDevices(out, indexBase, localHost, t, doneMounts, inquiryTimeout);
+        addFileSystemDevices(out, indexBase, localHost, t, doneMounts, inquiryTimeout, origins);
     }
     auto add = [&](const std::string& mountPoint, auto* entry) {
         VESSA_TRACE(kUnit, "addFileSystemDevices");
@@ -460,13 +489,11 @@ void addFileSystemDevices(std::list<Storage*>& out, std::size_t indexBase, Host*
             out.push_back(link->asStorage(entry, Storage::fileSystemStorage,
                                           static_cast<int>(indexBase + out.size()), inquiryTimeout,
                                           localHost));
+            noteOrigin(origins, link);
         }
     };
-    // Mounts that failed the read test only carry exclusions; they make no file-system target.
     for (MTableEntry* m : link->mTableEntries) {
-        if (m->flag()) {
-            add(m->mountPoint(), m);
-        }
+        add(m->mountPoint(), m);
     }
     for (FsTableEntry* f : link->fsTableEntries) {
         if (f->flag()) {
@@ -476,7 +503,7 @@ void addFileSystemDevices(std::list<Storage*>& out, std::size_t indexBase, Host*
 }
 
 std::uint32_t GetStorage(Host* host, Storage::storageType type, unsigned int inquiryTimeout,
-                         Progress progress) {
+                         Progress progress, bool withInUse, bool withTree) {
     VESSA_TRACE(kUnit, "GetStorage");
     int step = 0;
     auto reading = [&](const char* source) {
@@ -535,10 +562,16 @@ std::uint32_t GetStorage(Host* host, Storage::storageType type, unsigned int inq
     for (DeviceLink* link : links) {
         link->print(0);
     }
+    // Asked for only: the kernel's own view of what is in use, reported beside the exclusions.
+    std::unique_ptr<InUse> inUse;
+    if (withInUse) {
+        inUse = std::make_unique<InUse>(r.allLinks, r.sysBlocks);
+    }
 
     // New items are gathered apart and handed over together, so that a failure while converting
     // leaves the host's list as it was. Indices count the host's items as if each were appended at once.
     std::list<Storage*> made;
+    std::vector<const DeviceLink*> origins;  // the link each item was made from, in step with `made`
     const std::size_t base = host->storage().size();
     std::size_t reported = 0;
     auto converted = [&]() {
@@ -558,19 +591,20 @@ std::uint32_t GetStorage(Host* host, Storage::storageType type, unsigned int inq
                 }
                 made.push_back(
                     link->asStorage(Storage::discoveredBlockDevice, counter++, inquiryTimeout, lh));
+                origins.push_back(link);
             }
         }
         if (type & Storage::logicalStorageMask) {
             DoneDevices doneLogical;
             for (DeviceLink* link : links) {
-                addLogicalDevices(made, base, lh, link, doneLogical, inquiryTimeout, false);
+                addLogicalDevices(made, base, lh, link, doneLogical, inquiryTimeout, false, &origins);
                 converted();
             }
         }
         if (type & Storage::fileSystemStorage) {
             DoneMounts doneMounts;
             for (DeviceLink* link : links) {
-                addFileSystemDevices(made, base, lh, link, doneMounts, inquiryTimeout);
+                addFileSystemDevices(made, base, lh, link, doneMounts, inquiryTimeout, &origins);
                 converted();
             }
         }
@@ -583,10 +617,23 @@ std::uint32_t GetStorage(Host* host, Storage::storageType type, unsigned int inq
     if (progress != nullptr) {
         progress(100, "Done: " + std::to_string(made.size()) + " items");
     }
+    if (inUse) {
+        auto origin = origins.begin();
+        for (Storage* item : made) {
+            item->addProperty(inUseProperty(inUse->reasons(*origin++)));
+        }
+    }
+    if (withTree) {
+        std::unordered_map<const DeviceLink*, std::vector<std::size_t>> itemsOf;
+        for (std::size_t i = 0; i < origins.size(); ++i) {
+            itemsOf[origins[i]].push_back(base + i);
+        }
+        report.devices = deviceTree(links, itemsOf);
+    }
     host->storage().splice(host->storage().end(), made);
-    for (const DiscoveryReport::Failure& f : report.failedSources) {
-        report.warnings.push_back(f.source + " could not be read to its end (" + f.reason +
-                                  "): devices may be missing or lack exclusions");
+    report.warnings = completenessWarnings(scope, report.failedSources, r.procPartitions);
+    if (inUse) {
+        report.warnings.insert(report.warnings.end(), inUse->warnings().begin(), inUse->warnings().end());
     }
     host->setDiscoveryReport(std::move(report));
     vessa::log::flush();

@@ -7,6 +7,7 @@
 #include <map>
 #include <string>
 #include <unordered_set>
+#include <vector>
 
 #include "target/Storage.h"
 
@@ -20,9 +21,13 @@ class DeviceLink;
 
 // Takes the SCSI inquiry timeout from the last argument whose second character is "j" or "J" and
 // that is longer than two characters ("-j5": 5 seconds; default 1), then runs GetStorage. A timeout
-// that is not a number throws the text-conversion exception.
+// that is not a number throws the text-conversion exception. The arguments "--in-use" and "--tree" ask
+// for the in-use reasons and the device tree (see GetStorage).
 // Progress: a percentage and what is being done (which source is read, how many items are made).
 typedef void (*Progress)(int, std::string);
+
+constexpr const char* kInUseOption = "--in-use";
+constexpr const char* kTreeOption = "--tree";
 
 unsigned int getLocalStorage(Host* host, Storage::storageType type, const std::list<std::string>& arguments,
                              Progress progress = nullptr);
@@ -31,8 +36,14 @@ unsigned int getLocalStorage(Host* host, Storage::storageType type, const std::l
 // devices (26) and mounted or configured file systems (1); returns the size of the list afterwards.
 // A source whose data cannot be understood stops its reader; the run goes on with what that reader
 // read before, and the host's discoveryReport() names the source afterwards.
+// The host's discoveryReport() also says, in words, what the run could not see (not privileged, a tool
+// that failed, a table that could not be read); nothing of it is logged.
+// `inUse`: every new item also gets the "General" property "inUse": the reasons why the kernel
+// reports its device in use (lin/InUse.h) joined by "; ", empty when free; and the report adds what the
+// in-use layer could not see. Without it, the items are exactly those the rules make.
+// `tree`: the report also holds the run's devices as a tree, with the items made from each.
 std::uint32_t GetStorage(Host* host, Storage::storageType type, unsigned int inquiryTimeout,
-                         Progress progress = nullptr);
+                         Progress progress = nullptr, bool inUse = false, bool tree = false);
 
 // The steps of a run, exposed for tests and benchmarks.
 void cleanLinks(std::list<DeviceLink*>& links);
@@ -44,9 +55,12 @@ void makeUnique(std::list<DeviceLink*>& links);
 typedef std::unordered_set<std::uint64_t> DoneDevices;
 typedef std::unordered_set<std::string> DoneMounts;
 std::uint64_t numbersKey(int major, int minor);
+// `origins`, when given, receives the link each new item was made from, in step with `out`.
 bool addLogicalDevices(std::list<Storage*>& out, std::size_t indexBase, Host* localHost, DeviceLink* link,
-                       DoneDevices& doneLogical, unsigned int inquiryTimeout, bool isChild);
+                       DoneDevices& doneLogical, unsigned int inquiryTimeout, bool isChild,
+                       std::vector<const DeviceLink*>* origins = nullptr);
 void addFileSystemDevices(std::list<Storage*>& out, std::size_t indexBase, Host* localHost, DeviceLink* link,
-                          DoneMounts& doneMounts, unsigned int inquiryTimeout);
+                          DoneMounts& doneMounts, unsigned int inquiryTimeout,
+                          std::vector<const DeviceLink*>* origins = nullptr);
 
 }  // namespace vessa::target::lin

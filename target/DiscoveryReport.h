@@ -7,6 +7,17 @@
 
 namespace vessa::target {
 
+// One device of the machine and where it stands among the others: disks and multipath maps at the top,
+// below them their partitions, the devices built on them (logical volumes, partition maps) and the
+// paths of a map.
+struct DeviceNode {
+    int depth = 0;                   // 0 at the top
+    std::string name;                // kernel name
+    std::string relation;            // to the node above: "partition", "holder", "path"; "" at the top
+    unsigned long long size = 0;     // bytes, as the partition list gives it
+    std::vector<std::size_t> items;  // positions in the host's storage list of the items made from it
+};
+
 struct DiscoveryReport {
     struct Failure {
         std::string source;  // as the run names it: "/sys/block", "dmsetup", "lvdisplay" ...
@@ -16,6 +27,10 @@ struct DiscoveryReport {
     std::vector<Failure> failedSources;
     // What the run could not see, one line each in words; empty when it saw everything there was.
     std::vector<std::string> warnings;
+
+    // The machine's devices in tree order (each node followed by those below it), when the caller
+    // asked for them; a device below two others appears under each.
+    std::vector<DeviceNode> devices;
 
     bool complete() const { return warnings.empty(); }
 };

@@ -1,10 +1,13 @@
 // The live system view: this machine, root "/".
+#include <fcntl.h>
 #include <unistd.h>
 
+#include <cerrno>
+
 #include "platform/Exception.h"
-#include "platform/view/PosixFiles.h"
 #include "platform/Process.h"
 #include "platform/Scsi.h"
+#include "platform/view/PosixFiles.h"
 #include "platform/view/SystemView.h"
 
 namespace vessa::sal::sys {
@@ -99,6 +102,23 @@ class LiveView : public View {
                                              scsi::kReadCapacity10Length, kCapacityTimeoutSeconds);
         return r.rc < 0 ? 0 : scsi::readCapacity10BlockSize(r.data);
     }
+
+    ExclusiveOpen exclusiveOpen(const std::string& device) override {
+        ExclusiveOpen r;
+        const std::string path = "/dev/" + kernelName(device);
+        // Non-blocking, so that a drive without a medium does not wait for one.
+        const int fd = ::open(path.c_str(), O_RDONLY | O_EXCL | O_NONBLOCK | O_CLOEXEC);
+        if (fd >= 0) {
+            ::close(fd);
+            r.result = ExclusiveOpen::Free;
+        } else {
+            r.err = errno;
+            r.result = errno == EBUSY ? ExclusiveOpen::Busy : ExclusiveOpen::Failed;
+        }
+        return r;
+    }
+
+    bool privileged() override { return ::geteuid() == 0; }
 
   private:
     std::string root_ = "/";

@@ -187,6 +187,21 @@ ScsiAddressResult RecordingView::scsiAddress(const std::string& device) {
     return r;
 }
 
+ExclusiveOpen RecordingView::exclusiveOpen(const std::string& device) {
+    const ExclusiveOpen r = inner_->exclusiveOpen(device);
+    const std::string text = r.result == ExclusiveOpen::Free   ? "free"
+                             : r.result == ExclusiveOpen::Busy ? "busy"
+                                                               : "error " + std::to_string(r.err);
+    writeRecording("ioctl/" + ioctlFileName(device, "exclusive"), text + "\n");
+    return r;
+}
+
+bool RecordingView::privileged() {
+    const bool p = inner_->privileged();
+    writeRecording("euid", std::string(p ? "0" : "65534") + "\n");
+    return p;
+}
+
 unsigned int RecordingView::readCapacityBlockSize(const std::string& device, bool sixteen) {
     const unsigned int size = inner_->readCapacityBlockSize(device, sixteen);
     if (size != 0) {

@@ -34,6 +34,8 @@ class RecordingView : public View {
     IoctlResult scsiInquiry(const std::string& device, unsigned int timeoutSeconds) override;
     ScsiAddressResult scsiAddress(const std::string& device) override;
     unsigned int readCapacityBlockSize(const std::string& device, bool sixteen) override;
+    ExclusiveOpen exclusiveOpen(const std::string& device) override;
+    bool privileged() override;
 
     // The first write that failed, or "" (the capture is then complete).
     const std::string& firstError() const { return error_; }

@@ -3,8 +3,8 @@
 #include <sys/stat.h>
 #include <cerrno>
 
-#include "platform/view/PosixFiles.h"
 #include "platform/Str.h"
+#include "platform/view/PosixFiles.h"
 #include "platform/view/SystemView.h"
 
 namespace vessa::sal::sys {
@@ -129,6 +129,30 @@ class ReplayView : public View {
     unsigned int readCapacityBlockSize(const std::string& device, bool /*sixteen*/) override {
         std::string text;
         return recording("read_capacity", device, text) ? static_cast<unsigned int>(number(text)) : 0;
+    }
+
+    ExclusiveOpen exclusiveOpen(const std::string& device) override {
+        ExclusiveOpen r;
+        std::string text;
+        if (!recording("exclusive", device, text)) {
+            r.err = ENOENT;
+            return r;
+        }
+        text = str::trim(text);
+        if (text == "free") {
+            r.result = ExclusiveOpen::Free;
+        } else if (text == "busy") {
+            r.result = ExclusiveOpen::Busy;
+            r.err = EBUSY;
+        } else {
+            r.err = text.rfind("error ", 0) == 0 ? static_cast<int>(number(text.substr(6))) : EIO;
+        }
+        return r;
+    }
+
+    bool privileged() override {
+        std::string text;
+        return !posix::readWhole(root_ + "/.vessa/euid", text) || number(text) == 0;
     }
 
   private:

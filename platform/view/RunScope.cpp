@@ -91,6 +91,8 @@ class RunScope::CachingView : public View {
     unsigned int readCapacityBlockSize(const std::string& device, bool sixteen) override {
         return inner_.readCapacityBlockSize(device, sixteen);
     }
+    ExclusiveOpen exclusiveOpen(const std::string& device) override { return inner_.exclusiveOpen(device); }
+    bool privileged() override { return inner_.privileged(); }
 
     std::vector<Command> commands_;
     std::vector<std::string> unreadable_;

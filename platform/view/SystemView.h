@@ -18,7 +18,12 @@
 //                                          tell from a snapshot file: "size" (capacity in bytes) and
 //                                          "block_size" (st_blksize); when "size" is present, the node
 //                                          /dev/<name> is a block device of that capacity.
+//                                          "exclusive": the exclusive-open test, "free", "busy" or
+//                                          "error <errno>" (absent: not tested)
 //   R/dev/<name> non-empty                 the device node can be read (the mount-table read test)
+//   R/.vessa/euid                          the effective user id the snapshot was taken with
+//                                          (absent: 0)
+//   R/proc/self/mountinfo, R/proc/swaps    the kernel's mount and swap tables, as files
 //   R/etc/hostname                         the machine's name (first line)
 //
 // Paths given to the view and paths the library reports are always host paths (/dev/sda), never R/...
@@ -69,6 +74,14 @@ struct IoctlResult {
     int rc = -1;  // the ioctl's return value
     int err = 0;  // errno after the call
     std::vector<std::uint8_t> data;
+};
+
+// The kernel's own in-use test: a device that another holder has claimed (a mount, a swap, a mapped
+// device, a program that opened it exclusively) refuses an exclusive open with EBUSY.
+struct ExclusiveOpen {
+    enum Result { Free, Busy, Failed };
+    Result result = Failed;
+    int err = 0;  // errno of a failed open (EACCES when not privileged, ENOENT when not recorded)
 };
 
 // Which of the two address queries answered, and the address they gave.
@@ -124,6 +137,12 @@ class View {
     virtual ScsiAddressResult scsiAddress(const std::string& device) = 0;
     // Block size from READ CAPACITY(10) (sixteen false) or (16); 0 when the device does not answer.
     virtual unsigned int readCapacityBlockSize(const std::string& device, bool sixteen) = 0;
+
+    // Opens the device node (kernel name or path) read-only and exclusively, and closes it at once.
+    virtual ExclusiveOpen exclusiveOpen(const std::string& device) = 0;
+    // Whether the machine was looked at with the rights to open devices and run the volume tools
+    // (live: the effective user is root; replay: as the snapshot records, root when it does not say).
+    virtual bool privileged() = 0;
 };
 
 // Symbolic links inside a snapshot are followed under its root: an absolute target /x means R/x.

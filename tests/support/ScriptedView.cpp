@@ -100,6 +100,17 @@ sys::ScsiAddressResult ScriptedView::scsiAddress(const std::string& device) {
     return r;
 }
 
+sys::ExclusiveOpen ScriptedView::exclusiveOpen(const std::string& device) {
+    sys::ExclusiveOpen r;
+    auto it = exclusive.find(sys::kernelName(device));
+    if (it == exclusive.end()) {
+        r.err = ENOENT;
+    } else {
+        r.result = it->second;
+    }
+    return r;
+}
+
 unsigned int ScriptedView::readCapacityBlockSize(const std::string& device, bool /*sixteen*/) {
     auto it = capacities.find(sys::kernelName(device));
     return it == capacities.end() ? 0 : it->second;

@@ -33,6 +33,8 @@ class ScriptedView : public vessa::sal::sys::View {
     std::map<std::string, vessa::sal::sys::IoctlResult> inquiries;
     std::map<std::string, vessa::sal::sys::ScsiAddressResult> addresses;
     std::map<std::string, unsigned int> capacities;
+    std::map<std::string, vessa::sal::sys::ExclusiveOpen::Result> exclusive;  // kernel name -> answer
+    bool privilegedRun = true;
     std::string host = "scripted";
     std::vector<std::string> ran;               // command file names, in the order they were run
     std::vector<unsigned int> inquiryTimeouts;  // the timeout of every INQUIRY asked
@@ -50,6 +52,8 @@ class ScriptedView : public vessa::sal::sys::View {
     vessa::sal::sys::IoctlResult scsiInquiry(const std::string& device, unsigned int timeoutSeconds) override;
     vessa::sal::sys::ScsiAddressResult scsiAddress(const std::string& device) override;
     unsigned int readCapacityBlockSize(const std::string& device, bool sixteen) override;
+    vessa::sal::sys::ExclusiveOpen exclusiveOpen(const std::string& device) override;
+    bool privileged() override { return privilegedRun; }
 
   private:
     std::string root_ = "/scripted";

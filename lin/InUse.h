@@ -1,0 +1,78 @@
+// Why a device is in use, as the kernel tells it, beside the exclusions.
+//
+// The exclusions say what the partition list, the volume tools and the configured and mounted tables
+// imply; a test host has more in use than that: a file system mounted where no table names it, swap
+// turned on by hand, a device claimed by a mapping that the volume tools cannot see. Before a device is
+// offered for destruction, these are asked of the kernel itself, through the system view:
+// - /proc/self/mountinfo: every mount, by the device numbers of its source ("mounted at /home"), bind
+//   mounts and device-mapper devices included;
+// - /proc/swaps: active swap ("active swap"; a swap file marks the device of the file system that holds
+//   it: "holds active swap file /swapfile");
+// - the holders that /sys/block lists for a device or partition ("held by dm-0"), also when the
+//   device-mapper tool is missing;
+// - an exclusive open of the device node, refused with EBUSY when anything has claimed the device
+//   ("busy: an exclusive open is refused"), when the run is privileged.
+// A device is also in use when something built on it is (a partition of it, a device holding it, the
+// multipath map of which it is a path), with the reason named through that device:
+// "through sdb1: mounted at /home".
+//
+// Nothing here changes a record, a link or an exclusion of the run; the reasons are reported beside them.
+#pragma once
+
+#include <list>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+namespace vessa::target::lin {
+
+class DeviceLink;
+class SysBlock;
+
+// One line of /proc/self/mountinfo (octal escapes decoded).
+struct MountInfoLine {
+    int major = -1;
+    int minor = -1;
+    std::string mountPoint;
+    std::string fileSystemType;
+    std::string source;
+};
+// Lines that do not have the table's shape are left out.
+std::vector<MountInfoLine> parseMountInfo(const std::string& text);
+
+// One line of /proc/swaps after its header.
+struct SwapLine {
+    std::string path;
+    std::string type;  // "partition" or "file"
+};
+std::vector<SwapLine> parseSwaps(const std::string& text);
+
+class InUse {
+  public:
+    // Reads the kernel's tables and tests the devices of `links` (every link of the run, relations
+    // made). `sysBlocks` are the run's /sys/block records. The links and records must outlive the object.
+    InUse(const std::list<DeviceLink*>& links, const std::list<SysBlock*>& sysBlocks);
+
+    // The reasons why the device of `link` is in use: its own, then those it has through the devices
+    // built on it, each once; empty when the kernel reports nothing.
+    std::vector<std::string> reasons(const DeviceLink* link) const;
+    // What could not be asked, in words (a table that could not be read, devices that could not be
+    // tested).
+    const std::vector<std::string>& warnings() const { return warnings_; }
+
+  private:
+    void readMounts(const std::list<DeviceLink*>& links);
+    void readHolders(const std::list<SysBlock*>& sysBlocks);
+    void testExclusive(const std::list<DeviceLink*>& links);
+    void add(const DeviceLink* link, const std::string& reason);
+    std::vector<const DeviceLink*> builtOn(const DeviceLink* link) const;
+
+    std::unordered_map<std::string, std::vector<const DeviceLink*>> byName_;
+    std::unordered_map<unsigned long long, std::vector<const DeviceLink*>> byNumbers_;
+    std::unordered_map<const DeviceLink*, std::vector<std::string>> own_;
+    // Devices built on a device that /sys/block knows of but the device-mapper tree may not.
+    std::unordered_map<const DeviceLink*, std::vector<const DeviceLink*>> heldBy_;
+    std::vector<std::string> warnings_;
+};
+
+}  // namespace vessa::target::lin
