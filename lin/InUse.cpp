@@ -223,9 +223,8 @@ void InUse::testExclusive(const std::list<DeviceLink*>& links) {
         }
         const sal::sys::ExclusiveOpen r = view.exclusiveOpen(l->name());
         ++tested;
-        if (r.result == sal::sys::ExclusiveOpen::Busy && own_.count(l) == 0) {
-            // Only where nothing read so far explains it: a mounted device is busy as well.
-            add(l, "busy: an exclusive open is refused");
+        if (r.result == sal::sys::ExclusiveOpen::Busy) {
+            busy_.insert(l);
         } else if (r.result == sal::sys::ExclusiveOpen::Failed && r.err == ENOENT) {
             ++unseen;
         }
@@ -252,6 +251,38 @@ std::vector<const DeviceLink*> InUse::builtOn(const DeviceLink* link) const {
     return above;
 }
 
+std::vector<const DeviceLink*> InUse::closure(const DeviceLink* link) const {
+    std::unordered_set<const DeviceLink*> seen = {link};
+    std::vector<const DeviceLink*> found;
+    std::vector<const DeviceLink*> queue = builtOn(link);
+    for (std::size_t i = 0; i < queue.size(); ++i) {
+        const DeviceLink* b = queue[i];
+        if (seen.insert(b).second) {
+            found.push_back(b);
+            const std::vector<const DeviceLink*> more = builtOn(b);
+            queue.insert(queue.end(), more.begin(), more.end());
+        }
+    }
+    return found;
+}
+
+std::vector<std::string> InUse::ownReasons(const DeviceLink* link) const {
+    auto own = own_.find(link);
+    if (own != own_.end()) {
+        return own->second;
+    }
+    if (busy_.count(link) == 0) {
+        return {};
+    }
+    // A device busy for what is built on it (a disk whose partition is mounted) says that already.
+    for (const DeviceLink* b : closure(link)) {
+        if (own_.count(b) != 0) {
+            return {};
+        }
+    }
+    return {"busy: an exclusive open is refused"};
+}
+
 std::vector<std::string> InUse::reasons(const DeviceLink* link) const {
     std::vector<std::string> out;
     auto append = [&out](const std::string& r) {
@@ -259,27 +290,13 @@ std::vector<std::string> InUse::reasons(const DeviceLink* link) const {
             out.push_back(r);
         }
     };
-    auto own = own_.find(link);
-    if (own != own_.end()) {
-        for (const std::string& r : own->second) {
-            append(r);
-        }
+    for (const std::string& r : ownReasons(link)) {
+        append(r);
     }
-    std::unordered_set<const DeviceLink*> seen = {link};
-    std::vector<const DeviceLink*> queue = builtOn(link);
-    for (std::size_t i = 0; i < queue.size(); ++i) {
-        const DeviceLink* b = queue[i];
-        if (!seen.insert(b).second) {
-            continue;
+    for (const DeviceLink* b : closure(link)) {
+        for (const std::string& r : ownReasons(b)) {
+            append("through " + b->name() + ": " + r);
         }
-        auto it = own_.find(b);
-        if (it != own_.end()) {
-            for (const std::string& r : it->second) {
-                append("through " + b->name() + ": " + r);
-            }
-        }
-        const std::vector<const DeviceLink*> more = builtOn(b);
-        queue.insert(queue.end(), more.begin(), more.end());
     }
     return out;
 }

@@ -22,6 +22,7 @@
 #include <list>
 #include <string>
 #include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
 namespace vessa::target::lin {
@@ -66,10 +67,15 @@ class InUse {
     void testExclusive(const std::list<DeviceLink*>& links);
     void add(const DeviceLink* link, const std::string& reason);
     std::vector<const DeviceLink*> builtOn(const DeviceLink* link) const;
+    // Every device built on `link`, near ones first, each once.
+    std::vector<const DeviceLink*> closure(const DeviceLink* link) const;
+    // What the kernel says of the device itself; "busy" only where nothing built on it explains that.
+    std::vector<std::string> ownReasons(const DeviceLink* link) const;
 
     std::unordered_map<std::string, std::vector<const DeviceLink*>> byName_;
     std::unordered_map<unsigned long long, std::vector<const DeviceLink*>> byNumbers_;
     std::unordered_map<const DeviceLink*, std::vector<std::string>> own_;
+    std::unordered_set<const DeviceLink*> busy_;  // refused an exclusive open
     // Devices built on a device that /sys/block knows of but the device-mapper tree may not.
     std::unordered_map<const DeviceLink*, std::vector<const DeviceLink*>> heldBy_;
     std::vector<std::string> warnings_;

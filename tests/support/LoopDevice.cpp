@@ -70,14 +70,29 @@ LoopDevice::~LoopDevice() {
 namespace vessa::test {
 
 TestMachine::TestMachine() {
-    if (!mounted.ok() || !pvA.ok() || !pvB.ok() || !blank.ok()) {
+    if (!mounted.ok() || !pvA.ok() || !pvB.ok() || !blank.ok() || !gpt.ok()) {
         return;
     }
     char templ[] = "/tmp/vessa-mnt-XXXXXX";
-    if (::mkdtemp(templ) == nullptr) {
+    char partTempl[] = "/tmp/vessa-mnt-XXXXXX";
+    if (::mkdtemp(templ) == nullptr || ::mkdtemp(partTempl) == nullptr) {
         return;
     }
     mountPoint_ = templ;
+    partMountPoint_ = partTempl;
+    std::string out;
+    partitioned_ = vessa::sal::exec::runCaptured(
+                       "/bin/sh",
+                       {"-c", "printf 'label: gpt\\n,16M\\n,16M\\n' | sfdisk -q \"$0\" && partx -a \"$0\"",
+                        gpt.device()},
+                       out) == 0;
+    const std::string p1 = gpt.device() + "p1", p2 = gpt.device() + "p2";
+    partMounted_ = partitioned_ && run("mkfs.ext4 -q -F " + p1) == 0 &&
+                   ::mount(p1.c_str(), partMountPoint_.c_str(), "ext4", 0, nullptr) == 0;
+    swapOn_ = partitioned_ && run("mkswap -q " + p2) == 0 && run("swapon " + p2) == 0;
+    if (!partMounted_ || !swapOn_) {
+        return;
+    }
     vg_ = "vessatest" + std::to_string(::getpid());
     if (run("mkfs.ext4 -q -F " + mounted.device()) != 0) {
         return;
@@ -90,6 +105,18 @@ TestMachine::TestMachine() {
 TestMachine::~TestMachine() {
     if (mountedOk_) {
         ::umount2(mountPoint_.c_str(), MNT_DETACH);
+    }
+    if (swapOn_) {
+        run("swapoff " + gpt.device() + "p2");
+    }
+    if (partMounted_) {
+        ::umount2(partMountPoint_.c_str(), MNT_DETACH);
+    }
+    if (partitioned_) {
+        run("partx -d " + gpt.device());
+    }
+    if (!partMountPoint_.empty()) {
+        ::rmdir(partMountPoint_.c_str());
     }
     if (!vg_.empty()) {
         run("vgremove -q -f " + vg_);

@@ -32,7 +32,8 @@ class LoopDevice {
 namespace vessa::test {
 
 // The machine the live tests of the command look at: a mounted ext4 loop device, two loop devices
-// that are the physical volumes of a volume group, and a blank one. Everything is undone on
+// that are the physical volumes of a volume group, a blank one, and a GPT disk whose first partition
+// is mounted where no table names it and whose second is active swap. Everything is undone on
 // destruction, also when a test fails half-way. ok() tells whether all of it could be made.
 class TestMachine {
   public:
@@ -46,13 +47,17 @@ class TestMachine {
     LoopDevice pvA{64 << 20};
     LoopDevice pvB{64 << 20};
     LoopDevice blank{16 << 20};
+    LoopDevice gpt{40 << 20};
     const std::string& mountPoint() const { return mountPoint_; }
+    const std::string& partitionMountPoint() const { return partMountPoint_; }
     const std::string& volumeGroup() const { return vg_; }
 
   private:
     std::string mountPoint_;
+    std::string partMountPoint_;
     std::string vg_;
     bool mountedOk_ = false;
+    bool partitioned_ = false, partMounted_ = false, swapOn_ = false;
     bool ok_ = false;
 };
 

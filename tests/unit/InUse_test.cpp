@@ -57,6 +57,7 @@ std::unique_ptr<vessa::test::ScriptedView> busyMachine() {
     v->files["/proc/swaps"] =
         "Filename Type Size Used Priority\n/dev/sda2 partition 1 0 -2\n/swapfile file 1 0 -3\n";
     v->exclusive = {{"sdb", vessa::sal::sys::ExclusiveOpen::Free},
+                    {"sda", vessa::sal::sys::ExclusiveOpen::Busy},  // explained by its partitions
                     {"sdd", vessa::sal::sys::ExclusiveOpen::Busy},
                     {"sdc", vessa::sal::sys::ExclusiveOpen::Busy}};
     return v;
