@@ -13,6 +13,7 @@
 #include "lin/DmTreeDev.h"
 #include "lin/FsTableEntry.h"
 #include "lin/InUse.h"
+#include "lin/LinkIndex.h"
 #include "lin/LogicalVolume.h"
 #include "lin/MTableEntry.h"
 #include "lin/PhysicalVolume.h"
@@ -104,113 +105,6 @@ void readSource(const char* check, const char* tail, const char* source, std::li
     VESSA_LOG << "Pulled " << count << tail;
 }
 
-// The logical-volume numbers found below each link (itself, its partitions and holders, further down),
-// where makeUnique looks. Volumes only ever move between lists of equal numbers there, so what a link
-// can reach never changes while makeUnique works; two links whose sets do not meet cannot change each
-// other, and neither can anything below them.
-class VolumeReach {
-  public:
-    explicit VolumeReach(const std::list<DeviceLink*>& roots) {
-        std::vector<DeviceLink*> all;
-        std::unordered_map<DeviceLink*, std::vector<DeviceLink*>> above;
-        std::unordered_set<DeviceLink*> seen;
-        std::vector<DeviceLink*> stack(roots.begin(), roots.end());
-        while (!stack.empty()) {
-            DeviceLink* l = stack.back();
-            stack.pop_back();
-            if (!seen.insert(l).second) {
-                continue;
-            }
-            all.push_back(l);
-            for (const auto* list : {&l->partitions, &l->holders}) {
-                for (DeviceLink* below : *list) {
-                    above[below].push_back(l);
-                    stack.push_back(below);
-                }
-            }
-        }
-        for (DeviceLink* l : all) {
-            if (l->logicalVolumes.empty()) {
-                continue;
-            }
-            std::vector<std::uint64_t> keys;
-            for (const LogicalVolume* v : l->logicalVolumes) {
-                keys.push_back(numbersKey(v->major(), v->minor()));
-            }
-            // Every link from which this one is reached sees its volumes.
-            std::unordered_set<DeviceLink*> reached;
-            std::vector<DeviceLink*> up = {l};
-            while (!up.empty()) {
-                DeviceLink* x = up.back();
-                up.pop_back();
-                if (!reached.insert(x).second) {
-                    continue;
-                }
-                std::vector<std::uint64_t>& set = reach_[x];
-                set.insert(set.end(), keys.begin(), keys.end());
-                auto it = above.find(x);
-                if (it != above.end()) {
-                    up.insert(up.end(), it->second.begin(), it->second.end());
-                }
-            }
-        }
-        for (auto& [link, set] : reach_) {
-            std::sort(set.begin(), set.end());
-            set.erase(std::unique(set.begin(), set.end()), set.end());
-        }
-        std::size_t position = 0;
-        for (DeviceLink* r : roots) {
-            auto it = reach_.find(r);
-            if (it != reach_.end()) {
-                for (std::uint64_t key : it->second) {
-                    rootsByKey_[key].emplace_back(position, r);
-                }
-            }
-            ++position;
-        }
-    }
-
-    bool meet(const DeviceLink* a, const DeviceLink* b) const {
-        auto ia = reach_.find(a);
-        auto ib = reach_.find(b);
-        if (ia == reach_.end() || ib == reach_.end()) {
-            return false;
-        }
-        const std::vector<std::uint64_t>& x = ia->second;
-        const std::vector<std::uint64_t>& y = ib->second;
-        for (std::size_t i = 0, j = 0; i < x.size() && j < y.size();) {
-            if (x[i] == y[j]) {
-                return true;
-            }
-            x[i] < y[j] ? ++i : ++j;
-        }
-        return false;
-    }
-
-    // The roots whose sets meet that of `a`, in list order.
-    std::vector<DeviceLink*> partners(const DeviceLink* a) const {
-        std::vector<std::pair<std::size_t, DeviceLink*>> found;
-        auto it = reach_.find(a);
-        if (it != reach_.end()) {
-            for (std::uint64_t key : it->second) {
-                const auto& roots = rootsByKey_.at(key);
-                found.insert(found.end(), roots.begin(), roots.end());
-            }
-        }
-        std::sort(found.begin(), found.end());
-        found.erase(std::unique(found.begin(), found.end()), found.end());
-        std::vector<DeviceLink*> partners;
-        for (const auto& f : found) {
-            partners.push_back(f.second);
-        }
-        return partners;
-    }
-
-  private:
-    std::unordered_map<const DeviceLink*, std::vector<std::uint64_t>> reach_;
-    std::unordered_map<std::uint64_t, std::vector<std::pair<std::size_t, DeviceLink*>>> rootsByKey_;
-};
-
 void noteOrigin(std::vector<const DeviceLink*>* origins, const DeviceLink* link) {
     if (origins != nullptr) {
         origins->push_back(link);
@@ -289,80 +183,6 @@ unsigned int getLocalStorage(Host* host, Storage::storageType type, const std::l
     }
     return GetStorage(host, type, timeout, progress, inUse, tree);
 }
-
-namespace {
-
-// Which links can stand in a relation with a given one. Every pair the four tests could accept is
-// among these candidates, so testing only them, in list order, records exactly what testing every
-// pair would: on a host with thousands of paths that is the difference between milliseconds and
-// minutes.
-class RelationIndex {
-  public:
-    explicit RelationIndex(const std::list<DeviceLink*>& links) {
-        std::size_t position = 0;
-        for (DeviceLink* l : links) {
-            position_[l] = position++;
-            const ProcPartition* pp = l->procPartition();
-            byNumbers_[numbersKey(pp->major(), pp->minor())].push_back(l);
-            byName_[l->name()].push_back(l);
-            for (const DmTreeDev* d : l->dmDevs) {
-                if (!d->multipath()) {
-                    continue;
-                }
-                for (const DmTreeDev* child : d->children()) {
-                    mpathParentsOf_[numbersKey(child->major(), child->minor())].push_back(l);
-                }
-            }
-        }
-    }
-
-    // The candidates of `a`, in list order.
-    std::vector<DeviceLink*> candidates(DeviceLink* a) const {
-        std::vector<DeviceLink*> found;
-        const ProcPartition* pp = a->procPartition();
-        add(found, mpathParentsOf_, numbersKey(pp->major(), pp->minor()));
-        for (const DmTreeDev* d : a->dmDevs) {
-            if (d->multipath()) {
-                for (const DmTreeDev* child : d->children()) {
-                    add(found, byNumbers_, numbersKey(child->major(), child->minor()));
-                }
-            }
-            for (const DmTreeDev* parent : d->parents()) {
-                add(found, byNumbers_, numbersKey(parent->major(), parent->minor()));
-            }
-        }
-        for (const SysBlock* s : a->sysBlocks) {
-            for (const SysBlock* part : s->partitions()) {
-                add(found, byName_, part->name());
-            }
-        }
-        const std::string& name = a->name();
-        for (auto it = byName_.upper_bound(name);
-             it != byName_.end() && it->first.compare(0, name.size(), name) == 0; ++it) {
-            found.insert(found.end(), it->second.begin(), it->second.end());
-        }
-        std::sort(found.begin(), found.end(),
-                  [this](DeviceLink* x, DeviceLink* y) { return position_.at(x) < position_.at(y); });
-        found.erase(std::unique(found.begin(), found.end()), found.end());
-        return found;
-    }
-
-  private:
-    template <class Map, class Key>
-    static void add(std::vector<DeviceLink*>& found, const Map& map, const Key& key) {
-        auto it = map.find(key);
-        if (it != map.end()) {
-            found.insert(found.end(), it->second.begin(), it->second.end());
-        }
-    }
-
-    std::unordered_map<DeviceLink*, std::size_t> position_;
-    std::unordered_map<std::uint64_t, std::vector<DeviceLink*>> byNumbers_;
-    std::unordered_map<std::uint64_t, std::vector<DeviceLink*>> mpathParentsOf_;
-    std::map<std::string, std::vector<DeviceLink*>> byName_;
-};
-
-}  // namespace
 
 void cleanLinks(std::list<DeviceLink*>& links) {
     VESSA_TRACE(kUnit, "cleanLinks");
