@@ -41,7 +41,13 @@ constexpr const char* kStartScript =
     "command -v \"$1\" >/dev/null 2>&1 || { echo \"$1: not found\" >&2; exit 127; }\n"
     "cd / && \"$@\" </dev/null >/dev/null 2>&1 &\n"
     "echo $!";
-constexpr const char* kRunningScript = "for p; do kill -0 \"$p\" 2>/dev/null && echo \"$p\"; done; exit 0";
+// A process that has ended but is not reaped yet (state Z) no longer runs.
+constexpr const char* kRunningScript =
+    "for p; do\n"
+    "  kill -0 \"$p\" 2>/dev/null || continue\n"
+    "  s=; read -r s < /proc/$p/stat 2>/dev/null; s=${s##*) }\n"
+    "  [ \"${s%% *}\" = Z ] || echo \"$p\"\n"
+    "done; exit 0";
 constexpr const char* kSignalScript = "s=$1; shift; for p; do kill -\"$s\" \"$p\" 2>/dev/null; done; exit 0";
 // A program run to its end. The line kStarted on standard error tells the caller that everything before
 // the program itself went well; what fails before it is a failure to run, reported by status 255.
