@@ -36,7 +36,11 @@ struct Loopback {
             EXPECT_EQ(program, "ssh");
             calls.push_back(args);
             inputs.push_back(streams.inputFile);
-            return exec::runBounded("/bin/sh", {"-c", args.back()}, streams, limits);
+            // A host where the tools are installed and the session sets no install directory.
+            exec::RunStreams local = streams;
+            local.env.vars.erase("VESSA_VLTT_INSTALL_DIR");
+            local.env.vars["PATH"] = std::string(VESSA_BINARY_DIR) + "/companions:" + local.env.vars["PATH"];
+            return exec::runBounded("/bin/sh", {"-c", args.back()}, local, limits);
         });
     }
 };
@@ -67,6 +71,7 @@ TEST(SshTransport, EveryCallCarriesTheOptionsAndDoesWhatItSays) {
 
     EXPECT_EQ(t.envValueOf(address, "HOME"), std::getenv("HOME"));
     EXPECT_EQ(t.envValueOf(address, "VESSA_SURELY_UNSET_VARIABLE"), "");
+    EXPECT_EQ(t.envValueOf(address, "VESSA_VLTT_INSTALL_DIR"), std::string(VESSA_BINARY_DIR) + "/companions");
     // Every file operation, on a hostile name each.
     const std::string src = dir.write("source", std::string("bytes\0and\nmore", 14));
     for (const std::string& name : kHostile) {
