@@ -145,10 +145,14 @@ std::string remoteCommandLine(const std::string& script, const std::list<std::st
 }
 
 std::string controlDirectory() {
+    // A socket's path has room for 107 bytes; ssh adds "/" and 40 for %C, and 17 while it makes the
+    // socket.
+    constexpr std::size_t kLongest = 107 - 1 - 40 - 17;
     const char* runtime = std::getenv("XDG_RUNTIME_DIR");
-    const std::string dir = runtime != nullptr && runtime[0] == '/'
-                                ? std::string(runtime) + "/vessa-ssh"
-                                : "/tmp/vessa-ssh-" + std::to_string(::geteuid());
+    std::string dir = runtime != nullptr && runtime[0] == '/' ? std::string(runtime) + "/vessa-ssh" : "";
+    if (dir.empty() || dir.size() > kLongest) {
+        dir = "/tmp/vessa-ssh-" + std::to_string(::geteuid());
+    }
     if (::mkdir(dir.c_str(), 0700) != 0 && errno != EEXIST) {
         return "";
     }

@@ -14,6 +14,8 @@
 //                               user (the library, the launcher it starts), kept 60 s after the last
 //                               one; DIR is a private directory (see controlDirectory())
 // Everything else (user, port, keys, known hosts, proxies) comes from the user's own SSH configuration.
+// The destination is the host's numerical address (the launcher's command line carries no other), so
+// configuration entries and known host keys must name hosts by address.
 //
 // Each call runs bounded (sal::exec::runBounded): by the system view's command limits unless the
 // caller gives its own. A host that cannot be reached, refuses, or whose script fails throws
@@ -41,8 +43,9 @@ std::string shellQuote(const std::string& word);
 // The remote command line: `sh -c SCRIPT sh ARG...`, every word through shellQuote, joined by blanks.
 std::string remoteCommandLine(const std::string& script, const std::list<std::string>& args);
 
-// The private directory for the shared connections' sockets: $XDG_RUNTIME_DIR/vessa-ssh, else
-// /tmp/vessa-ssh-<uid>; made with mode 0700 when missing. "" when it is not a directory of this user
+// The private directory for the shared connections' sockets: $XDG_RUNTIME_DIR/vessa-ssh, else (no such
+// variable, or a path too long for a socket's name) /tmp/vessa-ssh-<uid>; made with mode 0700 when
+// missing. "" when it is not a directory of this user
 // that nobody else may enter (then every call makes a connection of its own).
 std::string controlDirectory();
 
