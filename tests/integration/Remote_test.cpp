@@ -13,7 +13,6 @@
 #include <unistd.h>
 
 #include <chrono>
-#include <fstream>
 #include <set>
 #include <thread>
 #include <tuple>
@@ -281,7 +280,7 @@ TEST(Remote, FleetFailsTheDeadHostByNameWhileTheOtherAnswers) {
     EXPECT_FALSE(doc["hosts"][0]["storage"].empty());
 }
 
-TEST(Remote, LauncherAndAgentOperationsOverSsh) {
+TEST(Remote, LauncherStatusesAndTheInstallDirectoryOverSsh) {
     if (!canRun()) {
         GTEST_SKIP() << "needs root and openssh-server";
     }
@@ -305,17 +304,6 @@ TEST(Remote, LauncherAndAgentOperationsOverSsh) {
         o, [](const std::string& p, const std::list<std::string>& a, const exec::RunStreams& s,
               const exec::RunLimits& l) { return exec::runBounded(p, a, s, l); });
     EXPECT_EQ(ssh.envValueOf(kAddress, "VESSA_VLTT_INSTALL_DIR"), sshd.dir() + "/install");
-    const std::string local = sshd.dir() + "/local";
-    std::ofstream(local) << "payload";
-    const std::string remote = sshd.dir() + "/install/it's a ~name; $(x)";
-    ssh.putFSItem(kAddress, local, remote);
-    std::list<vessa::hax::FSItem> items;
-    EXPECT_EQ(ssh.listDirectory(kAddress, sshd.dir() + "/install", items), 2);
-    EXPECT_EQ(items.back().name(), "it's a ~name; $(x)");
-    ssh.getFSItem(kAddress, remote, local + ".back");
-    EXPECT_EQ(vessa::test::readFile(local + ".back"), "payload");
-    ssh.deleteFSItem(kAddress, remote);
-    EXPECT_EQ(vessa::test::readFile(remote), "");
 }
 
 }  // namespace
