@@ -1,6 +1,7 @@
 #include "target/KorvoListingWriter.h"
 
 #include <algorithm>
+#include <cctype>
 
 namespace vessa::target {
 
