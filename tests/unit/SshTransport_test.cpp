@@ -168,8 +168,10 @@ TEST(SshTransport, FailuresNameTheHostAndSshsReason) {
          "no answer from 127.0.0.3 for reading the environment value X within"},
     };
     for (const auto& c : cases) {
-        SshTransport t(SshTransport::Options(), [&c](const std::string&, const std::list<std::string>&,
-                                                     const exec::RunStreams& s, const exec::RunLimits&) {
+        SshTransport::Options o;
+        o.controlDirectory = "/ctl";
+        SshTransport t(o, [&c](const std::string&, const std::list<std::string>&, const exec::RunStreams& s,
+                               const exec::RunLimits&) {
             s.error(c.stderrText.data(), c.stderrText.size());
             exec::RunResult r;
             r.outcome = c.outcome;
