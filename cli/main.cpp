@@ -1,7 +1,8 @@
 // vessa-storage: discover this machine's storage (or replay a snapshot of another) and show it.
 //
-//   vessa-storage list    [--sysroot DIR] [--type N] [--json] [--log FILE] [-j SECONDS]
-//   vessa-storage report  [--sysroot DIR] [--type N] [--output FILE] [--log FILE]
+//   vessa-storage list    [--sysroot DIR | --host NAME...] [--type N] [--json] [--log FILE] [-j SECONDS]
+//   vessa-storage report  [--sysroot DIR | --host NAME...] [--type N] [--output FILE] [--log FILE]
+//   (--host: other hosts, over SSH, each on a thread of its own; --ssh-config FILE for ssh -F)
 //   vessa-storage capture DIR [--force] [--log FILE]
 //
 // Exit status: 0 success, 1 failure (one line on standard error naming what failed), 2 usage.
@@ -15,8 +16,10 @@
 #include <CLI/CLI.hpp>
 
 #include "cli/Capture.h"
+#include "cli/Fleet.h"
 #include "cli/ListOutput.h"
 #include "platform/Exception.h"
+#include "platform/hax/SshTransport.h"
 #include "platform/view/RecordingView.h"
 #include "platform/view/SystemView.h"
 #include "target/Host.h"
@@ -33,6 +36,8 @@ struct Options {
     std::string output;
     std::string captureDir;
     bool force = false;
+    std::vector<std::string> hosts;
+    std::string sshConfig;
 };
 
 // Exit status 2: the command line asks for something that is refused as such.
@@ -95,7 +100,69 @@ std::unique_ptr<vessa::target::Host> discover(const Options& o, std::ofstream& l
     return discoverWithView(o);
 }
 
+// The hosts named by --host, asked over SSH; failures are reported and make the exit status 1.
+std::vector<vessa::cli::FleetAnswer> askHosts(const Options& o, std::ofstream& log) {
+    if (o.sysroot != "/") {
+        throw Refusal("--sysroot and --host cannot be used together");
+    }
+    openLog(o, log);
+    vessa::hax::setTransport(std::make_shared<vessa::hax::SshTransport>());
+    if (!o.sshConfig.empty()) {
+        vessa::hax::setSshConfig(o.sshConfig);
+    }
+    return vessa::cli::queryFleet(o.hosts, static_cast<vessa::target::Storage::storageType>(o.type),
+                                  {"-j" + std::to_string(o.inquiryTimeout)});
+}
+
+int listHosts(const Options& o) {
+    std::ofstream log;
+    const std::vector<vessa::cli::FleetAnswer> answers = askHosts(o, log);
+    if (o.json) {
+        vessa::cli::JsonWriter json(std::cout);
+        if (vessa::cli::writeFleetJson(json, answers, [](vessa::cli::JsonWriter& j, vessa::target::Host& h) {
+                vessa::cli::writeStorageJson(j, h.name(), h.storage());
+            })) {
+            json.finish();
+        }
+    } else {
+        vessa::cli::printFleetTables(std::cout, answers, [](std::ostream& out, vessa::target::Host& h) {
+            vessa::cli::printTable(out, h.storage());
+        });
+    }
+    return vessa::cli::reportFailures(std::cerr, answers) == 0 ? 0 : 1;
+}
+
+int reportHosts(const Options& o) {
+    if (o.hosts.size() > 1 && !o.output.empty()) {
+        throw Refusal("--output names one file: leave it out to write <name>.xml for each host");
+    }
+    std::ofstream log;
+    const std::vector<vessa::cli::FleetAnswer> answers = askHosts(o, log);
+    int failed = vessa::cli::reportFailures(std::cerr, answers);
+    for (const vessa::cli::FleetAnswer& a : answers) {
+        if (!a.failure.empty()) {
+            continue;
+        }
+        const std::string file = o.output.empty() ? a.host->name() + ".xml" : o.output;
+        std::ofstream out(file, std::ios::out | std::ios::trunc);
+        if (out) {
+            a.host->printStorage(out);
+            out.close();
+        }
+        if (!out) {
+            std::cerr << "vessa-storage: " << a.name << ": cannot write the report " << file << '\n';
+            ++failed;
+            continue;
+        }
+        std::cerr << "wrote " << file << '\n';
+    }
+    return failed == 0 ? 0 : 1;
+}
+
 int list(const Options& o) {
+    if (!o.hosts.empty()) {
+        return listHosts(o);
+    }
     std::ofstream log;
     std::unique_ptr<vessa::target::Host> host = discover(o, log);
     if (o.json) {
@@ -109,6 +176,9 @@ int list(const Options& o) {
 }
 
 int report(const Options& o) {
+    if (!o.hosts.empty()) {
+        return reportHosts(o);
+    }
     std::ofstream log;
     std::unique_ptr<vessa::target::Host> host = discover(o, log);
     std::string file = o.output.empty() ? host->name() + ".xml" : o.output;
@@ -172,6 +242,10 @@ int main(int argc, char** argv) {
         cmd->add_option("--command-timeout", o.commandTimeout,
                         "End a tool that has not finished after SECONDS (default 120, 0: never)")
             ->type_name("SECONDS");
+        cmd->add_option("--host", o.hosts, "Ask these hosts (over SSH) instead of this machine")
+            ->type_name("NAME...");
+        cmd->add_option("--ssh-config", o.sshConfig, "SSH configuration file for --host (ssh -F)")
+            ->type_name("FILE");
     };
     CLI::App* listCmd = app.add_subcommand("list", "Show the storage list");
     common(listCmd);

@@ -12,6 +12,8 @@
 #include <chrono>
 #include <cstring>
 #include <filesystem>
+#include <functional>
+#include <memory>
 #include <mutex>
 #include <thread>
 #include <vector>
@@ -261,34 +263,51 @@ void endGroup(Process& child, unsigned int graceMilliseconds) {
 
 }  // namespace
 
-RunResult runBounded(const std::string& program, const std::list<std::string>& args, std::string& output,
-                     const RunLimits& limits) {
-    // Both pipes stay close-on-exec: the child receives its ends through the dup2 of create(), which
-    // clears the flag on descriptors 0 and 1 only. Marking the ends themselves inheritable would leak
-    // them into any child that another thread starts meanwhile, and the output pipe would then not
-    // end before that unrelated child does.
+RunResult runBounded(const std::string& program, const std::list<std::string>& args,
+                     const RunStreams& streams, const RunLimits& limits) {
+    // Every pipe end stays close-on-exec: the child receives its ends through the dup2 of create(),
+    // which clears the flag on descriptors 0, 1 and 2 only. Marking the ends themselves inheritable
+    // would leak them into any child that another thread starts meanwhile, and the output pipe would
+    // then not end before that unrelated child does.
     xio::Pipe input;
+    xio::Endpoint inputFile;
+    if (!streams.inputFile.empty()) {
+        inputFile = xio::Endpoint(::open(streams.inputFile.c_str(), O_RDONLY | O_CLOEXEC));
+        if (!inputFile.isOpen()) {
+            throw SystemException("cannot open " + streams.inputFile + " as input of " + program, errno);
+        }
+    }
     xio::Pipe out;
+    std::unique_ptr<xio::Pipe> err;
+    if (streams.error) {
+        err = std::make_unique<xio::Pipe>();
+    }
 
     LaunchProperty launch;
-    launch.set(Process::envVars());
+    launch.set(streams.hasEnv ? streams.env : Process::envVars());
     launch.setStdin(LaunchProperty::Stream::Null)
         .setStdout(LaunchProperty::Stream::Null)
         .setStderr(LaunchProperty::Stream::Closed)
         .ownProcessGroup(true);
-    Process child = Process::create(program, args, launch, true, input.readEnd().id(), true,
-                                    out.writeEnd().id(), false, 0);
-    // The child holds its own copies now; ours must go so that the output pipe ends when it exits.
+    Process child = Process::create(program, args, launch, true,
+                                    inputFile.isOpen() ? inputFile.id() : input.readEnd().id(), true,
+                                    out.writeEnd().id(), err != nullptr, err ? err->writeEnd().id() : -1);
+    // The child holds its own copies now; ours must go so that the output pipes end when it exits.
     // The input's write end stays open and unwritten: the child sees neither input nor its end.
     input.readEnd().close();
+    inputFile.close();
     out.writeEnd().close();
+    if (err) {
+        err->writeEnd().close();
+    }
 
-    const std::size_t kept = output.size();
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(limits.timeoutSeconds);
     RunResult result;
-    xio::Channel channel(out.readEnd());
+    xio::Endpoint* ends[2] = {&out.readEnd(), err ? &err->readEnd() : nullptr};
+    const std::function<void(const char*, std::size_t)>* sinks[2] = {&streams.output, &streams.error};
+    std::size_t total = 0;
     char buffer[1024];
-    for (;;) {
+    while (ends[0] != nullptr || ends[1] != nullptr) {
         int wait = -1;
         if (limits.timeoutSeconds != 0) {
             const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
@@ -299,30 +318,59 @@ RunResult runBounded(const std::string& program, const std::list<std::string>& a
             }
             wait = static_cast<int>(std::min<long long>(left.count(), 60000));
         }
-        pollfd p = {out.readEnd().id(), POLLIN, 0};
-        const int ready = ::poll(&p, 1, wait);
+        pollfd p[2];
+        nfds_t count = 0;
+        int which[2];
+        for (int i = 0; i < 2; ++i) {
+            if (ends[i] != nullptr) {
+                p[count] = {ends[i]->id(), POLLIN, 0};
+                which[count++] = i;
+            }
+        }
+        const int ready = ::poll(p, count, wait);
         if (ready < 0 && errno != EINTR) {
             throw SystemException("poll", errno);
         }
-        if (ready <= 0) {
-            continue;
+        for (nfds_t k = 0; ready > 0 && k < count && result.outcome == RunResult::Exited; ++k) {
+            if (p[k].revents == 0) {
+                continue;
+            }
+            const int i = which[k];
+            const ssize_t n = xio::Channel(*ends[i]).read(buffer, sizeof buffer);
+            if (n < 1) {
+                ends[i] = nullptr;
+                continue;
+            }
+            total += static_cast<std::size_t>(n);
+            if (total > limits.maxOutput) {
+                result.outcome = RunResult::TooMuchOutput;
+                break;
+            }
+            if (*sinks[i]) {
+                (*sinks[i])(buffer, static_cast<std::size_t>(n));
+            }
         }
-        const ssize_t n = channel.read(buffer, sizeof buffer);
-        if (n < 1) {
+        if (result.outcome != RunResult::Exited) {
             break;
         }
-        if (output.size() - kept + static_cast<std::size_t>(n) > limits.maxOutput) {
-            result.outcome = RunResult::TooMuchOutput;
-            break;
-        }
-        output.append(buffer, static_cast<std::size_t>(n));
     }
     if (result.outcome != RunResult::Exited) {
         endGroup(child, limits.graceMilliseconds);
-        output.resize(kept);
         return result;
     }
     result.status = child.wait();
+    return result;
+}
+
+RunResult runBounded(const std::string& program, const std::list<std::string>& args, std::string& output,
+                     const RunLimits& limits) {
+    const std::size_t kept = output.size();
+    RunStreams streams;
+    streams.output = [&output](const char* data, std::size_t size) { output.append(data, size); };
+    const RunResult result = runBounded(program, args, streams, limits);
+    if (result.outcome != RunResult::Exited) {
+        output.resize(kept);
+    }
     return result;
 }
 
@@ -330,7 +378,7 @@ int runCaptured(const std::string& program, const std::list<std::string>& args, 
     const RunResult r = runBounded(program, args, output, RunLimits());
     if (r.outcome != RunResult::Exited) {
         throw Exception(program + (r.outcome == RunResult::TimedOut ? " did not end in time"
-                                                                   : " wrote more than it may"));
+                                                                    : " wrote more than it may"));
     }
     return r.status;
 }

@@ -7,6 +7,7 @@
 
 #include <sys/types.h>
 #include <cstddef>
+#include <functional>
 #include <list>
 #include <map>
 #include <memory>
@@ -135,6 +136,26 @@ struct RunResult {
 // Throws vessa::Exception when the program cannot be started or a pipe fails.
 RunResult runBounded(const std::string& program, const std::list<std::string>& args, std::string& output,
                      const RunLimits& limits);
+
+// Where the streams of a bounded run go, for callers that pass output through as it comes (a launcher),
+// read the child's standard error, feed it a file, or give it an environment of their own.
+struct RunStreams {
+    // Receives standard output chunk by chunk (at most 1024 bytes each), in order.
+    std::function<void(const char*, std::size_t)> output;
+    // Receives standard error likewise; empty: standard error is not connected (/dev/null).
+    std::function<void(const char*, std::size_t)> error;
+    // Standard input is this file, opened for reading; empty: an open, never-written pipe.
+    std::string inputFile;
+    // The child's whole environment; without it, the caller's.
+    bool hasEnv = false;
+    EnvVars env;
+};
+
+// runBounded with streams: as above, except that output and error are handed on as they arrive (so
+// what was handed on before an overrun stays with the caller), and both count towards maxOutput.
+// Throws vessa::Exception when the program or its input file cannot be opened, or a pipe fails.
+RunResult runBounded(const std::string& program, const std::list<std::string>& args,
+                     const RunStreams& streams, const RunLimits& limits);
 
 // runBounded with the default limits; returns the exit status. A run cut short by the limits throws
 // vessa::Exception naming the program.

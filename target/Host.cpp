@@ -36,6 +36,7 @@ Host::Host(const Host& other)
       cpuName_(other.cpuName_),
       cpuCount_(other.cpuCount_),
       extendedInfo_(other.extendedInfo_),
+      queryFailure_(other.queryFailure_),
       storage_(other.storage_),
       discoveryReport_(other.discoveryReport_) {}
 

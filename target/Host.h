@@ -108,6 +108,9 @@ class Host {
     // through the launcher; it returns the size of the storage list afterwards.
     int fill(Storage::storageType type, callback cb, bool flag, const std::list<std::string>& options);
     void QueryDrives(callback& cb, const Request& request);
+    // What failed in the last remote query, which reports a failed run of its listing tool only in the
+    // log: "" when the tool ran to a successful end (and always for this machine).
+    const std::string& lastQueryFailure() const { return queryFailure_; }
     void ThreadDrives(Request& request);
     sal::exec::Thread queryDevices(Storage::storageType type, const std::list<std::string>& options);
 
@@ -144,6 +147,7 @@ class Host {
     std::string cpuName_;
     std::string cpuCount_;
     std::list<Property> extendedInfo_;
+    std::string queryFailure_;
     std::list<Storage*> storage_;
     DiscoveryReport discoveryReport_;
 };

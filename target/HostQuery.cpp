@@ -51,6 +51,7 @@ int Host::fill(Storage::storageType type, callback cb, bool /*flag*/, const std:
 
 void Host::QueryDrives(callback& cb, const Request& request) {
     VESSA_TRACE(kUnit, "Host::QueryDrives");
+    queryFailure_.clear();
     std::list<std::string> args = {"--host",
                                    agent_.address().text(),
                                    "--workdir",
@@ -67,8 +68,12 @@ void Host::QueryDrives(callback& cb, const Request& request) {
         cb(0, "Requesting device information");
     }
     std::string output;
-    if (quickExec("pelo", args, output) != 0) {
+    const int status = quickExec("pelo", args, output);
+    if (status != 0) {
         VESSA_LOG << "Execution failed";
+        queryFailure_ = status < 0 ? "the launcher pelo could not be run"
+                                   : "korvo did not run to its end through pelo (exit status " +
+                                         std::to_string(status) + ")";
         return;
     }
     if (cb != nullptr) {

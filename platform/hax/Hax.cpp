@@ -39,6 +39,7 @@ struct Registry {
     std::mutex mutex;
     std::vector<std::pair<std::string, std::shared_ptr<Host::Impl>>> hosts;  // lower-cased name -> host
     std::shared_ptr<Transport> transport;
+    std::string sshConfig;
 };
 
 Registry& registry() {
@@ -89,6 +90,37 @@ FSItem::typecode FSItem::of(sal::sys::DirEntry::Type t) {
 }
 
 Transport::~Transport() = default;
+
+int Transport::startProcess(const std::string& address, const std::string&, const std::list<std::string>&) {
+    throw Exception("the agent transport cannot start processes on " + address, sal::err::kUnsupported);
+}
+
+std::vector<int> Transport::runningProcesses(const std::string& address, const std::vector<int>&) {
+    throw Exception("the agent transport cannot list processes on " + address, sal::err::kUnsupported);
+}
+
+void Transport::signalProcesses(const std::string& address, const std::vector<int>&, int) {
+    throw Exception("the agent transport cannot end processes on " + address, sal::err::kUnsupported);
+}
+
+void setSshConfig(const std::string& path) {
+    {
+        std::lock_guard<std::mutex> lock(registry().mutex);
+        registry().sshConfig = path;
+    }
+    sal::sys::setCommandVariable("VESSA_SSH_CONFIG", path);
+}
+
+std::string sshConfig() {
+    {
+        std::lock_guard<std::mutex> lock(registry().mutex);
+        if (!registry().sshConfig.empty()) {
+            return registry().sshConfig;
+        }
+    }
+    const char* value = std::getenv("VESSA_SSH_CONFIG");
+    return value == nullptr ? "" : value;
+}
 
 void setTransport(std::shared_ptr<Transport> transport) {
     std::lock_guard<std::mutex> lock(registry().mutex);
@@ -238,9 +270,11 @@ void Host::deleteFSItem(const std::string& path) const {
 
 Process Host::launch(const std::string& program, const std::list<std::string>& args) const {
     if (!impl().local) {
-        transportFor(impl().name, "starting a process");
-        throw Exception("starting processes on " + impl().name + " is not supported by the transport",
-                        sal::err::kUnsupported);
+        const int pid =
+            transportFor(impl().name, "starting a process")->startProcess(impl().id, program, args);
+        std::lock_guard<std::mutex> lock(impl().processMutex);
+        impl().records.emplace_back(pid, program);
+        return impl().records.back();
     }
     sal::exec::Process p = sal::exec::Process::create(program, args, sal::exec::LaunchProperty());
     std::lock_guard<std::mutex> lock(impl().processMutex);
@@ -249,8 +283,32 @@ Process Host::launch(const std::string& program, const std::list<std::string>& a
     return impl().records.back();
 }
 
+namespace {
+
+std::vector<int> pidsOf(const std::vector<Process>& records) {
+    std::vector<int> pids;
+    for (const Process& r : records) {
+        pids.push_back(r.pid());
+    }
+    return pids;
+}
+
+}  // namespace
+
 int Host::fill(std::list<Process>& processes) const {
     std::lock_guard<std::mutex> lock(impl().processMutex);
+    if (!impl().local && !impl().records.empty()) {
+        // Only the processes that still run on the host are reported (and remembered).
+        const std::vector<int> alive = transportFor(impl().name, "listing processes")
+                                           ->runningProcesses(impl().id, pidsOf(impl().records));
+        std::vector<Process> kept;
+        for (const Process& r : impl().records) {
+            if (std::find(alive.begin(), alive.end(), r.pid()) != alive.end()) {
+                kept.push_back(r);
+            }
+        }
+        impl().records.swap(kept);
+    }
     processes.insert(processes.end(), impl().records.begin(), impl().records.end());
     return static_cast<int>(impl().records.size());
 }
@@ -268,13 +326,31 @@ void endAll(std::mutex& m, std::vector<sal::exec::Process>& procs, std::vector<P
     records.clear();
 }
 
+// A remote host's processes are signalled there; they are forgotten whether or not they still ran.
+void endRemote(const Host::Impl& impl, int signal) {
+    std::lock_guard<std::mutex> lock(impl.processMutex);
+    if (impl.records.empty()) {
+        return;
+    }
+    transportFor(impl.name, "ending processes")->signalProcesses(impl.id, pidsOf(impl.records), signal);
+    impl.records.clear();
+}
+
 }  // namespace
 
 void Host::quitAllProcesses() const {
+    if (!impl().local) {
+        endRemote(impl(), SIGTERM);
+        return;
+    }
     endAll(impl().processMutex, impl().processes, impl().records, SIGTERM);
 }
 
 void Host::killAllProcesses() const {
+    if (!impl().local) {
+        endRemote(impl(), SIGKILL);
+        return;
+    }
     endAll(impl().processMutex, impl().processes, impl().records, SIGKILL);
 }
 

@@ -53,7 +53,8 @@ class Process {
     std::string program_;
 };
 
-// How a remote host's agent is asked. Implementations throw vessa::Exception on failure.
+// How a remote host's agent is asked (`address`: the host's numerical address). Implementations throw
+// vessa::Exception on failure. SshTransport (SshTransport.h) reaches hosts over OpenSSH.
 class Transport {
   public:
     virtual ~Transport();
@@ -65,10 +66,25 @@ class Transport {
     virtual void getFSItem(const std::string& address, const std::string& remote,
                            const std::string& local) = 0;
     virtual void deleteFSItem(const std::string& address, const std::string& path) = 0;
+    // Processes: start one detached from the call (its process id on the host), tell which of `pids`
+    // still run, send a signal (SIGTERM, SIGKILL) to each of `pids` that runs. A transport that cannot
+    // do these keeps the defaults, which throw vessa::Exception (kUnsupported).
+    virtual int startProcess(const std::string& address, const std::string& program,
+                             const std::list<std::string>& args);
+    virtual std::vector<int> runningProcesses(const std::string& address, const std::vector<int>& pids);
+    virtual void signalProcesses(const std::string& address, const std::vector<int>& pids, int signal);
 };
 
-// Uses `transport` for every remote host from now on (nullptr: none).
+// Uses `transport` for every remote host from now on (nullptr: none, the default: a controller chooses
+// how it reaches hosts, e.g. setTransport(std::make_shared<SshTransport>())).
 void setTransport(std::shared_ptr<Transport> transport);
+
+// The SSH configuration file for the SSH transport (ssh -F) and for every program the library runs
+// (the launcher "pelo" finds it as VESSA_SSH_CONFIG in its environment, through the system view's
+// command variables; the process environment is not changed). Empty: none set by the library.
+void setSshConfig(const std::string& path);
+// The file set by setSshConfig, else VESSA_SSH_CONFIG of the process environment, else "".
+std::string sshConfig();
 // Forgets every cached host (tests, and a controller that changes its view of the machine).
 void clearHostCache();
 
@@ -99,8 +115,9 @@ class Host {
     void getFSItem(const std::string& remote, const std::string& local) const;
     void deleteFSItem(const std::string& path) const;
 
-    // Processes the agent runs for the controller on this host: start one, list them, end them
-    // politely (SIGTERM) or forcibly (SIGKILL). Remote hosts have none.
+    // Processes the agent runs for the controller on this host: start one, list those that still run,
+    // end them politely (SIGTERM) or forcibly (SIGKILL). On a remote host through the transport; the
+    // process ids are then the host's.
     Process launch(const std::string& program, const std::list<std::string>& args) const;
     int fill(std::list<Process>& processes) const;
     void quitAllProcesses() const;

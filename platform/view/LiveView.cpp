@@ -58,7 +58,15 @@ class LiveView : public View {
     RunOutcome run(const std::string& program, const std::list<std::string>& args, std::string& output,
                    int& status) override {
         try {
-            const exec::RunResult r = exec::runBounded(program, args, output, commandLimits());
+            const std::size_t kept = output.size();
+            exec::RunStreams streams;
+            streams.output = [&output](const char* data, std::size_t size) { output.append(data, size); };
+            streams.hasEnv = true;
+            streams.env = commandEnvironment();
+            const exec::RunResult r = exec::runBounded(program, args, streams, commandLimits());
+            if (r.outcome != exec::RunResult::Exited) {
+                output.resize(kept);
+            }
             switch (r.outcome) {
                 case exec::RunResult::TimedOut:
                     return RunOutcome::TimedOut;

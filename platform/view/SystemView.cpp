@@ -1,5 +1,6 @@
 #include "platform/view/SystemView.h"
 
+#include <map>
 #include <mutex>
 
 #include "platform/Str.h"
@@ -97,6 +98,31 @@ void setCommandLimits(const exec::RunLimits& limits) {
 exec::RunLimits commandLimits() {
     std::lock_guard<std::mutex> lock(limitsMutex());
     return limitsSlot();
+}
+
+namespace {
+std::map<std::string, std::string>& variablesSlot() {
+    static std::map<std::string, std::string> variables;
+    return variables;
+}
+}  // namespace
+
+void setCommandVariable(const std::string& name, const std::string& value) {
+    std::lock_guard<std::mutex> lock(limitsMutex());
+    if (value.empty()) {
+        variablesSlot().erase(name);
+    } else {
+        variablesSlot()[name] = value;
+    }
+}
+
+exec::EnvVars commandEnvironment() {
+    exec::EnvVars env = exec::Process::envVars();
+    std::lock_guard<std::mutex> lock(limitsMutex());
+    for (const auto& [name, value] : variablesSlot()) {
+        env.vars[name] = value;
+    }
+    return env;
 }
 
 std::string commandFileName(const std::string& program, const std::list<std::string>& args) {

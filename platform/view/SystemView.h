@@ -159,6 +159,14 @@ void install(std::unique_ptr<View> view);
 void setCommandLimits(const exec::RunLimits& limits);
 exec::RunLimits commandLimits();
 
+// A variable that every program the live view runs finds in its environment, over the caller's own
+// value; an empty value drops the setting (the caller's own value applies again). The agent client
+// puts its SSH configuration file here so that the launcher it starts reaches hosts the same way.
+// The process environment itself is never changed (setenv is not safe while other threads run).
+void setCommandVariable(const std::string& name, const std::string& value);
+// The caller's environment with those settings applied: what a program run by the view receives.
+exec::EnvVars commandEnvironment();
+
 // The recording name of a command line: program and arguments joined by blanks, "%" -> "%25",
 // "/" -> "%2F".
 std::string commandFileName(const std::string& program, const std::list<std::string>& args);

@@ -82,7 +82,8 @@ TEST(Process, RunBoundedEndsOverrunningChildrenAndTheirGroup) {
         exec::RunResult::Outcome outcome;
     } cases[] = {
         {"sleep 1000 & echo $! $$ > \"$0\"; echo partial; wait", exec::RunResult::TimedOut},
-        {"trap '' TERM; sleep 1000 & echo $! $$ > \"$0\"; while :; do sleep 1; done", exec::RunResult::TimedOut},
+        {"trap '' TERM; sleep 1000 & echo $! $$ > \"$0\"; while :; do sleep 1; done",
+         exec::RunResult::TimedOut},
         {"echo $$ $$ > \"$0\"; yes", exec::RunResult::TooMuchOutput},
         {"echo $$ $$ > \"$0\"; echo done", exec::RunResult::Exited},
     };
@@ -108,6 +109,27 @@ TEST(Process, RunBoundedEndsOverrunningChildrenAndTheirGroup) {
     }
     std::string out;
     EXPECT_THROW(exec::runCaptured("/bin/sh", {"-c", "exec yes"}, out), vessa::Exception);
+}
+
+TEST(Process, RunBoundedWithStreamsHandsOnBothStreamsAndTakesInputAndEnvironment) {
+    vessa::test::TempDir dir;
+    const std::string input = dir.write("in", "from the file\n");
+    exec::RunStreams streams;
+    std::string out, err;
+    streams.output = [&out](const char* d, std::size_t n) { out.append(d, n); };
+    streams.error = [&err](const char* d, std::size_t n) { err.append(d, n); };
+    streams.inputFile = input;
+    streams.hasEnv = true;
+    streams.env.vars["ONLY"] = "this";
+    const std::string script =
+        "cat; echo \"$ONLY:${HOME:-none}\"; i=0; while [ $i -lt 300 ]; do echo e$i >&2; i=$((i+1)); done";
+    const exec::RunResult r = exec::runBounded("/bin/sh", {"-c", script}, streams, exec::RunLimits());
+    EXPECT_EQ(r.status, 0);
+    EXPECT_EQ(out, "from the file\nthis:none\n");
+    EXPECT_EQ(err.substr(0, 6), "e0\ne1\n");
+    EXPECT_EQ(err.size(), 1390u);  // every line, over more than one read
+    streams.inputFile = dir.path() + "/missing";
+    EXPECT_THROW(exec::runBounded("/bin/sh", {"-c", "true"}, streams, exec::RunLimits()), vessa::Exception);
 }
 
 TEST(Process, WaitOnEmptyHandleThrows) {

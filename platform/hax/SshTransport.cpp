@@ -1,0 +1,432 @@
+#include "platform/hax/SshTransport.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <sstream>
+
+#include "platform/Exception.h"
+#include "platform/Log.h"
+#include "platform/Str.h"
+#include "platform/view/SystemView.h"
+
+namespace vessa::hax {
+
+namespace {
+
+constexpr const char* kUnit = "hax/SshTransport";
+
+// The scripts run by `sh -c` on the host; their arguments arrive as "$1", "$2", ...
+// A variable's value; the install directory of the package answers for VESSA_VLTT_INSTALL_DIR when
+// the session has no such variable.
+constexpr const char* kEnvScript =
+    "printenv -- \"$1\" && exit 0\n"
+    "if [ \"$1\" = VESSA_VLTT_INSTALL_DIR ] && command -v vessa.shed.env >/dev/null 2>&1; then\n"
+    "  vessa.shed.env --no-lm | sed -n 's/^vltt\\.installdir=//p'\n"
+    "fi\n"
+    "exit 0";
+// Type letter, blank, name, NUL for every entry of a directory (a link to a directory is followed).
+constexpr const char* kListScript =
+    "case $1 in /*) ;; *) set -- \"./$1\" ;; esac\n"
+    "exec find -H \"$1\" -mindepth 1 -maxdepth 1 -printf '%y %f\\0'";
+constexpr const char* kPutScript = "cat > \"$1\"";
+constexpr const char* kGetScript = "cat < \"$1\"";
+constexpr const char* kDeleteScript = "exec rm -rf -- \"$1\"";
+constexpr const char* kStartScript =
+    "command -v \"$1\" >/dev/null 2>&1 || { echo \"$1: not found\" >&2; exit 127; }\n"
+    "cd / && \"$@\" </dev/null >/dev/null 2>&1 &\n"
+    "echo $!";
+// A process that has ended but is not reaped yet (state Z) no longer runs.
+constexpr const char* kRunningScript =
+    "for p; do\n"
+    "  kill -0 \"$p\" 2>/dev/null || continue\n"
+    "  s=; read -r s < /proc/$p/stat 2>/dev/null; s=${s##*) }\n"
+    "  [ \"${s%% *}\" = Z ] || echo \"$p\"\n"
+    "done; exit 0";
+constexpr const char* kSignalScript = "s=$1; shift; for p; do kill -\"$s\" \"$p\" 2>/dev/null; done; exit 0";
+// A program run to its end. The line kStarted on standard error tells the caller that everything before
+// the program itself went well; what fails before it is a failure to run, reported by status 255.
+constexpr const char* kStarted =
+    "\x1e"
+    "vessa: started";
+constexpr const char* kRunScript =
+    "d=$1; c=$2; shift 2\n"
+    "if [ -n \"$d\" ]; then\n"
+    "  if [ \"$c\" = 1 ]; then mkdir -p -- \"$d\" || exit 255; fi\n"
+    "  cd -- \"$d\" || exit 255\n"
+    "fi\n"
+    "command -v \"$1\" >/dev/null 2>&1 || { echo \"$1: not found\" >&2; exit 255; }\n"
+    "printf '\\036vessa: started\\n' >&2\n"
+    "exec \"$@\"";
+
+constexpr std::size_t kErrorTail = 4096;
+
+// The last line that is not blank, without its line end; "" when there is none.
+std::string lastLine(const std::string& text) {
+    std::istringstream in(text);
+    std::string last;
+    for (std::string line; std::getline(in, line);) {
+        const std::string trimmed = util::str::trim(line);
+        if (!trimmed.empty()) {
+            last = trimmed;
+        }
+    }
+    return last;
+}
+
+void keepTail(std::string& tail, const char* data, std::size_t size) {
+    tail.append(data, size);
+    if (tail.size() > kErrorTail) {
+        tail.erase(0, tail.size() - kErrorTail);
+    }
+}
+
+bool validName(const std::string& name) {
+    if (name.empty() || std::isdigit(static_cast<unsigned char>(name[0]))) {
+        return false;
+    }
+    return std::all_of(name.begin(), name.end(),
+                       [](char c) { return c == '_' || std::isalnum(static_cast<unsigned char>(c)); });
+}
+
+FSItem::typecode typeOfLetter(char letter) {
+    switch (letter) {
+        case 'f':
+            return FSItem::file;
+        case 'd':
+            return FSItem::directory;
+        case 'l':
+            return FSItem::link;
+        case 'b':
+        case 'c':
+            return FSItem::device;
+        default:
+            return FSItem::other;
+    }
+}
+
+std::list<std::string> numbers(const std::vector<int>& pids) {
+    std::list<std::string> out;
+    for (int p : pids) {
+        out.push_back(std::to_string(p));
+    }
+    return out;
+}
+
+}  // namespace
+
+std::string shellQuote(const std::string& word) {
+    if (word.find('\0') != std::string::npos) {
+        throw Exception("an argument for a remote host holds a NUL byte", sal::err::kConversion);
+    }
+    std::string out = "'";
+    for (char c : word) {
+        if (c == '\'') {
+            out += "'\\''";
+        } else {
+            out += c;
+        }
+    }
+    return out + "'";
+}
+
+std::string remoteCommandLine(const std::string& script, const std::list<std::string>& args) {
+    std::string line = "sh -c " + shellQuote(script) + " sh";
+    for (const std::string& a : args) {
+        line += ' ';
+        line += shellQuote(a);
+    }
+    return line;
+}
+
+std::string controlDirectory() {
+    // A socket's path has room for 107 bytes; ssh adds "/" and 40 for %C, and 17 while it makes the
+    // socket.
+    constexpr std::size_t kLongest = 107 - 1 - 40 - 17;
+    const char* runtime = std::getenv("XDG_RUNTIME_DIR");
+    std::string dir = runtime != nullptr && runtime[0] == '/' ? std::string(runtime) + "/vessa-ssh" : "";
+    if (dir.empty() || dir.size() > kLongest) {
+        dir = "/tmp/vessa-ssh-" + std::to_string(::geteuid());
+    }
+    if (::mkdir(dir.c_str(), 0700) != 0 && errno != EEXIST) {
+        return "";
+    }
+    struct stat st;
+    if (::lstat(dir.c_str(), &st) != 0 || !S_ISDIR(st.st_mode) || st.st_uid != ::geteuid() ||
+        (st.st_mode & 077) != 0) {
+        return "";
+    }
+    return dir;
+}
+
+struct SshTransport::Call {
+    bool noInput = true;
+    std::string inputFile;
+    // Receives standard output; without it the output is collected and returned.
+    std::function<void(const char*, std::size_t)> output;
+    bool unboundedOutput = false;
+};
+
+SshTransport::SshTransport()
+    : SshTransport(Options(), [](const std::string& program, const std::list<std::string>& args,
+                                 const sal::exec::RunStreams& streams, const sal::exec::RunLimits& limits) {
+          return sal::exec::runBounded(program, args, streams, limits);
+      }) {}
+
+SshTransport::SshTransport(Options options, Runner runner)
+    : options_(std::move(options)), runner_(std::move(runner)) {}
+
+std::list<std::string> SshTransport::sshArguments(const std::string& address, const std::string& remoteLine,
+                                                  bool noInput) const {
+    std::list<std::string> args;
+    const std::string config = options_.configFile.empty() ? sshConfig() : options_.configFile;
+    if (!config.empty()) {
+        args.insert(args.end(), {"-F", config});
+    }
+    args.insert(args.end(),
+                {"-o", "BatchMode=yes", "-o", "ConnectTimeout=" + std::to_string(options_.connectTimeout),
+                 "-o", "ServerAliveInterval=15", "-o", "ServerAliveCountMax=3"});
+    const std::string sockets =
+        options_.controlDirectory.empty() ? controlDirectory() : options_.controlDirectory;
+    if (sockets.empty()) {
+        args.insert(args.end(), {"-o", "ControlMaster=no"});
+    } else {
+        args.insert(args.end(), {"-o", "ControlMaster=auto", "-o", "ControlPath=" + sockets + "/%C", "-o",
+                                 "ControlPersist=60"});
+    }
+    args.push_back("-T");
+    if (noInput) {
+        args.push_back("-n");
+    }
+    args.insert(args.end(), {"--", address, remoteLine});
+    return args;
+}
+
+std::string SshTransport::call(const std::string& address, const std::string& what, const std::string& script,
+                               const std::list<std::string>& args, const Call& how) {
+    VESSA_TRACE(kUnit, "SshTransport::call");
+    const std::list<std::string> argv = sshArguments(address, remoteCommandLine(script, args), how.noInput);
+    VESSA_LOG << "ssh to " << address << " for " << what;
+    std::string output;
+    std::string errors;
+    sal::exec::RunStreams streams;
+    streams.output = how.output ? how.output : [&output](const char* data, std::size_t size) {
+        output.append(data, size);
+    };
+    streams.error = [&errors](const char* data, std::size_t size) { keepTail(errors, data, size); };
+    streams.inputFile = how.inputFile;
+    streams.hasEnv = true;
+    streams.env = sal::sys::commandEnvironment();
+    sal::exec::RunLimits limits = sal::sys::commandLimits();
+    if (how.unboundedOutput) {
+        limits.maxOutput = static_cast<std::size_t>(-1);
+    }
+    sal::exec::RunResult result;
+    try {
+        result = runner_(options_.program, argv, streams, limits);
+    } catch (const Exception& e) {
+        throw Exception("cannot reach " + address + " for " + what + ": " + e.why(), e.code(), e.domain());
+    }
+    if (result.outcome == sal::exec::RunResult::TimedOut) {
+        throw Exception("no answer from " + address + " for " + what + " within " +
+                        std::to_string(limits.timeoutSeconds) + " s");
+    }
+    if (result.outcome == sal::exec::RunResult::TooMuchOutput) {
+        throw Exception(
+            address + " answered more than " + std::to_string(limits.maxOutput) + " bytes for " + what,
+            sal::err::kProtocol);
+    }
+    if (result.status != 0) {
+        std::string reason = lastLine(errors);
+        if (reason.empty()) {
+            reason = "ssh ended with status " + std::to_string(result.status);
+        }
+        VESSA_LOG << "failed: " << reason;
+        throw Exception(
+            (result.status == 255 ? "cannot reach " : "failed on ") + address + " " + what + ": " + reason,
+            sal::err::kNotFound);
+    }
+    return output;
+}
+
+std::string SshTransport::envValueOf(const std::string& address, const std::string& name) {
+    if (!validName(name)) {
+        return "";
+    }
+    std::string value = call(address, "reading the environment value " + name, kEnvScript, {name}, Call());
+    if (!value.empty() && value.back() == '\n') {
+        value.pop_back();
+    }
+    return value;
+}
+
+int SshTransport::listDirectory(const std::string& address, const std::string& directory,
+                                std::list<FSItem>& items) {
+    const std::string out =
+        call(address, "listing the directory " + directory, kListScript, {directory}, Call());
+    std::vector<FSItem> found;
+    std::string::size_type pos = 0;
+    for (std::string::size_type end; (end = out.find('\0', pos)) != std::string::npos; pos = end + 1) {
+        if (end - pos < 3 || out[pos + 1] != ' ') {
+            throw Exception(address + " listed " + directory + " in a form that is not understood",
+                            sal::err::kProtocol);
+        }
+        found.emplace_back(out.substr(pos + 2, end - pos - 2), typeOfLetter(out[pos]));
+    }
+    // In name order, as a local listing gives them.
+    std::sort(found.begin(), found.end(),
+              [](const FSItem& a, const FSItem& b) { return a.name() < b.name(); });
+    items.insert(items.end(), found.begin(), found.end());
+    return static_cast<int>(found.size());
+}
+
+void SshTransport::putFSItem(const std::string& address, const std::string& local,
+                             const std::string& remote) {
+    Call how;
+    how.noInput = false;
+    how.inputFile = local;
+    call(address, "writing " + remote, kPutScript, {remote}, how);
+}
+
+void SshTransport::getFSItem(const std::string& address, const std::string& remote,
+                             const std::string& local) {
+    // Written beside the target and renamed when whole, so that a failed copy leaves the old file.
+    const std::string part = local + ".part";
+    const int fd = ::open(part.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+    if (fd < 0) {
+        throw SystemException("cannot write " + part, errno);
+    }
+    int writeError = 0;
+    Call how;
+    how.unboundedOutput = true;
+    how.output = [fd, &writeError](const char* data, std::size_t size) {
+        while (size > 0 && writeError == 0) {
+            const ssize_t n = ::write(fd, data, size);
+            if (n < 0 && errno != EINTR) {
+                writeError = errno;
+            } else if (n > 0) {
+                data += n;
+                size -= static_cast<std::size_t>(n);
+            }
+        }
+    };
+    try {
+        call(address, "reading " + remote, kGetScript, {remote}, how);
+    } catch (...) {
+        ::close(fd);
+        ::unlink(part.c_str());
+        throw;
+    }
+    if (::close(fd) != 0 && writeError == 0) {
+        writeError = errno;
+    }
+    if (writeError != 0 || ::rename(part.c_str(), local.c_str()) != 0) {
+        const int err = writeError != 0 ? writeError : errno;
+        ::unlink(part.c_str());
+        throw SystemException("cannot write " + local, err);
+    }
+}
+
+void SshTransport::deleteFSItem(const std::string& address, const std::string& path) {
+    call(address, "deleting " + path, kDeleteScript, {path}, Call());
+}
+
+int SshTransport::startProcess(const std::string& address, const std::string& program,
+                               const std::list<std::string>& args) {
+    std::list<std::string> words = args;
+    words.push_front(program);
+    const std::string out = call(address, "starting " + program, kStartScript, words, Call());
+    int pid = 0;
+    util::str::to(pid, out);
+    return pid;
+}
+
+std::vector<int> SshTransport::runningProcesses(const std::string& address, const std::vector<int>& pids) {
+    std::istringstream out(call(address, "listing processes", kRunningScript, numbers(pids), Call()));
+    std::vector<int> alive;
+    for (int pid; out >> pid;) {
+        alive.push_back(pid);
+    }
+    return alive;
+}
+
+void SshTransport::signalProcesses(const std::string& address, const std::vector<int>& pids, int signal) {
+    std::list<std::string> words = numbers(pids);
+    words.push_front(std::to_string(signal));
+    call(address, "ending processes", kSignalScript, words, Call());
+}
+
+int SshTransport::run(const std::string& address, const std::string& workdir, bool createWorkdir,
+                      const std::string& program, const std::list<std::string>& args,
+                      const std::function<void(const char*, std::size_t)>& output,
+                      const std::function<void(const char*, std::size_t)>& error,
+                      const sal::exec::RunLimits& limits) {
+    VESSA_TRACE(kUnit, "SshTransport::run");
+    std::list<std::string> words = {workdir, createWorkdir ? "1" : "0", program};
+    words.insert(words.end(), args.begin(), args.end());
+    const std::list<std::string> argv = sshArguments(address, remoteCommandLine(kRunScript, words), true);
+    // Until the start line arrives, standard error is what ssh and the script say: held back line by
+    // line, passed on once the program runs, or made the reason when it never does.
+    bool started = false;
+    std::string pending;
+    std::string before;
+    sal::exec::RunStreams streams;
+    streams.output = output;
+    streams.error = [&](const char* data, std::size_t size) {
+        if (started) {
+            if (error) {
+                error(data, size);
+            }
+            return;
+        }
+        pending.append(data, size);
+        for (std::string::size_type nl; !started && (nl = pending.find('\n')) != std::string::npos;) {
+            const std::string line = pending.substr(0, nl + 1);
+            pending.erase(0, nl + 1);
+            if (line.compare(0, std::strlen(kStarted), kStarted) == 0) {
+                started = true;
+                if (error && !before.empty()) {
+                    error(before.data(), before.size());
+                }
+            } else {
+                before += line;
+            }
+        }
+        if (started && !pending.empty() && error) {
+            error(pending.data(), pending.size());
+            pending.clear();
+        }
+    };
+    streams.hasEnv = true;
+    streams.env = sal::sys::commandEnvironment();
+    sal::exec::RunResult result;
+    try {
+        result = runner_(options_.program, argv, streams, limits);
+    } catch (const Exception& e) {
+        throw Exception("cannot run " + program + " on " + address + ": " + e.why(), e.code(), e.domain());
+    }
+    if (result.outcome == sal::exec::RunResult::TimedOut) {
+        throw Exception(program + " on " + address + " did not end within " +
+                        std::to_string(limits.timeoutSeconds) + " s");
+    }
+    if (result.outcome == sal::exec::RunResult::TooMuchOutput) {
+        throw Exception(program + " on " + address + " wrote more than " + std::to_string(limits.maxOutput) +
+                        " bytes");
+    }
+    if (!started) {
+        std::string reason = lastLine(before + pending);
+        if (reason.empty()) {
+            reason = "ssh ended with status " + std::to_string(result.status);
+        }
+        throw Exception("cannot run " + program + " on " + address + ": " + reason, sal::err::kNotFound);
+    }
+    return result.status;
+}
+
+}  // namespace vessa::hax
