@@ -30,44 +30,39 @@ struct Parsed {
 
 // The header decides which column is which; a line with a missing name or a negative major is dropped.
 TEST(ProcPartition, HeaderColumnsDecideAndBadLinesAreDropped) {
-    const struct {
-        const char *text, *entries, *logged;
-    } cases[] = {
+    // The text, its entries, and a line logged on the way.
+    const std::tuple<const char*, const char*, const char*> cases[] = {
         {"major minor  #blocks  name\n\n   8     0  976762584 sda\n   8     1     512000 sda1\n",
-         "sda 8:0 976762584, sda1 8:1 512000", nullptr},
-        {"name major minor #BLOCKS\nsdb 8 16 1024\n", "sdb 8:16 1024", nullptr},
+         "sda 8:0 976762584, sda1 8:1 512000", "Got procPart: sda1 (8:1) blocks=512000"},
+        {"name major minor #BLOCKS\nsdb 8 16 1024\n", "sdb 8:16 1024",
+         "Got procPart: sdb (8:16) blocks=1024"},
         {"major minor  #blocks  name\n 8 0 100\n-8 0 100 sdx\n 8 16 0 sdb\n", "sdb 8:16 0",
          "couldn't get a valid /proc/partition entry from \" 8 0 100\""},
-        {"", "", nullptr},
+        {"", "", "Parsing partitions."},
     };
-    for (const auto& c : cases) {
+    for (const auto& [text, entries, logged] : cases) {
         vessa::test::LogCapture log;
         Parsed p;
         std::set<std::string> names;
-        ProcPartition::parse(c.text, p.list, names);
-        EXPECT_EQ(p.dump(), c.entries) << c.text;
-        if (c.logged) {
-            EXPECT_TRUE(log.hasMessage(c.logged)) << log.text();
-        }
+        ProcPartition::parse(text, p.list, names);
+        EXPECT_EQ(p.dump(), entries) << text;
+        EXPECT_TRUE(log.hasMessage(logged)) << log.text();
     }
 }
 
 TEST(ProcPartition, RealListsParseWhole) {
-    const struct {
-        const char* file;
-        std::size_t count;
-        const char* first;
-    } cases[] = {
+    // The file, its number of entries and the first one.
+    const std::tuple<const char*, std::size_t, const char*> cases[] = {
         {"partitions/forum2007-proc-partitions-cciss-after.txt", 6, "cciss/c0d0 104:0 35532720"},
         {"partitions/insights-proc-partitions-multipath-luns.txt", 39, "sdb 8:16 1384120320"},
         {"partitions/libstorage-proc-partitions-dm.txt", 12, "sda 8:0 976762584"},
     };
-    for (const auto& c : cases) {
+    for (const auto& [file, count, first] : cases) {
         Parsed p;
         std::set<std::string> names;
-        ProcPartition::parse(vessa::test::dataBody(c.file), p.list, names);
-        EXPECT_EQ(p.list.size(), c.count) << c.file;
-        EXPECT_EQ(p.dump().rfind(std::string(c.first) + ",", 0), 0u) << p.dump();
+        ProcPartition::parse(vessa::test::dataBody(file), p.list, names);
+        EXPECT_EQ(p.list.size(), count) << file;
+        EXPECT_EQ(p.dump().rfind(std::string(first) + ",", 0), 0u) << p.dump();
         EXPECT_EQ(p.dump().find('!'), std::string::npos) << p.dump();
     }
 }
@@ -95,23 +90,15 @@ TEST(ProcPartition, ReaderAddsPseudoEntriesAndDisksThatAnswerReadCapacity) {
     EXPECT_TRUE(log.hasMessage("Got procPart (via /sys/block): sdb (8:16) blocks=1"));
 }
 
-// No list at all gives the pseudo entries; a number that does not convert ends the reading, and what
-// was read stays.
-TEST(ProcPartition, MissingAndMalformedSources) {
-    const std::string pseudo = ".cifs. -1:-1 0, .nfs. -1:-1 0, .fusefs. -1:-1 0";
-    {
-        vessa::test::ScopedView scoped(std::make_unique<vessa::test::ScriptedView>());
-        Parsed p;
-        ProcPartition::readProcPartitions(p.list);
-        EXPECT_EQ(p.dump(), pseudo);
-    }
+// A number that does not convert ends the reading, and what was read stays.
+TEST(ProcPartition, MalformedListStopsTheReading) {
     auto view = std::make_unique<vessa::test::ScriptedView>();
     view->files["/proc/partitions"] = "major minor #blocks name\n8 0 10 sda\n8 x 10 sdb\n8 32 10 sdc\n";
     vessa::test::ScopedView scoped(std::move(view));
     vessa::test::LogCapture log;
     Parsed p;
     ProcPartition::readProcPartitions(p.list);
-    EXPECT_EQ(p.dump(), pseudo + ", sda 8:0 10");
+    EXPECT_EQ(p.dump(), ".cifs. -1:-1 0, .nfs. -1:-1 0, .fusefs. -1:-1 0, sda 8:0 10");
     EXPECT_TRUE(log.hasMessage("Failed to finish reading...like a boss..."));
 }
 

@@ -26,11 +26,8 @@ Storage listing(unsigned long long size, const std::string& exclusionText, unsig
 // Only a file system (type 1 exactly) whose path has a "/" and no test file yet gets the test file; the
 // listing flips the separators only when it appended.
 TEST(Storage, PathRule) {
-    const struct {
-        bool listed;
-        unsigned int type;
-        const char *path, *stored;
-    } cases[] = {
+    // Whether the listing constructor makes it, the type, the path given and the path stored.
+    const std::tuple<bool, unsigned int, const char*, const char*> cases[] = {
         {false, 1, "/mnt/data", "/mnt/data/targetfile.dat"},
         {false, 1, "/mnt/data/", "/mnt/data/targetfile.dat"},
         {false, 1, "/mnt/data/targetfile.dat", "/mnt/data/targetfile.dat"},
@@ -40,10 +37,10 @@ TEST(Storage, PathRule) {
         {true, 1, "E:/data", "E:\\data\\targetfile.dat"},
         {true, 4, "/dev/sda", "/dev/sda"},
     };
-    for (const auto& c : cases) {
-        Storage s = c.listed ? listing(4096, "", 1, 1, 0, "", false, c.type, c.path) : disk(c.path, c.type);
-        EXPECT_EQ(s.path(), c.stored) << c.type << " " << c.path;
-        EXPECT_EQ(s.properties().at("path").value(), c.stored);
+    for (const auto& [listed, type, path, stored] : cases) {
+        Storage s = listed ? listing(4096, "", 1, 1, 0, "", false, type, path) : disk(path, type);
+        EXPECT_EQ(s.path(), stored) << type << " " << path;
+        EXPECT_EQ(s.properties().at("path").value(), stored);
     }
 }
 
@@ -64,10 +61,7 @@ TEST(Storage, StandardPropertiesReplaceGivenOnes) {
 }
 
 TEST(Storage, ListingExclusions) {
-    const struct {
-        Storage s;
-        const char* string;
-    } cases[] = {
+    const std::pair<Storage, const char*> cases[] = {
         {listing(511, "", 1, 0), "   M      "},
         {listing(512, "", 1, 0), "          "},
         {listing(4096, "Z", 1, 0), "         Z"},
@@ -79,8 +73,8 @@ TEST(Storage, ListingExclusions) {
         {listing(4096, "", 1, 0, 0, "vg0"), "       V  "},
         {listing(4096, "", 1, 0, 0, "", true), "A    S  W "},
     };
-    for (const auto& c : cases) {
-        EXPECT_EQ(c.s.exclusionString(), c.string);
+    for (const auto& [s, string] : cases) {
+        EXPECT_EQ(s.exclusionString(), string);
     }
 }
 
