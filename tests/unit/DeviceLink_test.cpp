@@ -3,13 +3,11 @@
 #include <gtest/gtest.h>
 
 #include "lin/DiskBy.h"
-#include "lin/DmTreeDev.h"
 #include "lin/FsTableEntry.h"
 #include "lin/LogicalVolume.h"
 #include "lin/MTableEntry.h"
 #include "lin/PhysicalVolume.h"
 #include "lin/ProcPartition.h"
-#include "lin/SysBlock.h"
 #include "lin/VolumeGroup.h"
 
 using namespace vessa::target::lin;
@@ -101,27 +99,6 @@ TEST(DeviceLink, MountTablesAndAliasesAttachToTheirDevice) {
     EXPECT_EQ(mounts(s.link("8 1 100 sda1")), "fstab /boot /data / mtab / aliases 2");
     EXPECT_EQ(mounts(s.link(".nfs.")), "fstab mtab /mnt/n aliases 0");
     EXPECT_EQ(mounts(s.link(".fusefs.")), "fstab mtab /mnt/s aliases 0");
-}
-
-TEST(DeviceLink, DeviceMapperNamesAndVolumeGroups) {
-    Sources s;
-    DmTreeDev::parseTree("vg-root (253:0)\n `- (8:2)\n", {}, s.dmDevs);
-    s.pvs.push_back(new PhysicalVolume("sda2", "yes", "0", "0", "", "", "", "", "vg"));
-    s.vgs.push_back(new VolumeGroup({"vg"}));
-    s.fstab.push_back(new FsTableEntry("/", "/dev/mapper/vg-root", "ext4", true));
-    DeviceLink* sda2 = s.link("8 2 100 sda2");
-    DeviceLink* dm = s.link("253 0 100 dm-0");
-    ASSERT_EQ(sda2->dmDevs.size(), 1u);
-    EXPECT_EQ(sda2->dmDevs.front()->name(), "sda2");  // the unnamed leaf takes the device's name
-    EXPECT_EQ(sda2->volumeGroups.size(), 1u);
-    EXPECT_EQ(mounts(dm), "fstab / mtab aliases 0");
-    EXPECT_TRUE(dm->isHolderOf(sda2));
-    EXPECT_FALSE(sda2->isHolderOf(dm));
-    EXPECT_FALSE(dm->isHolderOf(dm));
-    for (DmTreeDev* r : s.dmDevs) {
-        delete r->children().front();
-    }
-    freeAll(s.dmDevs);
 }
 
 }  // namespace
