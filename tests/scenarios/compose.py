@@ -1,11 +1,9 @@
 #!/usr/bin/env python3
-"""Composes a scenario's expected.json from the items its README derives.
+"""Composes a scenario's expected.json (and expected.xml) from its items.py.
 
-Each scenario folder holds `items.py`, which lists the items the discovery must report (type, index,
-name, path, size, inquiry, exclusion letters) and, per item, the records whose properties it carries,
-in the words of the rules: a /proc/partitions entry, an mtab entry, a logical volume, and so on. This
-file states those property tables once, from the rules, independently of the library's code, and
-writes expected.json. Run it after changing an items.py: python3 tests/scenarios/compose.py NAME
+items.py lists the items the discovery must report and, per item, the records whose properties it carries
+(a /proc/partitions entry, an mtab entry, a logical volume...). The property tables and the report format
+are stated here once, from the rules, independently of the library. Run: compose.py [NAME...]
 """
 import json
 import runpy
@@ -241,10 +239,9 @@ def main():
         spec = runpy.run_path(str(folder / "items.py"), init_globals={k: v for k, v in globals().items()})
         doc = {"host": spec["HOST"], "storage": spec["ITEMS"]}
         (folder / "expected.json").write_text(json.dumps(doc, indent=2, ensure_ascii=False) + "\n")
-        print("wrote", folder / "expected.json")
         if spec.get("WITH_REPORT"):
             (folder / "expected.xml").write_text(report(spec["ITEMS"]))
-            print("wrote", folder / "expected.xml")
+        print("wrote", folder)
 
 
 if __name__ == "__main__":

@@ -111,6 +111,7 @@ TEST(Storage, CopyIsDeepAndAssignmentSurvivesSelf) {
     Storage& self = assigned;
     assigned = self;
     EXPECT_EQ(assigned.path(), "/dev/sda");
+    ASSERT_EQ(assigned.children().size(), 1u);
     EXPECT_EQ(assigned.children().front().children().front().path(), "/dev/sda1x");
 }
 
