@@ -4,11 +4,8 @@
 
 #include "lin/DiskBy.h"
 #include "lin/FsTableEntry.h"
-#include "lin/LogicalVolume.h"
 #include "lin/MTableEntry.h"
-#include "lin/PhysicalVolume.h"
 #include "lin/ProcPartition.h"
-#include "lin/VolumeGroup.h"
 
 using namespace vessa::target::lin;
 
@@ -42,7 +39,7 @@ struct Sources {
             new DeviceLink(parts.back(), sysBlocks, dmDevs, pvs, lvs, vgs, fstab, mtab, aliases));
         return links.back().get();
     }
-    ~Sources() { freeAll(parts, pvs, lvs, vgs, fstab, mtab, aliases); }
+    ~Sources() { freeAll(parts, fstab, mtab, aliases); }
 };
 
 // The mount points of a link's fstab and mtab entries and the number of its aliases.
