@@ -1,11 +1,9 @@
 #!/usr/bin/env python3
-"""Composes a scenario's expected.json from the items its README derives.
+"""Composes a scenario's expected.json (and expected.xml) from its items.py.
 
-Each scenario folder holds `items.py`, which lists the items the discovery must report (type, index,
-name, path, size, inquiry, exclusion letters) and, per item, the records whose properties it carries,
-in the words of the rules: a /proc/partitions entry, an mtab entry, a logical volume, and so on. This
-file states those property tables once, from the rules, independently of the library's code, and
-writes expected.json. Run it after changing an items.py: python3 tests/scenarios/compose.py NAME
+items.py lists the items the discovery must report and, per item, the records whose properties it carries
+(a /proc/partitions entry, an mtab entry, a logical volume...). The property tables and the report format
+are stated here once, from the rules, independently of the library. Run: compose.py [NAME...]
 """
 import json
 import runpy
@@ -18,76 +16,54 @@ WORDS = ["boot", "no signature", "reserved", "empty", "partitioned", "system", "
 BLANK_INQUIRY = " " * 28
 
 
-def prop(key, value, label, description, category):
-    return {key: {"value": value, "displayName": label, "category": category, "description": description}}
+def record(category, rows, *values):
+    """The properties of one record: `rows` are (key, label, description), `values` their values in order."""
+    assert len(rows) == len(values), category
+    text = lambda v: ("true" if v else "false") if isinstance(v, bool) else str(v)
+    return {key: {"value": text(v), "displayName": label, "category": category, "description": description}
+            for (key, label, description), v in zip(rows, values)}
 
 
-def proc_partition(prefix, name, blocks, major, minor):
-    c = prefix + "/proc/partitions/" + name
-    p = {}
-    p.update(prop("Name", name, "Name", "Name pulled from the /proc/partitions entry for this item", c))
-    p.update(prop("Blocks", str(blocks), "Blocks", "Number of blocks the item contains.", c))
-    p.update(prop("MajorNumber", str(major), "Major Number",
-                  "System assigned major number.  Typically indicates the bus type of the device.", c))
-    p.update(prop("MinorNumber", str(minor), "Minor Number",
-                  "System assigned minor number.  Typically indicates the index of the device on the bus.", c))
-    p.update(prop("Valid", "true", "Valid Entry",
-                  "If true, then this represents a valid entry in the /proc/partitions file.", c))
-    return p
-
-
-def sys_block(prefix, name, major, minor, size, model="", vendor="", revision="", scsi_level="", rng=-1,
-              removable=True):
-    c = prefix + "/sys/block/" + name
-    p = {}
-    p.update(prop("SysBlockName", name, "Name", "Name of the connected /sys/block entry.", c))
-    p.update(prop("SysBlockMajorNumber", str(major), "Major Number",
-                  "Major Number as found in /sys/block/<dev>/dev file.", c))
-    p.update(prop("SysBlockMinorNumber", str(minor), "Minor Number",
-                  "Minor Number as found in /sys/block/<dev>/dev file", c))
-    p.update(prop("SysBlockModel", model, "Model", "Vendor's description of the device model this represents.", c))
-    p.update(prop("SysBlockRange", str(rng), "Range", "Value from the /sys/block/<dev>/range file.", c))
-    p.update(prop("SysBlockRemovable", "true" if removable else "false", "Removable",
-                  "If true, the device is or contains removable media.", c))
-    p.update(prop("SysBlockRevision", revision, "Revision", "Device revision as assigned by the vendor.", c))
-    p.update(prop("SysBlockScsiLevel", scsi_level, "SCSI Level", "SCSI Level identified by the device.", c))
-    p.update(prop("SysBlockSize", str(size), "Size", "Size of the device.", c))
-    p.update(prop("SysBlockVendor", vendor, "Vendor", "Vendor of the attached device.", c))
-    return p
-
-
-def dm_dev(prefix, name, major, minor, children, multipath):
-    c = prefix + "dmsetup lm --tree -> " + name
-    p = {}
-    p.update(prop("DmDevName", name, "Name", "Device name identified in `dmsetup ls --tree`", c))
-    p.update(prop("DmDevMajorNumber", str(major), "Major Number", "Major number as identified by dmsetup.", c))
-    p.update(prop("DmDevMinorNumber", str(minor), "Minor Number", "Minor number as identified by dmsetup.", c))
-    p.update(prop("DmDevChildCount", str(children), "Child count",
-                  "Count of the direct decendents in the tree listed by dmsetup.", c))
-    p.update(prop("DmDevMultipath", "true" if multipath else "false", "Multipath Device",
-                  "If true, then this is a multipath node that represents the access point for multiple paths "
-                  "to the same device", c))
-    return p
-
-
-def physical_volume(prefix, name, vg, allocatable="", allocated="", free="", pe_size="", pv_size="", total="",
-                    uuid=""):
-    c = prefix + 'Physical Volume "' + name + '"'
-    p = {}
-    p.update(prop("PVName", name, "Name", "Name of the associated physical volume.", c))
-    p.update(prop("PVAllocatable", allocatable, "Allocatable",
-                  "Indicates wether or not the physical volume is available for allocation.", c))
-    p.update(prop("PVAllocatedPE", allocated, "Allocated PE", "Physical extents currently allocated on this device.", c))
-    p.update(prop("PVFreePE", free, "Free PE", "Free number of physical extents.", c))
-    p.update(prop("PVPESize", pe_size, "PE Size", "Physical extent size in kilobytes.", c))
-    p.update(prop("PVPVSize", pv_size, "PV Size", "Physical volume size in kilobytes.", c))
-    p.update(prop("PVTotalPE", total, "Total PE", "Total number of physical extents.", c))
-    p.update(prop("PVUUID", uuid, "UUID", "Unique identifier assigned to the physical volume.", c))
-    p.update(prop("PVVGName", vg, "VG Name", "Name of the volume group that contains this physical volume.", c))
-    return p
-
-
-VG_TABLE = [
+PROC = [
+    ("Name", "Name", "Name pulled from the /proc/partitions entry for this item"),
+    ("Blocks", "Blocks", "Number of blocks the item contains."),
+    ("MajorNumber", "Major Number", "System assigned major number.  Typically indicates the bus type of the device."),
+    ("MinorNumber", "Minor Number",
+     "System assigned minor number.  Typically indicates the index of the device on the bus."),
+    ("Valid", "Valid Entry", "If true, then this represents a valid entry in the /proc/partitions file."),
+]
+SYS = [
+    ("SysBlockName", "Name", "Name of the connected /sys/block entry."),
+    ("SysBlockMajorNumber", "Major Number", "Major Number as found in /sys/block/<dev>/dev file."),
+    ("SysBlockMinorNumber", "Minor Number", "Minor Number as found in /sys/block/<dev>/dev file"),
+    ("SysBlockModel", "Model", "Vendor's description of the device model this represents."),
+    ("SysBlockRange", "Range", "Value from the /sys/block/<dev>/range file."),
+    ("SysBlockRemovable", "Removable", "If true, the device is or contains removable media."),
+    ("SysBlockRevision", "Revision", "Device revision as assigned by the vendor."),
+    ("SysBlockScsiLevel", "SCSI Level", "SCSI Level identified by the device."),
+    ("SysBlockSize", "Size", "Size of the device."),
+    ("SysBlockVendor", "Vendor", "Vendor of the attached device."),
+]
+DM = [
+    ("DmDevName", "Name", "Device name identified in `dmsetup ls --tree`"),
+    ("DmDevMajorNumber", "Major Number", "Major number as identified by dmsetup."),
+    ("DmDevMinorNumber", "Minor Number", "Minor number as identified by dmsetup."),
+    ("DmDevChildCount", "Child count", "Count of the direct decendents in the tree listed by dmsetup."),
+    ("DmDevMultipath", "Multipath Device",
+     "If true, then this is a multipath node that represents the access point for multiple paths to the same device"),
+]
+PV = [
+    ("PVName", "Name", "Name of the associated physical volume."),
+    ("PVAllocatable", "Allocatable", "Indicates wether or not the physical volume is available for allocation."),
+    ("PVAllocatedPE", "Allocated PE", "Physical extents currently allocated on this device."),
+    ("PVFreePE", "Free PE", "Free number of physical extents."),
+    ("PVPESize", "PE Size", "Physical extent size in kilobytes."),
+    ("PVPVSize", "PV Size", "Physical volume size in kilobytes."),
+    ("PVTotalPE", "Total PE", "Total number of physical extents."),
+    ("PVUUID", "UUID", "Unique identifier assigned to the physical volume."),
+    ("PVVGName", "VG Name", "Name of the volume group that contains this physical volume."),
+]
+VG = [
     ("VGName", "Name", "Name of the volume group."),
     ("VGActualPV", "Actual PV", "Actual number of physical volumes."),
     ("VGAllocPE", "Allocated PE", "Allocated number of physical extents for this volume group."),
@@ -108,18 +84,11 @@ VG_TABLE = [
     ("VGSize", "Size", "Size of the volume group in kilobytes."),
     ("VGStatus", "VG Status", "Status of the volume group."),
 ]
-
-
-def volume_group(prefix, name, **values):
-    c = prefix + "Volume Group: " + name
-    p = {}
-    for key, label, description in VG_TABLE:
-        value = name if key == "VGName" else values.get(key, "")
-        p.update(prop(key, value, label, description, c))
-    return p
-
-
-LV_TABLE = [
+LV = [
+    ("LVName", "Name", "Name of the logical volume"),
+    ("LVMajor", "Major Number", "Major number for the logical volume."),
+    ("LVMinor", "Minor Number", "Minor number for the logical volume."),
+    ("LVVGName", "Volume Group Name", "Name of the volume group of which this logical volume is a part."),
     ("LVAllocation", "Allocation", "Allocation policy of the logical volume."),
     ("LVCurrentLE", "Current LE", "Current logical extents associated to logical volume."),
     ("LVSize", "Size", "Logical volume size in kilobytes."),
@@ -132,55 +101,66 @@ LV_TABLE = [
 ]
 
 
+def proc_partition(prefix, name, blocks, major, minor):
+    return record(prefix + "/proc/partitions/" + name, PROC, name, blocks, major, minor, True)
+
+
+def sys_block(prefix, name, major, minor, size, model="", vendor="", revision="", scsi_level="", rng=-1,
+              removable=True):
+    return record(prefix + "/sys/block/" + name, SYS, name, major, minor, model, rng, removable, revision,
+                  scsi_level, size, vendor)
+
+
+def dm_dev(prefix, name, major, minor, children, multipath):
+    return record(prefix + "dmsetup lm --tree -> " + name, DM, name, major, minor, children, multipath)
+
+
+def physical_volume(prefix, name, vg, allocatable="", allocated="", free="", pe_size="", pv_size="", total="",
+                    uuid=""):
+    return record(prefix + 'Physical Volume "' + name + '"', PV, name, allocatable, allocated, free, pe_size,
+                  pv_size, total, uuid, vg)
+
+
+def volume_group(prefix, name, **values):
+    assert set(values) <= {key for key, _, _ in VG}, values
+    return record(prefix + "Volume Group: " + name, VG, name, *[values.get(key, "") for key, _, _ in VG[1:]])
+
+
 def logical_volume(prefix, name, vg, major, minor, **values):
-    c = prefix + "LV " + name
-    p = {}
-    p.update(prop("LVName", name, "Name", "Name of the logical volume", c))
-    p.update(prop("LVMajor", str(major), "Major Number", "Major number for the logical volume.", c))
-    p.update(prop("LVMinor", str(minor), "Minor Number", "Minor number for the logical volume.", c))
-    p.update(prop("LVVGName", vg, "Volume Group Name",
-                  "Name of the volume group of which this logical volume is a part.", c))
-    for key, label, description in LV_TABLE:
-        p.update(prop(key, values.get(key, ""), label, description, c))
-    return p
+    assert set(values) <= {key for key, _, _ in LV[4:]}, values
+    return record(prefix + "LV " + name, LV, name, major, minor, vg, *[values.get(key, "") for key, _, _ in LV[4:]])
 
 
 def mount_entry(kind, prefix, device, mount_point, fs_type):
-    """kind: 'mtab' or 'fstab'."""
-    key, word = ("MTabEntry", "mtab") if kind == "mtab" else ("FsEntry", "fstab")
-    c = prefix + ("MTab Entry: \"" if kind == "mtab" else "FS Entry: \"") + device + "\""
-    p = {}
-    p.update(prop(key + "FsType" + mount_point, fs_type, "File System",
-                  "Format of the file system on this partition.", c))
-    p.update(prop("fileSystem", fs_type, "", "", ""))
-    p.update(prop(key + "MountPoint" + mount_point, mount_point, "Mount Point",
-                  "Mount point for the entry in the " + word + ".", c))
-    p.update(prop(key + "Name" + device, device, "Name", "Name for the entry in the " + word + ".", c))
+    """kind: 'mtab' or 'fstab'. The entry also sets the item's plain fileSystem property."""
+    key, title = {"mtab": ("MTabEntry", "MTab Entry"), "fstab": ("FsEntry", "FS Entry")}[kind]
+    p = record('%s%s: "%s"' % (prefix, title, device), [
+        (key + "FsType" + mount_point, "File System", "Format of the file system on this partition."),
+        (key + "MountPoint" + mount_point, "Mount Point", "Mount point for the entry in the " + kind + "."),
+        (key + "Name" + device, "Name", "Name for the entry in the " + kind + "."),
+    ], fs_type, mount_point, device)
+    p.update(record("", [("fileSystem", "", "")], fs_type))
     return p
 
 
 def alias(prefix, kind, value):
-    label = {0: "By ID", 1: "By Label", 2: "By Path", 3: "By UUID"}[kind]
-    key = "Alias" + label + ": " + prefix + value
-    return prop(key, value, label, "Alias by which the device may be known to the system.", "Aliases")
+    label = ["By ID", "By Label", "By Path", "By UUID"][kind]
+    return record("Aliases", [("Alias" + label + ": " + prefix + value, label,
+                               "Alias by which the device may be known to the system.")], value)
 
 
-def standard(key, value):
-    table = {
-        "accessType": ("Access Type", "Debug", "Means by which the system accesses the device."),
-        "exclusion": ("Exclusion(s)", "General",
-                      "Reasons the target is excluded from testing. Most exclusions can be overridden. Non-file "
-                      "system targets cannot override the system exclusion."),
-        "index": ("Index", "Debug", "Index of the device as seen by Korvo."),
-        "inquiry": ("Inquiry", "General",
-                    "Device inquiry. In the case of partitions, this is the inquiry of the parent device."),
-        "name": ("Name", "General", "User friendly description of the device."),
-        "path": ("Path", "General", "Path by which the system accesses the device."),
-        "scsiString": ("SCSI Address", "General", "SCSI address of the device on the system."),
-        "size": ("Size", "General", "Size, in byte, of the device."),
-    }
-    label, category, description = table[key]
-    return prop(key, value, label, description, category)
+STANDARD = {
+    "accessType": ("Access Type", "Debug", "Means by which the system accesses the device."),
+    "exclusion": ("Exclusion(s)", "General", "Reasons the target is excluded from testing. Most exclusions can be "
+                  "overridden. Non-file system targets cannot override the system exclusion."),
+    "index": ("Index", "Debug", "Index of the device as seen by Korvo."),
+    "inquiry": ("Inquiry", "General",
+                "Device inquiry. In the case of partitions, this is the inquiry of the parent device."),
+    "name": ("Name", "General", "User friendly description of the device."),
+    "path": ("Path", "General", "Path by which the system accesses the device."),
+    "scsiString": ("SCSI Address", "General", "SCSI address of the device on the system."),
+    "size": ("Size", "General", "Size, in byte, of the device."),
+}
 
 
 def exclusion_string(letters):
@@ -194,15 +174,11 @@ def item(type_, index, name, path, size, letters, records, inquiry=BLANK_INQUIRY
     props = {}
     for r in records:
         props.update(r)
-    access = "1" if type_ & 26 else "2"
-    props.update(standard("scsiString", scsi))
-    props.update(standard("accessType", access))
-    props.update(standard("index", str(index)))
-    props.update(standard("name", name))
-    props.update(standard("path", path))
-    props.update(standard("size", str(size)))
-    props.update(standard("inquiry", inquiry))
-    props.update(standard("exclusion", ex))
+    standard = {"scsiString": scsi, "accessType": "1" if type_ & 26 else "2", "index": index, "name": name,
+                "path": path, "size": size, "inquiry": inquiry, "exclusion": ex}
+    for key, value in standard.items():
+        label, category, description = STANDARD[key]
+        props.update(record(category, [(key, label, description)], value))
     return {
         "index": index, "type": type_, "name": name, "path": path, "size": size, "inquiry": inquiry,
         "exclusions": ex, "reasons": [WORDS[LETTERS.index(l)] for l in LETTERS if l in letters],
@@ -226,18 +202,14 @@ def clean_text(text):
     return text
 
 
+FIELDS = ["Name", "DisplayName", "Value", "Category", "Description"]
+
+
 def schema_table(name):
-    return ('          <xs:element name="%s">\n'
-            "            <xs:complexType>\n"
-            "              <xs:sequence>\n"
-            '                <xs:element name="Name" type="xs:string" />\n'
-            '                <xs:element name="DisplayName" type="xs:string" minOccurs="0" />\n'
-            '                <xs:element name="Value" type="xs:string" minOccurs="0" />\n'
-            '                <xs:element name="Category" type="xs:string" minOccurs="0" />\n'
-            '                <xs:element name="Description" type="xs:string" minOccurs="0" />\n'
-            "              </xs:sequence>\n"
-            "            </xs:complexType>\n"
-            "          </xs:element>\n" % name)
+    fields = "".join('                <xs:element name="%s" type="xs:string"%s />\n'
+                     % (f, "" if f == "Name" else ' minOccurs="0"') for f in FIELDS)
+    return ('          <xs:element name="%s">\n            <xs:complexType>\n              <xs:sequence>\n%s'
+            "              </xs:sequence>\n            </xs:complexType>\n          </xs:element>\n" % (name, fields))
 
 
 def report(items):
@@ -253,13 +225,9 @@ def report(items):
     out += "        </xs:choice>\n      </xs:complexType>\n    </xs:element>\n  </xs:schema>\n"
     for table, i in zip(tables, items):
         for key, p in i["properties"].items():
-            out += "  <%s>\n" % table
-            out += "    <Name>%s</Name>\n" % clean_text(key)
-            out += "    <DisplayName>%s</DisplayName>\n" % clean_text(p["displayName"])
-            out += "    <Value>%s</Value>\n" % clean_text(p["value"])
-            out += "    <Category>%s</Category>\n" % clean_text(p["category"])
-            out += "    <Description>%s</Description>\n" % clean_text(p["description"])
-            out += "  </%s>\n" % table
+            values = [key, p["displayName"], p["value"], p["category"], p["description"]]
+            out += "  <%s>\n%s  </%s>\n" % (table, "".join("    <%s>%s</%s>\n" % (f, clean_text(v), f)
+                                                          for f, v in zip(FIELDS, values)), table)
     return out + "</Host>\n"
 
 
@@ -271,10 +239,9 @@ def main():
         spec = runpy.run_path(str(folder / "items.py"), init_globals={k: v for k, v in globals().items()})
         doc = {"host": spec["HOST"], "storage": spec["ITEMS"]}
         (folder / "expected.json").write_text(json.dumps(doc, indent=2, ensure_ascii=False) + "\n")
-        print("wrote", folder / "expected.json")
         if spec.get("WITH_REPORT"):
             (folder / "expected.xml").write_text(report(spec["ITEMS"]))
-            print("wrote", folder / "expected.xml")
+        print("wrote", folder)
 
 
 if __name__ == "__main__":

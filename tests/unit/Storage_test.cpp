@@ -11,46 +11,37 @@ using vessa::target::Storage;
 
 namespace {
 
-Storage disk(const std::string& path, Storage::storageType type = Storage::discoveredBlockDevice,
-             int index = 0, const std::map<std::string, Property>& props = {}) {
-    return Storage(type, "name", path, 1024, index, "INQ", 0, props);
+Storage disk(const std::string& path, unsigned int type = Storage::discoveredBlockDevice, int index = 0,
+             const std::map<std::string, Property>& props = {}) {
+    return Storage(static_cast<Storage::storageType>(type), "name", path, 1024, index, "INQ", 0, props);
 }
 
 Storage listing(unsigned long long size, const std::string& exclusionText, unsigned int signature, int index,
-                unsigned int partitions = 0, const std::string& vg = "", bool boot = false,
-                bool system = false, bool swap = false,
-                Storage::storageType type = Storage::physicalStorage) {
-    return Storage(type, index, "n", "/dev/sdq", size, "inq", "ext4", vg, "1:0:0:0", exclusionText, signature,
-                   partitions, boot, system, swap, false);
+                unsigned int partitions = 0, const std::string& vg = "", bool flags = false,
+                unsigned int type = Storage::physicalStorage, const std::string& path = "/dev/sdq") {
+    return Storage(static_cast<Storage::storageType>(type), index, "n", path, size, "inq", "ext4", vg,
+                   "1:0:0:0", exclusionText, signature, partitions, flags, flags, flags, true);
 }
 
-TEST(Storage, DiscoveryPathRule) {
-    const struct {
-        unsigned int type;
-        const char* path;
-        const char* stored;
-    } cases[] = {
-        {1, "/mnt/data", "/mnt/data/targetfile.dat"},
-        {1, "/mnt/data/", "/mnt/data/targetfile.dat"},
-        {1, "/mnt/data/targetfile.dat", "/mnt/data/targetfile.dat"},
-        {3, "/mnt/data", "/mnt/data"},
-        {1, "nodir", "nodir"},
-        {36, "/dev/sda", "/dev/sda"},
+// Only a file system (type 1 exactly) whose path has a "/" and no test file yet gets the test file; the
+// listing flips the separators only when it appended.
+TEST(Storage, PathRule) {
+    // Whether the listing constructor makes it, the type, the path given and the path stored.
+    const std::tuple<bool, unsigned int, const char*, const char*> cases[] = {
+        {false, 1, "/mnt/data", "/mnt/data/targetfile.dat"},
+        {false, 1, "/mnt/data/", "/mnt/data/targetfile.dat"},
+        {false, 1, "/mnt/data/targetfile.dat", "/mnt/data/targetfile.dat"},
+        {false, 3, "/mnt/data", "/mnt/data"},
+        {false, 1, "nodir", "nodir"},
+        {false, 36, "/dev/sda", "/dev/sda"},
+        {true, 1, "E:/data", "E:\\data\\targetfile.dat"},
+        {true, 4, "/dev/sda", "/dev/sda"},
     };
-    for (const auto& c : cases) {
-        Storage s = disk(c.path, static_cast<Storage::storageType>(c.type));
-        EXPECT_EQ(s.path(), c.stored) << c.type << " " << c.path;
-        EXPECT_EQ(s.properties().at("path").value(), c.stored);
+    for (const auto& [listed, type, path, stored] : cases) {
+        Storage s = listed ? listing(4096, "", 1, 1, 0, "", false, type, path) : disk(path, type);
+        EXPECT_EQ(s.path(), stored) << type << " " << path;
+        EXPECT_EQ(s.properties().at("path").value(), stored);
     }
-}
-
-TEST(Storage, ListingPathRuleFlipsOnlyWhenItAppends) {
-    Storage flipped(Storage::fileSystemStorage, 1, "n", "E:/data", 4096, "", "", "", "", "", 1, 0, false,
-                    false, false, true);
-    EXPECT_EQ(flipped.path(), "E:\\data\\targetfile.dat");
-    Storage kept(Storage::physicalStorage, 1, "n", "/dev/sda", 4096, "", "", "", "", "", 1, 0, false, false,
-                 false, true);
-    EXPECT_EQ(kept.path(), "/dev/sda");
 }
 
 TEST(Storage, StandardPropertiesReplaceGivenOnes) {
@@ -64,17 +55,13 @@ TEST(Storage, StandardPropertiesReplaceGivenOnes) {
     EXPECT_EQ(s.properties().at("extra").value(), "x");
     EXPECT_EQ(s.properties().at("size").value(), "1024");
     EXPECT_EQ(s.properties().at("exclusion").value(), "          ");
-
     given.insert_or_assign("index", Property("index", "77", "I", "D", "C"));
-    Storage withIndex = disk("/dev/sdb", Storage::discoveredBlockDevice, 3, given);
-    EXPECT_EQ(withIndex.properties().at("index").value(), "77");  // the given map wins over the index
+    EXPECT_EQ(disk("/dev/sdb", Storage::discoveredBlockDevice, 3, given).properties().at("index").value(),
+              "77");  // the given map wins over the index
 }
 
 TEST(Storage, ListingExclusions) {
-    const struct {
-        Storage s;
-        const char* string;
-    } cases[] = {
+    const std::pair<Storage, const char*> cases[] = {
         {listing(511, "", 1, 0), "   M      "},
         {listing(512, "", 1, 0), "          "},
         {listing(4096, "Z", 1, 0), "         Z"},
@@ -84,22 +71,19 @@ TEST(Storage, ListingExclusions) {
         {listing(4096, "", 0, 0), "          "},
         {listing(4096, "P", 1, 0, 2), "    P     "},
         {listing(4096, "", 1, 0, 0, "vg0"), "       V  "},
-        {listing(4096, "", 1, 0, 0, "", true, true, true), "A    S  W "},
+        {listing(4096, "", 1, 0, 0, "", true), "A    S  W "},
     };
-    for (const auto& c : cases) {
-        EXPECT_EQ(const_cast<Storage&>(c.s).exclusionString(), c.string);
+    for (const auto& [s, string] : cases) {
+        EXPECT_EQ(s.exclusionString(), string);
     }
 }
 
 TEST(Storage, ListingPropertiesAndAccessType) {
-    const struct {
-        unsigned int type;
-        const char* access;
-    } cases[] = {{4, "0"}, {5, "0"}, {1, "2"}, {2, "1"}, {8, "1"}, {16, "1"}, {32, "2"}, {3, "1"}};
-    for (const auto& c : cases) {
-        Storage s =
-            listing(4096, "", 9, -4, 0, "", false, false, false, static_cast<Storage::storageType>(c.type));
-        EXPECT_EQ(s.properties().at("accessType").value(), c.access) << c.type;
+    const std::pair<unsigned int, const char*> cases[] = {{4, "0"}, {5, "0"},  {1, "2"},  {2, "1"},
+                                                          {8, "1"}, {16, "1"}, {32, "2"}, {3, "1"}};
+    for (const auto& [type, access] : cases) {
+        Storage s = listing(4096, "", 9, -4, 0, "", false, type);
+        EXPECT_EQ(s.properties().at("accessType").value(), access) << type;
         EXPECT_EQ(s.properties().at("index").value(), "-4");
         EXPECT_EQ(s.properties().at("signature").value(), "9");
         EXPECT_EQ(s.properties().at("scsiString").value(), "1:0:0:0");
@@ -114,7 +98,6 @@ TEST(Storage, CopyIsDeepAndAssignmentSurvivesSelf) {
     child.addChild(disk("/dev/sda1x"));
     root->addChild(child);
     EXPECT_EQ(root->children().front().parent(), root);
-
     // The copy must own its own subtree and map: the source is gone before the copy is read.
     Storage copy(*root);
     root->properties().at("name").setValue("changed");
@@ -123,34 +106,28 @@ TEST(Storage, CopyIsDeepAndAssignmentSurvivesSelf) {
     ASSERT_EQ(copy.children().size(), 1u);
     ASSERT_EQ(copy.children().front().children().size(), 1u);
     EXPECT_EQ(copy.children().front().children().front().path(), "/dev/sda1x");
-
     Storage assigned = disk("/dev/other");
     assigned = copy;
-    EXPECT_EQ(assigned.path(), "/dev/sda");
-    EXPECT_EQ(assigned.children().front().children().front().path(), "/dev/sda1x");
     Storage& self = assigned;
     assigned = self;
     EXPECT_EQ(assigned.path(), "/dev/sda");
-    EXPECT_EQ(assigned.children().size(), 1u);
+    ASSERT_EQ(assigned.children().size(), 1u);
+    EXPECT_EQ(assigned.children().front().children().front().path(), "/dev/sda1x");
 }
 
+// A file-system type (bit 1) names its rows after the cleaned path plus "_fs": five standard properties,
+// seven lines each.
 TEST(Storage, PrintUsesCleanedTableNamePerProperty) {
-    Storage fs(Storage::fileSystemStorage, "sda1", "/mnt/a/", 0, -1, "", 0, {});
-    EXPECT_EQ(fs.path(), "/mnt/a/targetfile.dat");
-    std::ostringstream os;
-    Storage(Storage::fileSystemStorage, "x", "mnt", 0, -1, "", 0, {}).print(os);
-    EXPECT_NE(os.str().find("  <mnt5ffs>\n"), std::string::npos);
     std::ostringstream rows;
-    Storage s(static_cast<Storage::storageType>(3), "x", "/mnt/a", 0, -1, "", 0, {});
-    s.print(rows);
-    // Five standard properties, seven lines each, all named by the cleaned table name.
+    disk("/mnt/a", 3, -1).print(rows);
     std::istringstream in(rows.str());
     std::string line;
-    int opening = 0;
-    while (std::getline(in, line)) {
+    int opening = 0, total = 0;
+    for (; std::getline(in, line); ++total) {
         opening += line == "  <x2fmnt2fa5ffs>";
     }
     EXPECT_EQ(opening, 5);
+    EXPECT_EQ(total, 35);
 }
 
 TEST(Storage, DebugDumpAndDestructorLog) {
@@ -162,17 +139,12 @@ TEST(Storage, DebugDumpAndDestructorLog) {
     }
     std::vector<std::string> m = log.messages();
     ASSERT_GE(m.size(), 12u);
-    EXPECT_EQ(m[1], "====================================");
-    EXPECT_EQ(m[2], "Name:         name");
-    EXPECT_EQ(m[3], "Sort Name:    ");
-    EXPECT_EQ(m[4], "Path:         /dev/sda");
-    EXPECT_EQ(m[5], "Inquiry:      INQ");
-    EXPECT_EQ(m[6], "Index:        0");
-    EXPECT_EQ(m[7], "Size:         1024");
-    EXPECT_EQ(m[8], "Exclusions:   " + std::string(10, ' '));
-    EXPECT_EQ(m[9], "Storage Type: 36");
-    EXPECT_EQ(m[10], "Properties:");
-    EXPECT_EQ(m[11], "    exclusion:           ");
+    EXPECT_EQ(std::vector<std::string>(m.begin() + 1, m.begin() + 12),
+              (std::vector<std::string>{"====================================", "Name:         name",
+                                        "Sort Name:    ", "Path:         /dev/sda", "Inquiry:      INQ",
+                                        "Index:        0", "Size:         1024",
+                                        "Exclusions:   " + std::string(10, ' '), "Storage Type: 36",
+                                        "Properties:", "    exclusion:           "}));
     EXPECT_TRUE(log.hasMessage("Destructing \"name\""));
 }
 

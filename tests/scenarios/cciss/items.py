@@ -3,16 +3,14 @@ HOST = "proliant"
 INQ = "HP      LOGICAL VOLUME  6.00"
 
 
-def p1(p):
-    return [proc_partition(p, "cciss/c0d0p1", 104391, 104, 1), sys_block(p, "cciss!c0d0p1", 104, 1, 208782),
-            mount_entry("mtab", p, "/dev/cciss/c0d0p1", "/boot", "ext3")]
+def part(n, blocks, sectors, mount_point):
+    """Partition c0d0p<n>, mounted at mount_point."""
+    return lambda p: [proc_partition(p, "cciss/c0d0p%d" % n, blocks, 104, n),
+                      sys_block(p, "cciss!c0d0p%d" % n, 104, n, sectors),
+                      mount_entry("mtab", p, "/dev/cciss/c0d0p%d" % n, mount_point, "ext3")]
 
 
-def p2(p):
-    return [proc_partition(p, "cciss/c0d0p2", 71545477, 104, 2), sys_block(p, "cciss!c0d0p2", 104, 2, 143090954),
-            mount_entry("mtab", p, "/dev/cciss/c0d0p2", "/", "ext3")]
-
-
+p1, p2 = part(1, 104391, 208782, "/boot"), part(2, 71545477, 143090954, "/")
 ITEMS = [
     item(36, 0, "cciss/c0d0", "/dev/cciss/c0d0", 71652960 * 1024, "APS",
          [proc_partition("", "cciss/c0d0", 71652960, 104, 0),

@@ -9,44 +9,32 @@ VG = dict(VGActualPV="1", VGAllocPE="7424 / 29.00 GiB", VGCurrentLV="3", VGCurre
           VGAccess="read/write", VGSize="<29.50 GiB", VGStatus="resizable")
 
 
-def lv(prefix, name, major, minor, size, le, opened, uuid):
-    return logical_volume(prefix, name, "vg0", major, minor, LVAllocation="inherit", LVCurrentLE=le, LVSize=size,
-                          LVOpenCount="open                 " + opened, LVRAS="auto", LVSegments="1",
-                          LVStatus="available", LVUUID=uuid, LVWriteAccess="read/write")
-
-
 def sda1(p):
     return [proc_partition(p, "sda1", 524288, 8, 1), mount_entry("fstab", p, "/dev/sda1", "/boot", "ext4"),
             mount_entry("mtab", p, "/dev/sda1", "/boot", "ext4")]
 
 
-def dm0(p):
-    return [proc_partition(p, "dm-0", 20971520, 253, 0), dm_dev(p, "vg0-root", 253, 0, 1, False),
-            lv(p, "root", 253, 0, "20.00 GiB", "5120", "1", "Hk2sLp-9Qwe-Rt5y-Ui8o-Pa3s-Df6g-Hj1kLz"),
-            volume_group(p, "vg0", **VG),
-            mount_entry("fstab", p, "/dev/mapper/vg0-root", "/", "ext4"),
-            mount_entry("mtab", p, "/dev/mapper/vg0-root", "/", "ext4")]
+def dm(minor, name, blocks, size, le, opened, uuid, mount_point):
+    """The records of dm-<minor>, the logical volume vg0/<name>: configured at mount_point, and mounted
+    there unless it is swap."""
+    dev, fs = "/dev/mapper/vg0-" + name, "swap" if name == "swap" else "ext4"
+    return lambda p: ([proc_partition(p, "dm-%d" % minor, blocks, 253, minor),
+                       dm_dev(p, "vg0-" + name, 253, minor, 1, False),
+                       logical_volume(p, name, "vg0", 253, minor, LVAllocation="inherit", LVCurrentLE=le,
+                                      LVSize=size, LVOpenCount="open                 " + opened, LVRAS="auto",
+                                      LVSegments="1", LVStatus="available", LVUUID=uuid, LVWriteAccess="read/write"),
+                       volume_group(p, "vg0", **VG), mount_entry("fstab", p, dev, mount_point, fs)] +
+                      ([] if fs == "swap" else [mount_entry("mtab", p, dev, mount_point, fs)]))
 
 
-def dm1(p):
-    return [proc_partition(p, "dm-1", 2097152, 253, 1), dm_dev(p, "vg0-swap", 253, 1, 1, False),
-            lv(p, "swap", 253, 1, "2.00 GiB", "512", "2", "Nm4bVc-7Xz1-Qa2w-Se3d-Rf4t-Gy5h-Uj6iKo"),
-            volume_group(p, "vg0", **VG),
-            mount_entry("fstab", p, "/dev/mapper/vg0-swap", "swap", "swap")]
-
-
-def dm2(p):
-    return [proc_partition(p, "dm-2", 7340032, 253, 2), dm_dev(p, "vg0-home", 253, 2, 1, False),
-            lv(p, "home", 253, 2, "7.00 GiB", "1792", "1", "Lp0oKi-9Mj8-Nh7b-Gv6f-Cd5x-Sz4a-Qw3eRt"),
-            volume_group(p, "vg0", **VG),
-            mount_entry("fstab", p, "/dev/mapper/vg0-home", "/home", "ext4"),
-            mount_entry("mtab", p, "/dev/mapper/vg0-home", "/home", "ext4")]
+dm0 = dm(0, "root", 20971520, "20.00 GiB", "5120", "1", "Hk2sLp-9Qwe-Rt5y-Ui8o-Pa3s-Df6g-Hj1kLz", "/")
+dm1 = dm(1, "swap", 2097152, "2.00 GiB", "512", "2", "Nm4bVc-7Xz1-Qa2w-Se3d-Rf4t-Gy5h-Uj6iKo", "swap")
+dm2 = dm(2, "home", 7340032, "7.00 GiB", "1792", "1", "Lp0oKi-9Mj8-Nh7b-Gv6f-Cd5x-Sz4a-Qw3eRt", "/home")
 
 
 def sda2(p):
     # Three tree nodes stand for sda2, one under each volume; each took the device's name.
-    nodes = [dm_dev(p, "sda2", 8, 2, 0, False)] * 3
-    return ([proc_partition(p, "sda2", 30932992, 8, 2)] + nodes +
+    return ([proc_partition(p, "sda2", 30932992, 8, 2)] + [dm_dev(p, "sda2", 8, 2, 0, False)] * 3 +
             [physical_volume(p, "sda2", "vg0", **PV), volume_group(p, "vg0", **VG)] +
             dm0("Holder ") + dm1("Holder ") + dm2("Holder "))
 
