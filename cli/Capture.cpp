@@ -20,7 +20,11 @@ TargetState prepareCaptureDir(const std::string& dir, bool force, std::string& w
             why = dir + " is not empty (use --force to write into it)";
             return TargetState::NotEmpty;
         }
-    } else if (!fs::create_directories(dir, ec) || ec) {
+    } else if (fs::path parent = fs::path(dir).parent_path();
+               !parent.empty() && !fs::is_directory(parent, ec)) {
+        why = "cannot create " + dir + ": " + parent.string() + " does not exist";
+        return TargetState::NotWritable;
+    } else if (!fs::create_directory(dir, ec) || ec) {
         why = "cannot create " + dir + ": " + ec.message();
         return TargetState::NotWritable;
     }

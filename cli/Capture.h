@@ -9,7 +9,7 @@ namespace vessa::cli {
 
 enum class TargetState { Usable, NotEmpty, NotWritable };
 
-// Makes DIR (and its parents) when it does not exist. A DIR that holds anything is refused unless
+// Makes DIR when it does not exist (its parent must). A DIR that holds anything is refused unless
 // `force`; one that cannot be made or written is NotWritable, with the reason in `why`.
 TargetState prepareCaptureDir(const std::string& dir, bool force, std::string& why);
 

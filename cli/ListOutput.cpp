@@ -1,6 +1,7 @@
 #include "cli/ListOutput.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <sstream>
 
@@ -10,9 +11,23 @@ namespace {
 
 // Column of the exclusion string -> the reason in words. Column 2 (I) is defined but never set by
 // discovery; it is named for completeness.
-const char* const kReasonWords[10] = {
-    "boot", "no signature",       "reserved", "empty", "partitioned", "system", "user", "volume group member",
-    "swap", "excluded by listing"};
+const char* const kReasonWords[10] = {"boot",
+                                      "no signature",
+                                      "reserved",
+                                      "empty",
+                                      "partitioned or holds a file system",
+                                      "system",
+                                      "user",
+                                      "volume group member",
+                                      "swap",
+                                      "excluded by listing"};
+
+// The IN USE column shows this much of the reasons; the JSON document has them whole.
+constexpr std::size_t kInUseWidth = 40;
+
+std::string shortened(const std::string& text, std::size_t width) {
+    return text.size() <= width ? text : text.substr(0, width - 3) + "...";
+}
 
 std::string unescape(const std::string& text) {
     static const std::pair<const char*, char> entities[] = {
@@ -36,19 +51,6 @@ std::string unescape(const std::string& text) {
         }
     }
     return out;
-}
-
-std::string typeWord(unsigned int type) {
-    if (type & vessa::target::Storage::physicalStorage) {
-        return "disk";
-    }
-    if (type & vessa::target::Storage::fileSystemStorage) {
-        return "fs";
-    }
-    if (type & vessa::target::Storage::logicalStorageMask) {
-        return "logical";
-    }
-    return std::to_string(type);
 }
 
 std::string join(const std::vector<std::string>& words, const char* separator) {
@@ -81,13 +83,82 @@ std::string humanSize(unsigned long long bytes) {
     }
     double value = static_cast<double>(bytes);
     int unit = 0;
-    while (value >= 1024.0 && unit < 6) {
+    // Decided on the number as it will be shown: 1073741823 bytes would round to "1024.0 MiB".
+    while (unit < 6 && std::round(value * 10.0) / 10.0 >= 1024.0) {
         value /= 1024.0;
         ++unit;
     }
     char text[32];
     std::snprintf(text, sizeof text, "%.1f %s", value, units[unit]);
     return text;
+}
+
+std::string kindOf(unsigned int type) {
+    if (type & vessa::target::Storage::physicalStorage) {
+        return "disk";
+    }
+    if (type & vessa::target::Storage::fileSystemStorage) {
+        return "fs";
+    }
+    if (type & vessa::target::Storage::logicalStorageMask) {
+        return "logical";
+    }
+    return std::to_string(type);
+}
+
+bool parseTypes(const std::string& text, unsigned int& mask, std::string& why) {
+    if (!text.empty() && text.find_first_not_of("0123456789") == std::string::npos) {
+        try {
+            mask = static_cast<unsigned int>(std::stoul(text));
+            return true;
+        } catch (const std::exception&) {
+            why = "the storage type " + text + " is too large";
+            return false;
+        }
+    }
+    static const std::pair<const char*, unsigned int> words[] = {
+        {"disk", vessa::target::Storage::discoveredBlockDevice},
+        {"logical", vessa::target::Storage::logicalStorageMask},
+        {"fs", vessa::target::Storage::fileSystemStorage},
+        {"all", vessa::target::Storage::allStorage}};
+    unsigned int result = 0;
+    for (std::string::size_type start = 0; start <= text.size();) {
+        const std::string::size_type comma = std::min(text.find(',', start), text.size());
+        const std::string word = text.substr(start, comma - start);
+        start = comma + 1;
+        auto it = std::find_if(std::begin(words), std::end(words),
+                               [&word](const auto& w) { return word == w.first; });
+        if (it == std::end(words)) {
+            why = "unknown storage type \"" + word + "\" (disk, logical, fs, all or a number)";
+            return false;
+        }
+        result |= it->second;
+    }
+    if (result == 0) {
+        why = "no storage type given (disk, logical, fs, all or a number)";
+        return false;
+    }
+    mask = result;
+    return true;
+}
+
+std::vector<std::string> inUseOf(vessa::target::Storage& item) {
+    std::vector<std::string> reasons;
+    auto it = item.properties().find("inUse");
+    if (it == item.properties().end()) {
+        return reasons;
+    }
+    const std::string& text = it->second.value();
+    for (std::string::size_type start = 0; start < text.size();) {
+        const std::string::size_type end = text.find("; ", start);
+        reasons.push_back(text.substr(start, end == std::string::npos ? std::string::npos : end - start));
+        start = end == std::string::npos ? text.size() : end + 2;
+    }
+    return reasons;
+}
+
+bool isCandidate(vessa::target::Storage& item) {
+    return item.exclusionString().find_first_not_of(' ') == std::string::npos && inUseOf(item).empty();
 }
 
 std::string displayNameOf(const vessa::target::Property& property) {
@@ -110,11 +181,18 @@ std::string displayNameOf(const vessa::target::Property& property, std::ostrings
 }
 
 void writeStorageJson(JsonWriter& json, const std::string& hostName,
-                      const std::list<vessa::target::Storage*>& storage) {
+                      const std::list<vessa::target::Storage*>& storage,
+                      const vessa::target::DiscoveryReport* report) {
     std::ostringstream row;
     json.beginObject();
     json.key("host");
     json.value(hostName);
+    if (report != nullptr) {
+        json.key("complete");
+        json.value(report->complete());
+        json.key("warnings");
+        json.value(report->warnings);
+    }
     json.key("storage");
     json.beginArray();
     for (vessa::target::Storage* s : storage) {
@@ -123,6 +201,8 @@ void writeStorageJson(JsonWriter& json, const std::string& hostName,
         json.value(static_cast<long long>(s->index()));
         json.key("type");
         json.value(static_cast<unsigned long long>(s->deviceStorageType()));
+        json.key("kind");
+        json.value(kindOf(s->deviceStorageType()));
         json.key("name");
         json.value(s->name());
         json.key("path");
@@ -135,6 +215,8 @@ void writeStorageJson(JsonWriter& json, const std::string& hostName,
         json.value(s->exclusionString());
         json.key("reasons");
         json.value(exclusionReasons(s->exclusionString()));
+        json.key("inUse");
+        json.value(inUseOf(*s));
         json.key("properties");
         json.beginObject();
         for (const auto& [key, p] : s->properties()) {
@@ -157,35 +239,107 @@ void writeStorageJson(JsonWriter& json, const std::string& hostName,
     json.endObject();
 }
 
-void printTable(std::ostream& out, const std::list<vessa::target::Storage*>& storage) {
-    std::vector<std::vector<std::string>> rows;
-    rows.push_back({"INDEX", "TYPE", "PATH", "NAME", "SIZE", "EXCLUSIONS", "REASONS", "INQUIRY"});
-    for (vessa::target::Storage* s : storage) {
-        rows.push_back({std::to_string(s->index()), typeWord(s->deviceStorageType()), s->path(), s->name(),
-                        humanSize(s->size()), "[" + s->exclusionString() + "]",
-                        join(exclusionReasons(s->exclusionString()), ", "), s->inquiry()});
-    }
+namespace {
+
+const std::vector<std::string> kHeader = {"INDEX",      "TYPE",    "PATH",   "NAME",   "SIZE",
+                                          "EXCLUSIONS", "REASONS", "IN USE", "INQUIRY"};
+
+std::vector<std::string> row(vessa::target::Storage& s) {
+    return {std::to_string(s.index()),
+            kindOf(s.deviceStorageType()),
+            s.path(),
+            s.name(),
+            humanSize(s.size()),
+            "[" + s.exclusionString() + "]",
+            join(exclusionReasons(s.exclusionString()), ", "),
+            shortened(join(inUseOf(s), "; "), kInUseWidth),
+            s.inquiry()};
+}
+
+// Aligned columns, two blanks apart, no blanks at the ends of lines. Widths count bytes, as terminals
+// show the ASCII that device data mostly is; the tree's drawing characters count as one column each.
+void printRows(std::ostream& out, const std::vector<std::vector<std::string>>& rows) {
+    auto width = [](const std::string& cell) {
+        std::size_t w = 0;
+        for (unsigned char c : cell) {
+            w += (c & 0xC0) != 0x80;
+        }
+        return w;
+    };
     std::vector<std::size_t> widths(rows.front().size(), 0);
-    for (const auto& row : rows) {
-        for (std::size_t c = 0; c < row.size(); ++c) {
-            widths[c] = std::max(widths[c], row[c].size());
+    for (const auto& r : rows) {
+        for (std::size_t c = 0; c < r.size(); ++c) {
+            widths[c] = std::max(widths[c], width(r[c]));
         }
     }
-    for (const auto& row : rows) {
+    for (const auto& r : rows) {
         std::string line;
-        for (std::size_t c = 0; c < row.size(); ++c) {
-            std::string cell = row[c];
-            if (c + 1 < row.size()) {
-                cell.resize(widths[c], ' ');
-                cell += "  ";
+        for (std::size_t c = 0; c < r.size(); ++c) {
+            line += r[c];
+            if (c + 1 < r.size()) {
+                line.append(widths[c] - width(r[c]) + 2, ' ');
             }
-            line += cell;
         }
-        while (!line.empty() && line.back() == ' ') {
-            line.pop_back();
-        }
+        line.erase(line.find_last_not_of(' ') + 1);
         out << line << '\n';
     }
+}
+
+}  // namespace
+
+void printTable(std::ostream& out, const std::list<vessa::target::Storage*>& storage) {
+    std::vector<std::vector<std::string>> rows = {kHeader};
+    for (vessa::target::Storage* s : storage) {
+        rows.push_back(row(*s));
+    }
+    printRows(out, rows);
+}
+
+void printTree(std::ostream& out, const std::list<vessa::target::Storage*>& storage,
+               const vessa::target::DiscoveryReport& report, bool (*shown)(vessa::target::Storage&)) {
+    const std::vector<vessa::target::Storage*> items(storage.begin(), storage.end());
+    std::vector<std::string> header = kHeader;
+    header.insert(header.begin(), "DEVICE");
+    std::vector<std::vector<std::string>> rows = {header};
+    const auto& nodes = report.devices;
+    // Which depths still have a node to come below the current one: they draw a vertical line.
+    std::vector<bool> open;
+    for (std::size_t i = 0; i < nodes.size(); ++i) {
+        const vessa::target::DeviceNode& n = nodes[i];
+        bool last = true;
+        for (std::size_t k = i + 1; k < nodes.size() && nodes[k].depth >= n.depth; ++k) {
+            if (nodes[k].depth == n.depth) {
+                last = false;
+                break;
+            }
+        }
+        open.resize(static_cast<std::size_t>(n.depth) + 1);
+        std::string above;
+        for (int d = 1; d < n.depth; ++d) {
+            above += open[static_cast<std::size_t>(d)] ? "\u2502 " : "  ";
+        }
+        const std::string prefix = above + (n.depth == 0 ? "" : last ? "\u2514\u2500" : "\u251c\u2500");
+        // Further items of the same device: the lines of the tree go on beside them.
+        const std::string more = above + (n.depth == 0 || last ? "" : "\u2502");
+        open[static_cast<std::size_t>(n.depth)] = !last;
+        bool first = true;
+        for (std::size_t at : n.items) {
+            if (at >= items.size() || (shown != nullptr && !shown(*items[at]))) {
+                continue;
+            }
+            std::vector<std::string> r = row(*items[at]);
+            r.insert(r.begin(), first ? prefix + n.name : more);
+            rows.push_back(std::move(r));
+            first = false;
+        }
+        if (first) {
+            std::vector<std::string> r(header.size());
+            r[0] = prefix + n.name;
+            r[5] = humanSize(n.size);
+            rows.push_back(std::move(r));
+        }
+    }
+    printRows(out, rows);
 }
 
 }  // namespace vessa::cli

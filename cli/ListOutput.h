@@ -1,5 +1,5 @@
-// How `vessa-storage list` shows a host's storage: an aligned table for people, or one JSON document
-// for programs. Items appear in storage-list order.
+// How `vessa-storage list` shows a host's storage: an aligned table or a tree for people, or one JSON
+// document for programs. Items appear in storage-list order.
 #pragma once
 
 #include <list>
@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "cli/JsonWriter.h"
+#include "target/DiscoveryReport.h"
 #include "target/Storage.h"
 
 namespace vessa::cli {
@@ -16,18 +17,40 @@ namespace vessa::cli {
 // The reasons of a ten-column exclusion string in words, in column order ("system", "boot", ...).
 std::vector<std::string> exclusionReasons(const std::string& exclusionString);
 
-// Bytes in binary units with one decimal ("512 B", "1.5 KiB", "931.5 GiB").
+// Bytes in binary units with one decimal, the unit chosen so that the number shown stays below 1024
+// ("512 B", "1.5 KiB", "1.0 GiB").
 std::string humanSize(unsigned long long bytes);
+
+// "disk", "logical" or "fs" for the three kinds discovery makes (else the number).
+std::string kindOf(unsigned int type);
+
+// A --type value: a number (the storage-type mask) or words, alone or comma-separated: "disk" (36),
+// "logical" (26), "fs" (1), "all" (31). False, with the reason in `why`, for anything else.
+bool parseTypes(const std::string& text, unsigned int& mask, std::string& why);
+
+// Why an item's device is in use, as discovery reported it ("inUse" property, reasons joined by "; ").
+std::vector<std::string> inUseOf(vessa::target::Storage& item);
+
+// An item that may be destroyed by testing: no exclusion, and nothing reports its device in use.
+bool isCandidate(vessa::target::Storage& item);
 
 // The label that the XML report shows for a property (the class keeps its display name to itself;
 // the report's own row is where it is published). The second form reuses `row` for the rendering.
 std::string displayNameOf(const vessa::target::Property& property);
 std::string displayNameOf(const vessa::target::Property& property, std::ostringstream& row);
 
-// One host's storage as a JSON object: {"host": NAME, "storage": [ITEM, ...]}, items in list order.
+// One host's storage as a JSON object: {"host": NAME, "complete": BOOL, "warnings": [...],
+// "storage": [ITEM, ...]}, items in list order; without a report, "complete" and "warnings" are left out.
 void writeStorageJson(JsonWriter& json, const std::string& hostName,
-                      const std::list<vessa::target::Storage*>& storage);
+                      const std::list<vessa::target::Storage*>& storage,
+                      const vessa::target::DiscoveryReport* report);
 
 void printTable(std::ostream& out, const std::list<vessa::target::Storage*>& storage);
+
+// The devices of `report` as a tree, each with the rows of its items among `storage` (the host's
+// whole list, which the report's positions refer to) that `shown` lets through, in the table's columns.
+// A device without items is shown by name and size.
+void printTree(std::ostream& out, const std::list<vessa::target::Storage*>& storage,
+               const vessa::target::DiscoveryReport& report, bool (*shown)(vessa::target::Storage&));
 
 }  // namespace vessa::cli

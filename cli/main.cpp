@@ -1,16 +1,22 @@
 // vessa-storage: discover this machine's storage (or replay a snapshot of another) and show it.
 //
-//   vessa-storage list    [--sysroot DIR | --host NAME...] [--type N] [--json] [--log FILE] [-j SECONDS]
-//   vessa-storage report  [--sysroot DIR | --host NAME...] [--type N] [--output FILE] [--log FILE]
+//   vessa-storage list    [--sysroot DIR | --host NAME...] [--type N|WORDS] [--json] [--tree] [--candidates]
+//                         [--log FILE] [-j SECONDS] [--command-timeout SECONDS] [--ssh-config FILE]
+//   vessa-storage report  [--sysroot DIR | --host NAME...] [--type N|WORDS] [--output FILE] [--log FILE] ...
+//   vessa-storage capture DIR [--force] [--log FILE] [--command-timeout SECONDS]
 //   (--host: other hosts, over SSH, each on a thread of its own; --ssh-config FILE for ssh -F)
-//   vessa-storage capture DIR [--force] [--log FILE]
 //
 // Exit status: 0 success, 1 failure (one line on standard error naming what failed), 2 usage.
+// What a run could not see is said on standard error, one warning a line; `list --candidates` then
+// exits 1 without a list, since it must never guess.
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <cstring>
 #include <fstream>
 #include <iostream>
+#include <map>
 #include <memory>
 
 #include <CLI/CLI.hpp>
@@ -28,8 +34,11 @@ namespace {
 
 struct Options {
     std::string sysroot = "/";
+    std::string types = "31";
     unsigned int type = vessa::target::Storage::allStorage;
     bool json = false;
+    bool tree = false;
+    bool candidates = false;
     std::string logFile;
     unsigned int inquiryTimeout = 1;
     unsigned int commandTimeout = 120;
@@ -69,11 +78,16 @@ bool isDirectory(const std::string& path) {
     return ::stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
 }
 
+std::string because() {
+    return std::string(": ") + std::strerror(errno);
+}
+
 void openLog(const Options& o, std::ofstream& log) {
     if (!o.logFile.empty()) {
+        errno = 0;
         log.open(o.logFile, std::ios::out | std::ios::trunc);
         if (!log) {
-            throw Failure("cannot write the log file " + o.logFile);
+            throw Failure("cannot write the log file " + o.logFile + because());
         }
         vessa::target::Host::setLoggingStream(log);
     }
@@ -81,27 +95,42 @@ void openLog(const Options& o, std::ofstream& log) {
 
 // Runs discovery for the machine the view shows. The log stream outlives the host: it is closed only
 // after the host has written its last line.
-std::unique_ptr<vessa::target::Host> discoverWithView(const Options& o) {
+// `extra`: further options of the drive query (what people see beyond the report: the in-use reasons,
+// the device tree).
+std::unique_ptr<vessa::target::Host> discoverWithView(const Options& o, const std::list<std::string>& extra) {
     std::string name = vessa::sal::sys::current().hostName();
     std::unique_ptr<vessa::target::Host> host(vessa::target::Host::named(name, false));
     vessa::target::Host::callback progress = ::isatty(STDERR_FILENO) ? showProgress : nullptr;
-    host->fill(static_cast<vessa::target::Storage::storageType>(o.type), progress, false,
-               {"-j" + std::to_string(o.inquiryTimeout)});
+    std::list<std::string> options = {"-j" + std::to_string(o.inquiryTimeout)};
+    options.insert(options.end(), extra.begin(), extra.end());
+    host->fill(static_cast<vessa::target::Storage::storageType>(o.type), progress, false, options);
     endProgress();
     return host;
 }
 
-std::unique_ptr<vessa::target::Host> discover(const Options& o, std::ofstream& log) {
+std::unique_ptr<vessa::target::Host> discover(const Options& o, std::ofstream& log,
+                                              const std::list<std::string>& extra) {
     if (!isDirectory(o.sysroot)) {
         throw Failure("snapshot root " + o.sysroot + " is not a directory");
     }
+    if (o.sysroot != "/" && !isDirectory(o.sysroot + "/sys/block") &&
+        ::access((o.sysroot + "/proc/partitions").c_str(), F_OK) != 0) {
+        throw Failure(o.sysroot + " is not a snapshot: it has neither proc/partitions nor sys/block");
+    }
     vessa::sal::sys::useRoot(o.sysroot);
     openLog(o, log);
-    return discoverWithView(o);
+    return discoverWithView(o, extra);
+}
+
+void warn(const vessa::target::DiscoveryReport& report) {
+    for (const std::string& w : report.warnings) {
+        std::cerr << "vessa-storage: warning: " << w << '\n';
+    }
 }
 
 // The hosts named by --host, asked over SSH; failures are reported and make the exit status 1.
-std::vector<vessa::cli::FleetAnswer> askHosts(const Options& o, std::ofstream& log) {
+std::vector<vessa::cli::FleetAnswer> askHosts(const Options& o, std::ofstream& log,
+                                              const std::list<std::string>& extra) {
     if (o.sysroot != "/") {
         throw Refusal("--sysroot and --host cannot be used together");
     }
@@ -110,26 +139,63 @@ std::vector<vessa::cli::FleetAnswer> askHosts(const Options& o, std::ofstream& l
     if (!o.sshConfig.empty()) {
         vessa::hax::setSshConfig(o.sshConfig);
     }
-    return vessa::cli::queryFleet(o.hosts, static_cast<vessa::target::Storage::storageType>(o.type),
-                                  {"-j" + std::to_string(o.inquiryTimeout)});
+    std::list<std::string> options = {"-j" + std::to_string(o.inquiryTimeout)};
+    options.insert(options.end(), extra.begin(), extra.end());
+    return vessa::cli::queryFleet(o.hosts, static_cast<vessa::target::Storage::storageType>(o.type), options);
+}
+
+// What a fleet answer could not see. This machine's run says so itself; the listing tool of another
+// host says nothing of devices in use, so its items are never taken for free.
+vessa::target::DiscoveryReport reportOf(vessa::target::Host& h) {
+    if (h.id() == vessa::hax::Host::named("127.0.0.1", false).id()) {
+        return h.discoveryReport();
+    }
+    vessa::target::DiscoveryReport r;
+    r.warnings.push_back("the listing of a remote host does not say which devices are in use");
+    return r;
 }
 
 int listHosts(const Options& o) {
     std::ofstream log;
-    const std::vector<vessa::cli::FleetAnswer> answers = askHosts(o, log);
+    const std::vector<vessa::cli::FleetAnswer> answers = askHosts(o, log, {"--in-use"});
+    int failed = vessa::cli::reportFailures(std::cerr, answers);
+    // Each host's own list: its candidates only when asked, and none from a host that could not see all.
+    std::map<vessa::target::Host*, std::list<vessa::target::Storage*>> shown;
+    for (const vessa::cli::FleetAnswer& a : answers) {
+        if (!a.failure.empty()) {
+            continue;
+        }
+        const vessa::target::DiscoveryReport report = reportOf(*a.host);
+        for (const std::string& w : report.warnings) {
+            std::cerr << "vessa-storage: " << a.name << ": warning: " << w << '\n';
+        }
+        if (o.candidates && !report.complete()) {
+            std::cerr << "vessa-storage: " << a.name
+                      << ": could not see everything; no candidates are listed\n";
+            ++failed;
+        }
+        std::list<vessa::target::Storage*>& items = shown[a.host.get()];
+        for (vessa::target::Storage* s : a.host->storage()) {
+            if (!o.candidates || (report.complete() && vessa::cli::isCandidate(*s))) {
+                items.push_back(s);
+            }
+        }
+    }
     if (o.json) {
         vessa::cli::JsonWriter json(std::cout);
-        if (vessa::cli::writeFleetJson(json, answers, [](vessa::cli::JsonWriter& j, vessa::target::Host& h) {
-                vessa::cli::writeStorageJson(j, h.name(), h.storage());
-            })) {
+        if (vessa::cli::writeFleetJson(json, answers,
+                                       [&shown](vessa::cli::JsonWriter& j, vessa::target::Host& h) {
+                                           const vessa::target::DiscoveryReport report = reportOf(h);
+                                           vessa::cli::writeStorageJson(j, h.name(), shown[&h], &report);
+                                       })) {
             json.finish();
         }
     } else {
-        vessa::cli::printFleetTables(std::cout, answers, [](std::ostream& out, vessa::target::Host& h) {
-            vessa::cli::printTable(out, h.storage());
+        vessa::cli::printFleetTables(std::cout, answers, [&shown](std::ostream& out, vessa::target::Host& h) {
+            vessa::cli::printTable(out, shown[&h]);
         });
     }
-    return vessa::cli::reportFailures(std::cerr, answers) == 0 ? 0 : 1;
+    return failed == 0 ? 0 : 1;
 }
 
 int reportHosts(const Options& o) {
@@ -137,7 +203,7 @@ int reportHosts(const Options& o) {
         throw Refusal("--output names one file: leave it out to write <name>.xml for each host");
     }
     std::ofstream log;
-    const std::vector<vessa::cli::FleetAnswer> answers = askHosts(o, log);
+    const std::vector<vessa::cli::FleetAnswer> answers = askHosts(o, log, {});
     int failed = vessa::cli::reportFailures(std::cerr, answers);
     for (const vessa::cli::FleetAnswer& a : answers) {
         if (!a.failure.empty()) {
@@ -164,13 +230,32 @@ int list(const Options& o) {
         return listHosts(o);
     }
     std::ofstream log;
-    std::unique_ptr<vessa::target::Host> host = discover(o, log);
+    std::list<std::string> extra = {"--in-use"};
+    if (o.tree) {
+        extra.push_back("--tree");
+    }
+    std::unique_ptr<vessa::target::Host> host = discover(o, log, extra);
+    const vessa::target::DiscoveryReport& report = host->discoveryReport();
+    warn(report);
+    if (o.candidates && !report.complete()) {
+        std::cerr << "vessa-storage: the run could not see everything; no candidates are listed\n";
+        return 1;
+    }
+    std::list<vessa::target::Storage*> shown;
+    for (vessa::target::Storage* s : host->storage()) {
+        if (!o.candidates || vessa::cli::isCandidate(*s)) {
+            shown.push_back(s);
+        }
+    }
     if (o.json) {
         vessa::cli::JsonWriter json(std::cout);
-        vessa::cli::writeStorageJson(json, host->name(), host->storage());
+        vessa::cli::writeStorageJson(json, host->name(), shown, &report);
         json.finish();
+    } else if (o.tree) {
+        vessa::cli::printTree(std::cout, host->storage(), report,
+                              o.candidates ? vessa::cli::isCandidate : nullptr);
     } else {
-        vessa::cli::printTable(std::cout, host->storage());
+        vessa::cli::printTable(std::cout, shown);
     }
     return 0;
 }
@@ -180,16 +265,18 @@ int report(const Options& o) {
         return reportHosts(o);
     }
     std::ofstream log;
-    std::unique_ptr<vessa::target::Host> host = discover(o, log);
+    std::unique_ptr<vessa::target::Host> host = discover(o, log, {});
+    warn(host->discoveryReport());
     std::string file = o.output.empty() ? host->name() + ".xml" : o.output;
+    errno = 0;
     std::ofstream out(file, std::ios::out | std::ios::trunc);
     if (!out) {
-        throw Failure("cannot write the report " + file);
+        throw Failure("cannot write the report " + file + because());
     }
     host->printStorage(out);
     out.close();
     if (!out) {
-        throw Failure("cannot write the report " + file);
+        throw Failure("cannot write the report " + file + because());
     }
     std::cerr << "wrote " << file << '\n';
     return 0;
@@ -211,7 +298,9 @@ int capture(const Options& o) {
         std::make_unique<vessa::sal::sys::RecordingView>(vessa::sal::sys::makeLiveView(), o.captureDir);
     vessa::sal::sys::RecordingView* recorder = recording.get();
     vessa::sal::sys::install(std::move(recording));
-    std::unique_ptr<vessa::target::Host> host = discoverWithView(o);
+    // The in-use sources are recorded too, so that a replay shows what the kernel said was in use.
+    std::unique_ptr<vessa::target::Host> host = discoverWithView(o, {"--in-use"});
+    warn(host->discoveryReport());
     const std::string error = recorder->firstError();
     const std::size_t items = host->storage().size();
     host.reset();
@@ -236,8 +325,9 @@ int main(int argc, char** argv) {
     auto common = [&o](CLI::App* cmd) {
         cmd->add_option("--sysroot", o.sysroot, "Replay the snapshot in DIR instead of this machine")
             ->type_name("DIR");
-        cmd->add_option("--type", o.type, "Storage kinds: 1 file systems, 36 disks, 26 logical, 31 all")
-            ->type_name("N");
+        cmd->add_option("--type", o.types,
+                        "Storage kinds: disk, logical, fs, all (comma-separated), or the mask 36, 26, 1, 31")
+            ->type_name("N|WORDS");
         cmd->add_option("--log", o.logFile, "Write the library's log to FILE")->type_name("FILE");
         cmd->add_option("--command-timeout", o.commandTimeout,
                         "End a tool that has not finished after SECONDS (default 120, 0: never)")
@@ -250,6 +340,10 @@ int main(int argc, char** argv) {
     CLI::App* listCmd = app.add_subcommand("list", "Show the storage list");
     common(listCmd);
     listCmd->add_flag("--json", o.json, "One JSON document instead of a table");
+    listCmd->add_flag("--tree", o.tree, "Devices nested under what they belong to");
+    listCmd->add_flag("--candidates", o.candidates,
+                      "Only what may be destroyed by testing: no exclusion and not in use (exit 1 when the "
+                      "run could not see everything)");
     listCmd->add_option("-j", o.inquiryTimeout, "SCSI inquiry timeout in seconds (default 1)")
         ->type_name("SECONDS");
     CLI::App* reportCmd = app.add_subcommand("report", "Write the XML storage report");
@@ -265,11 +359,22 @@ int main(int argc, char** argv) {
                      "End a tool that has not finished after SECONDS (default 120, 0: never)")
         ->type_name("SECONDS");
 
+    // An option before any command would only be answered with "a subcommand is required".
+    if (argc > 1 && argv[1][0] == '-' && app.get_option_no_throw(argv[1]) == nullptr &&
+        std::string(argv[1]) != "-h" && std::string(argv[1]) != "--help") {
+        std::cerr << "vessa-storage: unknown option " << argv[1] << " (see vessa-storage --help)\n";
+        return 2;
+    }
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& e) {
         int rc = app.exit(e);
         return rc == 0 ? 0 : 2;
+    }
+    std::string why;
+    if (!vessa::cli::parseTypes(o.types, o.type, why)) {
+        std::cerr << "vessa-storage: " << why << '\n';
+        return 2;
     }
 
     vessa::target::Host::setCommandTimeout(o.commandTimeout);

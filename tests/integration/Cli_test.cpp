@@ -34,27 +34,68 @@ const nlohmann::json* itemAt(const nlohmann::json& doc, const std::string& path,
     return nullptr;
 }
 
-TEST(CliLive, ListShowsWhatTheTestMade) {
+std::string joined(const nlohmann::json& reasons) {
+    std::string out;
+    for (const auto& r : reasons) {
+        out += (out.empty() ? "" : "; ") + r.get<std::string>();
+    }
+    return out;
+}
+
+TEST(CliLive, ListShowsWhatTheTestMadeAndWhatIsInUse) {
     if (!vessa::test::runningAsRoot()) {
         GTEST_SKIP() << "needs root for loop devices";
     }
     vessa::test::TestMachine m;
     ASSERT_TRUE(m.ok());
-
     const nlohmann::json doc = listJson();
-    const nlohmann::json* fs = itemAt(doc, m.mountPoint() + "/targetfile.dat", 1);
-    ASSERT_NE(fs, nullptr) << doc.dump(1);
-    EXPECT_EQ((*fs)["name"], m.mounted.name());
-    for (const LoopDevice* pv : {&m.pvA, &m.pvB}) {
-        const nlohmann::json* item = itemAt(doc, pv->device(), 36);
-        ASSERT_NE(item, nullptr) << pv->device();
-        EXPECT_EQ((*item)["exclusions"], "       V  ");
-        EXPECT_EQ((*item)["reasons"], nlohmann::json::array({"volume group member"}));
+    EXPECT_EQ(doc["complete"], true) << doc["warnings"].dump();
+
+    const std::string p1 = m.gpt.device() + "p1", p2 = m.gpt.device() + "p2";
+    const struct {
+        std::string path;
+        unsigned int type;
+        const char* exclusions;
+        std::string inUse;  // the reasons, joined
+    } expected[] = {
+        {m.gpt.device(), 36, "    P     ",
+         "through " + m.gpt.name() + "p1: mounted at " + m.partitionMountPoint() + "; through " +
+             m.gpt.name() + "p2: active swap"},
+        {p1, 26, "          ", "mounted at " + m.partitionMountPoint()},
+        {p2, 26, "          ", "active swap"},
+        {m.pvA.device(), 36, "       V  ", ""},
+        {m.blank.device(), 36, "          ", ""},
+        {m.mountPoint() + "/targetfile.dat", 1, "          ", "mounted at " + m.mountPoint()},
+    };
+    for (const auto& e : expected) {
+        const nlohmann::json* item = itemAt(doc, e.path, e.type);
+        ASSERT_NE(item, nullptr) << e.path;
+        EXPECT_EQ((*item)["exclusions"], e.exclusions) << e.path;
+        EXPECT_EQ(joined((*item)["inUse"]), e.inUse) << e.path;
     }
-    const nlohmann::json* b = itemAt(doc, m.blank.device(), 36);
-    ASSERT_NE(b, nullptr);
-    EXPECT_EQ((*b)["exclusions"], "          ");
-    EXPECT_EQ((*b)["size"], 16 << 20);
+    // The device that holds / is in use, whatever its exclusions say.
+    bool root = false;
+    for (const auto& item : doc["storage"]) {
+        root = root || (item["type"] == 36 && joined(item["inUse"]).find("mounted at /;") == 0) ||
+               (item["type"] == 36 && joined(item["inUse"]) == "mounted at /");
+    }
+    EXPECT_TRUE(root) << "no disk is in use for /";
+
+    // Candidates: the blank disk only of what the test made; nothing in use or excluded.
+    const nlohmann::json candidates = listJson({"--candidates"});
+    std::vector<std::string> paths;
+    for (const auto& item : candidates["storage"]) {
+        paths.push_back(item["path"]);
+        EXPECT_TRUE(item["inUse"].empty() && item["exclusions"] == "          ") << item.dump();
+    }
+    EXPECT_NE(std::find(paths.begin(), paths.end(), m.blank.device()), paths.end());
+
+    // Without the rights to look, the run says so and names no candidate.
+    std::string out;
+    const std::list<std::string> unprivileged = {"--reuid=65534", "--regid=65534", "--clear-groups",
+                                                 kProgram,        "list",          "--candidates"};
+    EXPECT_EQ(vessa::sal::exec::runCaptured("setpriv", unprivileged, out), 1);
+    EXPECT_EQ(out.find(m.blank.device()), std::string::npos) << out;
 }
 
 TEST(CliLive, UsageAndFailures) {
@@ -63,6 +104,8 @@ TEST(CliLive, UsageAndFailures) {
     EXPECT_EQ(vessa::sal::exec::runCaptured(kProgram, {"list", "--bogus"}, out), 2);
     EXPECT_EQ(vessa::sal::exec::runCaptured(kProgram, {"list", "--sysroot", "/nonexistent-root"}, out), 1);
     EXPECT_EQ(vessa::sal::exec::runCaptured(kProgram, {"--version"}, out), 0);
+    EXPECT_EQ(vessa::sal::exec::runCaptured(kProgram, {"--bogus"}, out), 2);
+    EXPECT_EQ(vessa::sal::exec::runCaptured(kProgram, {"list", "--type", "disk,nonsense"}, out), 2);
 }
 
 }  // namespace

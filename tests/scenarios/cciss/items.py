@@ -22,3 +22,4 @@ ITEMS = [
     item(1, 3, "cciss/c0d0p1", "/boot/targetfile.dat", 104391 * 1024, "A", p1(""), inquiry=INQ),
     item(1, 4, "cciss/c0d0p2", "//targetfile.dat", 71545477 * 1024, "S", p2(""), inquiry=INQ),
 ]
+WARNINGS = NO_IN_USE

@@ -50,3 +50,4 @@ ITEMS = [
     item(1, 6, "vg0-root", "//targetfile.dat", 20971520 * 1024, "SV", dm0("")),
     item(1, 7, "vg0-home", "/home/targetfile.dat", 7340032 * 1024, "V", dm2("")),
 ]
+WARNINGS = [NO_SYS_BLOCK] + NO_IN_USE

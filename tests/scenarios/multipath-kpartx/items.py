@@ -21,3 +21,4 @@ ITEMS = [
     item(1, 2, "mpatha1", "/data/targetfile.dat", 10484736 * 1024, "", dm1("")),
 ]
 WITH_REPORT = True
+WARNINGS = [NO_SYS_BLOCK] + NO_IN_USE

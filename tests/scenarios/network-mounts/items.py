@@ -18,3 +18,4 @@ ITEMS = [
     item(1, 4, "gvfsd-fuse", "/run/user/1000/gvfs/targetfile.dat", 0, "", fuse),
     item(1, 5, "vda", "//targetfile.dat", 41943040 * 1024, "S", vda),
 ]
+WARNINGS = [NO_SYS_BLOCK] + NO_IN_USE

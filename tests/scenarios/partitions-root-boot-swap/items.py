@@ -26,3 +26,4 @@ ITEMS = [
     item(1, 4, "sda1", "/boot/targetfile.dat", 524288 * 1024, "A", sda1("")),
     item(1, 5, "sda2", "//targetfile.dat", 16777216 * 1024, "S", sda2("")),
 ]
+WARNINGS = [NO_SYS_BLOCK] + NO_IN_USE

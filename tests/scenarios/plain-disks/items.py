@@ -11,3 +11,4 @@ ITEMS = [
           sys_block("", "sdb", 8, 16, 4194304, model="Flash Disk", vendor="Generic ", removable=True)]),
 ]
 WITH_REPORT = True
+WARNINGS = NO_IN_USE

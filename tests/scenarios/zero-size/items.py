@@ -8,3 +8,5 @@ ITEMS = [
     item(36, 2, "sdc", "/dev/sdc", 2097152 * 1024, "",
          [proc_partition("", "sdc", 2097152, 8, 32), sys_block("", "sdc", 8, 32, 4194304, removable=False)]),
 ]
+WARNINGS = ["file could not be run: devices holding a file system without a partition table may not be marked "
+            "partitioned"] + NO_IN_USE
