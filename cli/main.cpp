@@ -15,6 +15,7 @@
 #include <CLI/CLI.hpp>
 
 #include "cli/Capture.h"
+#include "cli/ErrorText.h"
 #include "cli/ListOutput.h"
 #include "platform/Exception.h"
 #include "platform/view/RecordingView.h"
@@ -211,13 +212,9 @@ int main(int argc, char** argv) {
         endProgress();
         std::cerr << "vessa-storage: " << e.what() << '\n';
         return 2;
-    } catch (const Failure& e) {
-        endProgress();
-        std::cerr << "vessa-storage: " << e.what() << '\n';
-    } catch (const vessa::Exception& e) {
-        std::cerr << "vessa-storage: " << e.typeName() << ": " << e.why() << '\n';
     } catch (const std::exception& e) {
-        std::cerr << "vessa-storage: " << e.what() << '\n';
+        endProgress();
+        std::cerr << "vessa-storage: " << vessa::cli::errorText(e) << '\n';
     }
     return 1;
 }
