@@ -109,10 +109,21 @@ int list(const Options& o) {
     return 0;
 }
 
+// The report's default file is <host name>.xml in the current directory, and only there: the name
+// comes from the machine (or from a snapshot someone sent), so one that would lead elsewhere is refused.
+std::string defaultReportFile(const std::string& hostName) {
+    if (hostName.empty() || hostName[0] == '.' ||
+        hostName.find_first_of(std::string("/\0", 2)) != std::string::npos) {
+        throw Failure("host name \"" + hostName + "\" would put the report outside the current directory; " +
+                      "name the file with --output");
+    }
+    return hostName + ".xml";
+}
+
 int report(const Options& o) {
     std::ofstream log;
     std::unique_ptr<vessa::target::Host> host = discover(o, log);
-    std::string file = o.output.empty() ? host->name() + ".xml" : o.output;
+    std::string file = o.output.empty() ? defaultReportFile(host->name()) : o.output;
     std::ofstream out(file, std::ios::out | std::ios::trunc);
     if (!out) {
         throw Failure("cannot write the report " + file);
