@@ -2,6 +2,7 @@
 
 #include <thread>
 
+#include "cli/ErrorText.h"
 #include "platform/Exception.h"
 
 namespace vessa::cli {
@@ -15,6 +16,14 @@ void askOne(FleetAnswer& answer, vessa::target::Storage::storageType type,
         vessa::sal::exec::Thread worker = answer.host->queryDevices(type, options);
         worker.wait();
         answer.failure = worker.failure();
+        if (worker.exception()) {
+            try {
+                std::rethrow_exception(worker.exception());
+            } catch (const std::exception& e) {
+                answer.failure = errorText(e);  // a listing line that cannot be read is named
+            } catch (...) {
+            }
+        }
         if (answer.failure.empty()) {
             answer.failure = answer.host->lastQueryFailure();
         }

@@ -22,6 +22,7 @@
 #include <CLI/CLI.hpp>
 
 #include "cli/Capture.h"
+#include "cli/ErrorText.h"
 #include "cli/Fleet.h"
 #include "cli/ListOutput.h"
 #include "platform/Exception.h"
@@ -198,6 +199,17 @@ int listHosts(const Options& o) {
     return failed == 0 ? 0 : 1;
 }
 
+// The report's default file is <host name>.xml in the current directory, and only there: the name
+// comes from the machine (or from a snapshot someone sent), so one that would lead elsewhere is refused.
+std::string defaultReportFile(const std::string& hostName) {
+    if (hostName.empty() || hostName[0] == '.' ||
+        hostName.find_first_of(std::string("/\0", 2)) != std::string::npos) {
+        throw Failure("host name \"" + hostName + "\" would put the report outside the current directory; " +
+                      "name the file with --output");
+    }
+    return hostName + ".xml";
+}
+
 int reportHosts(const Options& o) {
     if (o.hosts.size() > 1 && !o.output.empty()) {
         throw Refusal("--output names one file: leave it out to write <name>.xml for each host");
@@ -209,7 +221,16 @@ int reportHosts(const Options& o) {
         if (!a.failure.empty()) {
             continue;
         }
-        const std::string file = o.output.empty() ? a.host->name() + ".xml" : o.output;
+        std::string file = o.output;
+        if (file.empty()) {
+            try {
+                file = defaultReportFile(a.host->name());
+            } catch (const Failure& e) {
+                std::cerr << "vessa-storage: " << a.name << ": " << e.what() << '\n';
+                ++failed;
+                continue;
+            }
+        }
         std::ofstream out(file, std::ios::out | std::ios::trunc);
         if (out) {
             a.host->printStorage(out);
@@ -267,7 +288,7 @@ int report(const Options& o) {
     std::ofstream log;
     std::unique_ptr<vessa::target::Host> host = discover(o, log, {});
     warn(host->discoveryReport());
-    std::string file = o.output.empty() ? host->name() + ".xml" : o.output;
+    std::string file = o.output.empty() ? defaultReportFile(host->name()) : o.output;
     errno = 0;
     std::ofstream out(file, std::ios::out | std::ios::trunc);
     if (!out) {
@@ -390,13 +411,9 @@ int main(int argc, char** argv) {
         endProgress();
         std::cerr << "vessa-storage: " << e.what() << '\n';
         return 2;
-    } catch (const Failure& e) {
-        endProgress();
-        std::cerr << "vessa-storage: " << e.what() << '\n';
-    } catch (const vessa::Exception& e) {
-        std::cerr << "vessa-storage: " << e.typeName() << ": " << e.why() << '\n';
     } catch (const std::exception& e) {
-        std::cerr << "vessa-storage: " << e.what() << '\n';
+        endProgress();
+        std::cerr << "vessa-storage: " << vessa::cli::errorText(e) << '\n';
     }
     return 1;
 }

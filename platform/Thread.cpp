@@ -25,6 +25,7 @@ struct Thread::State {
     bool joined = false;
     pthread_t thread{};
     std::string failure;
+    std::exception_ptr exception;
 };
 
 Thread::Thread() : state_(std::make_shared<State>()) {}
@@ -44,17 +45,22 @@ void* runTask(void* arg) {
     std::shared_ptr<Thread::State> s = *state;
     delete state;
     std::string failure;
+    std::exception_ptr exception;
     try {
         s->task->run();
     } catch (const vessa::Exception& e) {
         failure = std::string(e.typeName()) + ": " + e.why();
+        exception = std::current_exception();
     } catch (const std::exception& e) {
         failure = e.what();
+        exception = std::current_exception();
     } catch (...) {
         failure = "unknown exception";
+        exception = std::current_exception();
     }
     std::lock_guard<std::mutex> lock(s->mutex);
     s->failure = failure;
+    s->exception = exception;
     return nullptr;
 }
 
@@ -94,6 +100,11 @@ void Thread::wait() {
     pthread_join(thread, nullptr);
     std::lock_guard<std::mutex> lock(state_->mutex);
     state_->joined = true;
+}
+
+std::exception_ptr Thread::exception() const {
+    std::lock_guard<std::mutex> lock(state_->mutex);
+    return state_->exception;
 }
 
 std::string Thread::failure() const {

@@ -11,6 +11,7 @@
 // handle too: copies share one thread, and any copy may wait for it.
 #pragma once
 
+#include <exception>
 #include <memory>
 #include <string>
 
@@ -54,6 +55,8 @@ class Thread {
     // The text of the exception that ended the task, or "" when it returned normally. An exception
     // ends the thread, never the process.
     std::string failure() const;
+    // The exception itself (null when the task ended normally), for callers that tell kinds apart.
+    std::exception_ptr exception() const;
 
     struct State;  // opaque; shared by every copy of the handle and by the running thread
 

@@ -4,6 +4,7 @@
 #include "platform/Log.h"
 #include "platform/Str.h"
 #include "target/Host.h"
+#include "target/ListingLineError.h"
 
 namespace vessa::target {
 
@@ -34,87 +35,94 @@ void Host::parseOldKorvoListing(std::istringstream& listing, const Storage::stor
     // Paths are flipped to the other separator convention when exactly one side runs "win".
     const bool flipPath = (sal::hostinfo::build::os() == "win") != (buildOs_ == "win");
 
+    std::size_t number = 0;
     for (std::string line; std::getline(listing, line);) {
-        VESSA_LOG << "Parsing: " << str::trim(line);
-        std::string rest = line;
-        std::string field = splitField(rest);
+        ++number;
+        // A number that does not convert ends the listing here, and the error names this line.
+        try {
+            VESSA_LOG << "Parsing: " << str::trim(line);
+            std::string rest = line;
+            std::string field = splitField(rest);
 
-        VESSA_LOG << "Checking for device index";
-        int index = -1;
-        if (!field.empty() && field[0] == '[') {
-            str::to(index, field.substr(1));
-            field = splitField(rest);
-        }
-        VESSA_LOG << "Setting path";
-        const std::string path = field;
-        VESSA_LOG << "Path set to: " << path << ", still parsing " << rest;
-
-        std::string name, inquiry, fileSystem, volumeGroup, scsi, exclusionText;
-        unsigned int signature = 0, partitionCount = 0;
-        unsigned long long size = 0;
-        bool boot = false, system = false, swap = false;
-        int driveType = 0;
-
-        auto next = [&](const char* label, std::string& value) {
-            value = splitField(rest);
-            VESSA_LOG << label << value << ", still parsing " << rest;
-        };
-        if (!rest.empty())
-            next("", name);
-        if (!rest.empty())
-            next("Inquir: ", inquiry);
-        if (!rest.empty())
-            next("FS: ", fileSystem);
-        if (!rest.empty())
-            next("", volumeGroup);
-        if (!rest.empty())
-            next("SCSI: ", scsi);
-        if (!rest.empty())
-            next("EX: ", exclusionText);
-        std::string text;
-        if (!rest.empty()) {
-            // Read and checked, never used: a listing with a broken drive type is refused as a whole.
-            next("DriveType: ", text);
-            str::to(driveType, text);
-        }
-        if (!rest.empty()) {
-            next("Signature: ", text);
-            if (!text.empty()) {
-                str::to(signature, text);
+            VESSA_LOG << "Checking for device index";
+            int index = -1;
+            if (!field.empty() && field[0] == '[') {
+                str::to(index, field.substr(1));
+                field = splitField(rest);
             }
-        }
-        if (!rest.empty()) {
-            next("Partition Count: ", text);
-            str::to(partitionCount, text);
-            if (partitionCount == 0 && exclusionText.find('P') != std::string::npos) {
-                VESSA_LOG << "Partition exclusion found when no partitions present!";
-                partitionCount = 1;
-            }
-        }
-        if (!rest.empty()) {
-            next("Size: ", text);
-            str::to(size, text);
-        }
-        if (!rest.empty()) {
-            next("Boot: ", text);
-            str::to(boot, text);
-        }
-        if (!rest.empty()) {
-            next("System: ", text);
-            str::to(system, text);
-        }
-        if (!rest.empty()) {
-            next("Swap: ", text);
-            str::to(swap, text);
-        }
+            VESSA_LOG << "Setting path";
+            const std::string path = field;
+            VESSA_LOG << "Path set to: " << path << ", still parsing " << rest;
 
-        VESSA_LOG << "Adding new storage \"" << name << "\"";
-        storage_.push_back(new Storage(type, index, str::trim(name), str::trim(path), size,
-                                       str::trim(inquiry), str::trim(fileSystem), str::trim(volumeGroup),
-                                       str::trim(scsi), exclusionText, signature, partitionCount, boot,
-                                       system, swap, flipPath));
-        if (cb != nullptr) {
-            cb(95, "Added " + path + " to devices");
+            std::string name, inquiry, fileSystem, volumeGroup, scsi, exclusionText;
+            unsigned int signature = 0, partitionCount = 0;
+            unsigned long long size = 0;
+            bool boot = false, system = false, swap = false;
+            int driveType = 0;
+
+            auto next = [&](const char* label, std::string& value) {
+                value = splitField(rest);
+                VESSA_LOG << label << value << ", still parsing " << rest;
+            };
+            if (!rest.empty())
+                next("", name);
+            if (!rest.empty())
+                next("Inquir: ", inquiry);
+            if (!rest.empty())
+                next("FS: ", fileSystem);
+            if (!rest.empty())
+                next("", volumeGroup);
+            if (!rest.empty())
+                next("SCSI: ", scsi);
+            if (!rest.empty())
+                next("EX: ", exclusionText);
+            std::string text;
+            if (!rest.empty()) {
+                // Read and checked, never used: a listing with a broken drive type is refused as a whole.
+                next("DriveType: ", text);
+                str::to(driveType, text);
+            }
+            if (!rest.empty()) {
+                next("Signature: ", text);
+                if (!text.empty()) {
+                    str::to(signature, text);
+                }
+            }
+            if (!rest.empty()) {
+                next("Partition Count: ", text);
+                str::to(partitionCount, text);
+                if (partitionCount == 0 && exclusionText.find('P') != std::string::npos) {
+                    VESSA_LOG << "Partition exclusion found when no partitions present!";
+                    partitionCount = 1;
+                }
+            }
+            if (!rest.empty()) {
+                next("Size: ", text);
+                str::to(size, text);
+            }
+            if (!rest.empty()) {
+                next("Boot: ", text);
+                str::to(boot, text);
+            }
+            if (!rest.empty()) {
+                next("System: ", text);
+                str::to(system, text);
+            }
+            if (!rest.empty()) {
+                next("Swap: ", text);
+                str::to(swap, text);
+            }
+
+            VESSA_LOG << "Adding new storage \"" << name << "\"";
+            storage_.push_back(new Storage(type, index, str::trim(name), str::trim(path), size,
+                                           str::trim(inquiry), str::trim(fileSystem), str::trim(volumeGroup),
+                                           str::trim(scsi), exclusionText, signature, partitionCount, boot,
+                                           system, swap, flipPath));
+            if (cb != nullptr) {
+                cb(95, "Added " + path + " to devices");
+            }
+        } catch (const str::Exception& e) {
+            throw ListingLineError(e, line, number);
         }
     }
 }

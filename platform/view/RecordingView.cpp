@@ -1,18 +1,16 @@
 #include "platform/view/RecordingView.h"
 
+#include <cerrno>
+#include <cstring>
 #include <filesystem>
-#include <fstream>
 
 namespace vessa::sal::sys {
 
 namespace fs = std::filesystem;
+using posix::RootedFiles;
 
 RecordingView::RecordingView(std::unique_ptr<View> inner, std::string dir)
-    : inner_(std::move(inner)), dir_(std::move(dir)) {}
-
-std::string RecordingView::target(const std::string& hostPath) const {
-    return dir_ + (hostPath.empty() || hostPath[0] != '/' ? "/" : "") + hostPath;
-}
+    : inner_(std::move(inner)), dir_(std::move(dir)), files_(dir_) {}
 
 void RecordingView::fail(const std::string& what) {
     if (error_.empty()) {
@@ -20,47 +18,50 @@ void RecordingView::fail(const std::string& what) {
     }
 }
 
+void RecordingView::failed(const std::string& what, const std::string& hostPath) {
+    const int err = errno;
+    fail(what + " " + dir_ + (hostPath.empty() || hostPath[0] != '/' ? "/" : "") + hostPath + ": " +
+         (files_.valid() ? std::strerror(err) : "cannot open the snapshot directory"));
+}
+
 void RecordingView::makeDirectory(const std::string& hostPath) {
-    std::error_code ec;
-    const fs::path p = target(hostPath);
-    if (fs::is_directory(p, ec)) {
+    if (hostPath.empty() || hostPath == "/" || files_.isDirectory(hostPath)) {
         return;
     }
-    if (fs::is_symlink(p, ec) || fs::is_regular_file(p, ec)) {
-        // A placeholder written for a listed entry turns out to be a directory.
-        fs::remove(p, ec);
+    // One level at a time, so that a link on the way that leads nowhere in the capture is replaced
+    // as well, rather than followed.
+    makeDirectory(fs::path(hostPath).parent_path().string());
+    const RootedFiles::Kind kind = files_.kind(hostPath);
+    if (kind == RootedFiles::Kind::Link || kind == RootedFiles::Kind::Regular) {
+        // A placeholder written for a listed entry, or a link whose target was never recorded, turns
+        // out to be a directory.
+        files_.remove(hostPath);
     }
-    fs::create_directories(p, ec);
-    if (ec) {
-        fail("cannot create " + p.string() + ": " + ec.message());
+    if (!files_.makeDirectories(hostPath)) {
+        failed("cannot create", hostPath);
     }
 }
 
 void RecordingView::writeFile(const std::string& hostPath, const std::string& content, bool overwrite) {
-    std::error_code ec;
-    const fs::path p = target(hostPath);
-    if (links_.count(hostPath) || fs::is_directory(p, ec)) {
+    // A path recorded as a link keeps its link; nothing is written through it.
+    const RootedFiles::Kind kind = files_.kind(hostPath);
+    if (links_.count(hostPath) || kind == RootedFiles::Kind::Link || kind == RootedFiles::Kind::Directory) {
         return;
     }
-    if (!overwrite && fs::exists(p, ec)) {
+    if (!overwrite && kind != RootedFiles::Kind::Missing) {
         return;
     }
     makeDirectory(fs::path(hostPath).parent_path().string());
-    std::ofstream out(p, std::ios::binary | std::ios::trunc);
-    out << content;
-    if (!out) {
-        fail("cannot write " + p.string());
+    if (!files_.writeFile(hostPath, content)) {
+        failed("cannot write", hostPath);
     }
 }
 
 void RecordingView::writeRecording(const std::string& relative, const std::string& content) {
-    const fs::path p = fs::path(dir_) / ".vessa" / relative;
-    std::error_code ec;
-    fs::create_directories(p.parent_path(), ec);
-    std::ofstream out(p, std::ios::binary | std::ios::trunc);
-    out << content;
-    if (!out) {
-        fail("cannot write " + p.string());
+    const std::string hostPath = "/.vessa/" + relative;
+    makeDirectory(fs::path(hostPath).parent_path().string());
+    if (!files_.writeFile(hostPath, content)) {
+        failed("cannot write", hostPath);
     }
 }
 
@@ -117,17 +118,14 @@ bool RecordingView::readLink(const std::string& path, std::string& target, std::
     if (!inner_->readLink(path, target, limit)) {
         return false;
     }
-    std::error_code ec;
-    const fs::path p = this->target(path);
     makeDirectory(fs::path(path).parent_path().string());
-    if (fs::is_regular_file(p, ec) && fs::file_size(p, ec) == 0) {
-        fs::remove(p, ec);
+    long long size = 0;
+    RootedFiles::Kind kind = files_.kind(path, &size);
+    if (kind == RootedFiles::Kind::Regular && size == 0 && files_.remove(path)) {
+        kind = RootedFiles::Kind::Missing;
     }
-    if (!fs::exists(fs::symlink_status(p, ec))) {
-        fs::create_symlink(target, p, ec);
-        if (ec) {
-            fail("cannot link " + p.string() + ": " + ec.message());
-        }
+    if (kind == RootedFiles::Kind::Missing && !files_.makeLink(target, path)) {
+        failed("cannot link", path);
     }
     links_.insert(path);
     return true;

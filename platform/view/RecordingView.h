@@ -7,12 +7,18 @@
 //
 // Replaying the snapshot asks the same questions and gets the same answers, so it yields the same
 // storage list. Write errors are collected, not thrown: a capture goes on and reports them at the end.
+//
+// Everything is written inside `dir` as replay reads it: paths are resolved under `dir` taken as "/",
+// so a recorded path that runs through a symbolic link recorded earlier (an absolute one included)
+// lands where replay will look for it, inside `dir`, and a link in the last place is never written
+// through. `dir` is opened once, when the view is made; it must exist by then.
 #pragma once
 
 #include <memory>
 #include <set>
 #include <string>
 
+#include "platform/view/RootedFiles.h"
 #include "platform/view/SystemView.h"
 
 namespace vessa::sal::sys {
@@ -41,14 +47,16 @@ class RecordingView : public View {
     const std::string& firstError() const { return error_; }
 
   private:
-    std::string target(const std::string& hostPath) const;
     void writeFile(const std::string& hostPath, const std::string& content, bool overwrite);
     void makeDirectory(const std::string& hostPath);
     void writeRecording(const std::string& relative, const std::string& content);
     void fail(const std::string& what);
+    // Records the failed operation `what` on `hostPath` with the reason in errno.
+    void failed(const std::string& what, const std::string& hostPath);
 
     std::unique_ptr<View> inner_;
     std::string dir_;
+    posix::RootedFiles files_;
     std::set<std::string> links_;  // host paths recorded as symbolic links
     std::string error_;
 };

@@ -1,10 +1,9 @@
 // The replay system view: a snapshot directory stands for the machine's root. Nothing is run and no
 // ioctl is issued; commands and ioctls are answered from the snapshot's recordings.
-#include <sys/stat.h>
 #include <cerrno>
 
 #include "platform/Str.h"
-#include "platform/view/PosixFiles.h"
+#include "platform/view/RootedFiles.h"
 #include "platform/view/SystemView.h"
 
 namespace vessa::sal::sys {
@@ -13,27 +12,9 @@ namespace str = vessa::util::str;
 
 namespace {
 
-// Splits a host path into its components, dropping empty ones and ".".
-std::vector<std::string> components(const std::string& path) {
-    std::vector<std::string> parts;
-    std::string::size_type start = 0;
-    while (start <= path.size()) {
-        std::string::size_type slash = path.find('/', start);
-        std::string part = path.substr(start, slash == std::string::npos ? std::string::npos : slash - start);
-        if (!part.empty() && part != ".") {
-            parts.push_back(part);
-        }
-        if (slash == std::string::npos) {
-            break;
-        }
-        start = slash + 1;
-    }
-    return parts;
-}
-
 class ReplayView : public View {
   public:
-    explicit ReplayView(std::string root) : root_(std::move(root)) {
+    explicit ReplayView(std::string root) : root_(std::move(root)), files_(root_) {
         while (root_.size() > 1 && root_.back() == '/') {
             root_.pop_back();
         }
@@ -42,14 +23,16 @@ class ReplayView : public View {
     const std::string& root() const override { return root_; }
 
     bool readFile(const std::string& path, std::string& content) override {
-        return posix::readWhole(resolve(path, true), content);
+        return files_.readFile(path, content);
     }
     bool listDirectory(const std::string& path, std::vector<DirEntry>& entries) override {
-        return posix::listDirectory(resolve(path, true), entries);
+        return files_.listDirectory(path, entries);
     }
 
+    // A device node's capacity comes from its recording; the node itself, if the snapshot holds one,
+    // is never opened.
     bool status(const std::string& path, FileStatus& st) override {
-        if (!posix::status(resolve(path, true), st)) {
+        if (!files_.status(path, st)) {
             return false;
         }
         if (path.compare(0, 5, "/dev/") == 0) {
@@ -66,16 +49,13 @@ class ReplayView : public View {
     }
 
     bool readLink(const std::string& path, std::string& target, std::size_t limit) override {
-        return posix::readLink(resolve(path, false), target, limit);
+        return files_.readLink(path, target, limit);
     }
-    bool fsStatus(const std::string& path, FsStatus& st) override {
-        return posix::fsStatus(resolve(path, true), st);
-    }
+    bool fsStatus(const std::string& path, FsStatus& st) override { return files_.fsStatus(path, st); }
 
     bool deviceReadable(const std::string& path) override {
-        struct stat s;
-        std::string real = resolve(path, true);
-        return ::stat(real.c_str(), &s) == 0 && S_ISREG(s.st_mode) && s.st_size > 0;
+        FileStatus st;
+        return files_.status(path, st) && st.isRegular && st.size > 0;
     }
 
     std::string hostName() override {
@@ -89,13 +69,18 @@ class ReplayView : public View {
 
     RunOutcome run(const std::string& program, const std::list<std::string>& args, std::string& output,
                    int& status) override {
-        const std::string file = root_ + "/.vessa/commands/" + commandFileName(program, args);
+        const std::string file = "/.vessa/commands/" + commandFileName(program, args);
         std::string text;
-        if (!posix::readWhole(file, text)) {
+        bool cut = false;
+        if (!files_.readFile(file, text, commandLimits().maxOutput, &cut)) {
             return RunOutcome::NotStarted;
         }
+        // A recording longer than the live run would have taken ends as that run would have.
+        if (cut) {
+            return RunOutcome::TooMuchOutput;
+        }
         std::string statusText;
-        status = posix::readWhole(file + ".status", statusText) ? static_cast<int>(number(statusText)) : 0;
+        status = files_.readFile(file + ".status", statusText) ? static_cast<int>(number(statusText)) : 0;
         output += text;
         return RunOutcome::Exited;
     }
@@ -152,12 +137,12 @@ class ReplayView : public View {
 
     bool privileged() override {
         std::string text;
-        return !posix::readWhole(root_ + "/.vessa/euid", text) || number(text) == 0;
+        return !files_.readFile("/.vessa/euid", text) || number(text) == 0;
     }
 
   private:
     bool recording(const std::string& query, const std::string& device, std::string& content) const {
-        return posix::readWhole(root_ + "/.vessa/ioctl/" + ioctlFileName(device, query), content);
+        return files_.readFile("/.vessa/ioctl/" + ioctlFileName(device, query), content);
     }
 
     static long long number(const std::string& text) {
@@ -170,59 +155,8 @@ class ReplayView : public View {
         return value;
     }
 
-    // The real path of a host path inside the snapshot. Symbolic links are followed under the root
-    // (all of them, or all but the last component when `followLast` is false), so that an absolute
-    // link target never leaves the snapshot. ".." never climbs above the root.
-    std::string resolve(const std::string& path, bool followLast) const {
-        std::vector<std::string> pending = components(path);
-        std::vector<std::string> done;
-        int hops = 0;
-        std::size_t i = 0;
-        while (i < pending.size()) {
-            const std::string part = pending[i];
-            if (part == "..") {
-                if (!done.empty()) {
-                    done.pop_back();
-                }
-                ++i;
-                continue;
-            }
-            std::string real = join(done) + "/" + part;
-            bool last = i + 1 == pending.size();
-            struct stat s;
-            if ((last && !followLast) || ::lstat(real.c_str(), &s) != 0 || !S_ISLNK(s.st_mode) || hops > 40) {
-                done.push_back(part);
-                ++i;
-                continue;
-            }
-            ++hops;
-            std::string target;
-            if (!posix::readLink(real, target, 4096)) {
-                done.push_back(part);
-                ++i;
-                continue;
-            }
-            std::vector<std::string> rest(pending.begin() + static_cast<long>(i) + 1, pending.end());
-            pending = components(target);
-            pending.insert(pending.end(), rest.begin(), rest.end());
-            if (!target.empty() && target[0] == '/') {
-                done.clear();
-            }
-            i = 0;
-        }
-        return join(done);
-    }
-
-    std::string join(const std::vector<std::string>& parts) const {
-        std::string out = root_;
-        for (const std::string& p : parts) {
-            out += "/";
-            out += p;
-        }
-        return out;
-    }
-
     std::string root_;
+    posix::RootedFiles files_;
 };
 
 }  // namespace

@@ -5,6 +5,8 @@
 #include <sys/mount.h>
 #include <unistd.h>
 
+#include <filesystem>
+
 #include <nlohmann/json.hpp>
 
 #include "platform/Process.h"
@@ -106,6 +108,35 @@ TEST(CliLive, UsageAndFailures) {
     EXPECT_EQ(vessa::sal::exec::runCaptured(kProgram, {"--version"}, out), 0);
     EXPECT_EQ(vessa::sal::exec::runCaptured(kProgram, {"--bogus"}, out), 2);
     EXPECT_EQ(vessa::sal::exec::runCaptured(kProgram, {"list", "--type", "disk,nonsense"}, out), 2);
+}
+
+// A snapshot names its host; that name never places the report outside the current directory.
+TEST(CliReplay, ReportNameStaysInTheCurrentDirectory) {
+    for (const std::string name : {"../escaped", ".hidden", "a/b"}) {
+        vessa::test::TempDir work;
+        work.write("root/etc/hostname", name + "\n");
+        work.write("root/proc/partitions", "");
+        work.write("cwd/.keep", "");
+        std::string err;
+        const std::list<std::string> args = {"-c", "cd \"$1\" && \"$0\" report --sysroot \"$2\" 2>&1",
+                                             kProgram, work.path() + "/cwd", work.path() + "/root"};
+        EXPECT_EQ(vessa::sal::exec::runCaptured("/bin/sh", args, err), 1) << name;
+        // The line that ends the run (the warnings of an all but empty snapshot come before it).
+        EXPECT_NE(
+            err.find("\nvessa-storage: host name \"" + name +
+                     "\" would put the report outside the current directory; name the file with --output\n"),
+            std::string::npos)
+            << err;
+        EXPECT_FALSE(std::filesystem::exists(work.path() + "/escaped.xml"));
+        EXPECT_EQ(std::distance(std::filesystem::directory_iterator(work.path() + "/cwd"), {}), 1) << name;
+        std::string out;
+        EXPECT_EQ(
+            vessa::sal::exec::runCaptured(
+                kProgram,
+                {"report", "--sysroot", work.path() + "/root", "--output", work.path() + "/chosen.xml"}, out),
+            0);
+        EXPECT_TRUE(std::filesystem::exists(work.path() + "/chosen.xml"));
+    }
 }
 
 }  // namespace

@@ -93,7 +93,8 @@ TEST(RecordingView, WritesOnlyWhatWasAskedAndMarksNoDeviceData) {
     EXPECT_TRUE(rec.deviceReadable("/dev/sda1"));
     std::string out;
     int status = 0;
-    EXPECT_EQ(rec.run("dmsetup", {"ls", "--target", "multipath"}, out, status), vessa::sal::sys::RunOutcome::Exited);
+    EXPECT_EQ(rec.run("dmsetup", {"ls", "--target", "multipath"}, out, status),
+              vessa::sal::sys::RunOutcome::Exited);
     EXPECT_EQ(rec.run("lvdisplay", {}, out, status), vessa::sal::sys::RunOutcome::NotStarted);
     EXPECT_EQ(rec.firstError(), "");
     const auto written = tree(dir.path());
@@ -116,3 +117,33 @@ TEST(RecordingView, WriteFailuresAreCollected) {
 }
 
 }  // namespace
+
+// Links of the machine that point out of the capture, absolute or climbing with "..": what is read
+// through them afterwards is written inside the capture, never where the link points on this machine.
+TEST(RecordingView, NeverWritesThroughALinkOutOfItsDirectory) {
+    vessa::test::TempDir elsewhere;
+    for (const std::string& target : {elsewhere.path(), "../../../../../../.." + elsewhere.path()}) {
+        SCOPED_TRACE(target);
+        vessa::test::TempDir dir;
+        auto inner = std::make_unique<vessa::test::ScriptedView>();
+        inner->links["/dev/disk/by-id/x"] = target;
+        inner->files["/dev/disk/by-id/x/size"] = "1\n";
+        inner->links["/etc/mtab"] = target + "/mtab";
+        inner->files["/etc/mtab"] = "/dev/sda1 / ext4 rw 0 0\n";
+        inner->commands["pvdisplay"] = {true, 0, "pv\n"};
+        sys::RecordingView rec(std::move(inner), dir.path());
+        std::string text;
+        int status = 0;
+        ASSERT_TRUE(rec.readLink("/dev/disk/by-id/x", text, 512));
+        ASSERT_TRUE(rec.readLink("/etc/mtab", text, 512));
+        ASSERT_TRUE(rec.readFile("/etc/mtab", text));
+        ASSERT_TRUE(rec.readFile("/dev/disk/by-id/x/size", text));
+        fs::create_symlink(elsewhere.path(), dir.path() + "/.vessa");  // even the recordings' folder
+        ASSERT_EQ(rec.run("pvdisplay", {}, text, status), sys::RunOutcome::Exited);
+        EXPECT_TRUE(fs::is_empty(elsewhere.path()));
+        EXPECT_EQ(rec.firstError(), "");
+        const auto written = tree(dir.path());
+        EXPECT_EQ(written.at("dev/disk/by-id/x/size"), "1\n");
+        EXPECT_EQ(written.at("etc/mtab"), "-> " + target + "/mtab");
+    }
+}

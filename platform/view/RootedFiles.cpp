@@ -1,0 +1,475 @@
+#include "platform/view/RootedFiles.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <linux/openat2.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/vfs.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <deque>
+
+namespace vessa::sal::posix {
+
+namespace {
+
+// The kernel's own bound on links followed in one look-up.
+constexpr int kMaxLinks = 40;
+
+// Closes a descriptor when it goes out of scope.
+class Fd {
+  public:
+    explicit Fd(int fd = -1) : fd_(fd) {}
+    ~Fd() { reset(); }
+    Fd(Fd&& o) noexcept : fd_(o.release()) {}
+    Fd& operator=(Fd&& o) noexcept {
+        if (this != &o) {
+            reset(o.release());
+        }
+        return *this;
+    }
+    Fd(const Fd&) = delete;
+    Fd& operator=(const Fd&) = delete;
+    int get() const { return fd_; }
+    int release() {
+        const int fd = fd_;
+        fd_ = -1;
+        return fd;
+    }
+    void reset(int fd = -1) {
+        if (fd_ >= 0) {
+            const int saved = errno;
+            ::close(fd_);
+            errno = saved;
+        }
+        fd_ = fd;
+    }
+
+  private:
+    int fd_;
+};
+
+// The components of a path as the kernel walks them: empty ones dropped, "." and ".." kept, and a
+// trailing "/" written as a last "." (it, too, demands a directory and follows a link before it).
+void appendComponents(const std::string& path, std::deque<std::string>& out,
+                      std::deque<std::string>::iterator at) {
+    std::vector<std::string> parts;
+    std::string::size_type start = 0;
+    while (start < path.size()) {
+        std::string::size_type slash = path.find('/', start);
+        if (slash == std::string::npos) {
+            slash = path.size();
+        }
+        if (slash > start) {
+            parts.push_back(path.substr(start, slash - start));
+        }
+        start = slash + 1;
+    }
+    if (!parts.empty() && path.back() == '/') {
+        parts.emplace_back(".");
+    }
+    out.insert(at, parts.begin(), parts.end());
+}
+
+bool usable(const std::string& path) {
+    if (path.find('\0') != std::string::npos) {
+        errno = EINVAL;
+        return false;
+    }
+    if (path.empty()) {
+        errno = ENOENT;
+        return false;
+    }
+    if (path.size() >= PATH_MAX) {
+        errno = ENAMETOOLONG;
+        return false;
+    }
+    return true;
+}
+
+sys::DirEntry::Type entryType(unsigned char type) {
+    switch (type) {
+        case DT_REG:
+            return sys::DirEntry::File;
+        case DT_DIR:
+            return sys::DirEntry::Directory;
+        case DT_LNK:
+            return sys::DirEntry::Link;
+        case DT_BLK:
+            return sys::DirEntry::BlockDevice;
+        case DT_CHR:
+            return sys::DirEntry::CharDevice;
+        case DT_UNKNOWN:
+            return sys::DirEntry::Unknown;
+        default:
+            return sys::DirEntry::Other;
+    }
+}
+
+}  // namespace
+
+RootedFiles::RootedFiles(const std::string& root, Resolver resolver)
+    : rootFd_(::open(root.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC)),
+      portable_(resolver == Resolver::Portable) {}
+
+RootedFiles::~RootedFiles() {
+    if (rootFd_ >= 0) {
+        ::close(rootFd_);
+    }
+}
+
+int RootedFiles::open(const std::string& path, int flags) const {
+    if (rootFd_ < 0) {
+        errno = EBADF;
+        return -1;
+    }
+    if (!usable(path)) {
+        return -1;
+    }
+    if (!portable_.load(std::memory_order_relaxed)) {
+        const int fd = openKernel(path, flags);
+        const int kernelError = errno;
+        if (fd >= 0 || (kernelError != ENOSYS && kernelError != EPERM)) {
+            return fd;
+        }
+        // ENOSYS: a kernel before openat2. EPERM: a sandbox that filters it, or a real refusal, which
+        // the walk meets again and reports; only a walk that gets through proves the sandbox.
+        const int walked = openPortable(path, flags);
+        if (kernelError == ENOSYS || walked >= 0) {
+            portable_.store(true);
+        }
+        return walked;
+    }
+    return openPortable(path, flags);
+}
+
+int RootedFiles::openKernel(const std::string& path, int flags) const {
+    struct open_how how = {};
+    how.flags = static_cast<unsigned long long>(flags | O_CLOEXEC);
+    how.resolve = RESOLVE_IN_ROOT | RESOLVE_NO_MAGICLINKS;
+    for (int attempt = 0;; ++attempt) {
+        const long fd = ::syscall(SYS_openat2, rootFd_, path.c_str(), &how, sizeof how);
+        // EAGAIN: a rename somewhere in the snapshot raced the look-up; the kernel asks for a retry.
+        if (fd >= 0 || errno != EAGAIN || attempt == 8) {
+            return static_cast<int>(fd);
+        }
+    }
+}
+
+int RootedFiles::openPortable(const std::string& path, int flags) const {
+    const int saved = errno;
+    std::deque<std::string> pending;
+    appendComponents(path, pending, pending.end());
+    std::vector<Fd> walked;  // the directories below the root, each opened from the one before it
+    auto here = [&]() { return walked.empty() ? rootFd_ : walked.back().get(); };
+    int links = 0;
+    while (!pending.empty()) {
+        const std::string part = std::move(pending.front());
+        pending.pop_front();
+        const bool last = pending.empty();
+        if (part == ".") {
+            if (last) {
+                break;
+            }
+            continue;
+        }
+        if (part == "..") {
+            if (!walked.empty()) {
+                walked.pop_back();
+            }
+            continue;
+        }
+        char target[PATH_MAX];
+        const ssize_t n = ::readlinkat(here(), part.c_str(), target, sizeof target);
+        if (n >= 0 && (!last || !(flags & O_NOFOLLOW))) {
+            if (++links > kMaxLinks) {
+                errno = ELOOP;
+                return -1;
+            }
+            const std::string body(target, static_cast<std::size_t>(n));
+            if (!body.empty() && body[0] == '/') {
+                walked.clear();
+            }
+            appendComponents(body, pending, pending.begin());
+            if (pending.empty()) {
+                break;  // a link to "/" itself
+            }
+            continue;
+        }
+        if (n < 0 && errno != EINVAL) {
+            return -1;  // ENOENT, ENOTDIR, EACCES ... as the kernel would say
+        }
+        if (last) {
+            // Never a link here unless the caller asked for the link itself (O_PATH | O_NOFOLLOW).
+            const int fd = ::openat(here(), part.c_str(), flags | O_NOFOLLOW | O_CLOEXEC);
+            if (fd >= 0) {
+                errno = saved;
+            }
+            return fd;
+        }
+        Fd dir(::openat(here(), part.c_str(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+        if (dir.get() < 0) {
+            return -1;
+        }
+        walked.push_back(std::move(dir));
+    }
+    // The path ended on a directory already walked (the root, "..", "dir/."): open it once more.
+    const int fd = ::openat(here(), ".", (flags & ~O_NOFOLLOW) | O_CLOEXEC);
+    if (fd >= 0) {
+        errno = saved;
+    }
+    return fd;
+}
+
+bool RootedFiles::readFile(const std::string& path, std::string& content, std::size_t limit,
+                           bool* cut) const {
+    // Look first, through a descriptor that opens nothing; then open for reading and make sure the
+    // same file was opened.
+    struct stat64 seen, opened;
+    {
+        Fd probe(open(path, O_PATH));
+        if (probe.get() < 0 || ::fstat64(probe.get(), &seen) != 0) {
+            return false;
+        }
+    }
+    if (!S_ISREG(seen.st_mode)) {
+        errno = S_ISDIR(seen.st_mode) ? EISDIR : EINVAL;
+        return false;
+    }
+    Fd fd(open(path, O_RDONLY | O_NONBLOCK | O_NOCTTY));
+    if (fd.get() < 0 || ::fstat64(fd.get(), &opened) != 0) {
+        return false;
+    }
+    if (!S_ISREG(opened.st_mode) || opened.st_dev != seen.st_dev || opened.st_ino != seen.st_ino) {
+        errno = EINVAL;
+        return false;
+    }
+    std::string data;
+    data.resize(std::min<std::size_t>(static_cast<std::size_t>(std::max<off64_t>(opened.st_size, 0)), limit) +
+                1);
+    std::size_t got = 0;
+    bool more = false;
+    for (;;) {
+        if (got == data.size()) {
+            if (got > limit) {
+                more = true;
+                break;
+            }
+            data.resize(std::min(limit + 1, data.size() * 2 + 4096));
+        }
+        const ssize_t n = ::read(fd.get(), &data[got], data.size() - got);
+        if (n < 0) {
+            if (errno == EINTR) {
+                continue;
+            }
+            return false;
+        }
+        if (n == 0) {
+            break;
+        }
+        got += static_cast<std::size_t>(n);
+    }
+    if (got > limit) {
+        more = true;
+        got = limit;
+    }
+    data.resize(got);
+    content = std::move(data);
+    if (cut != nullptr) {
+        *cut = more;
+    }
+    return true;
+}
+
+bool RootedFiles::listDirectory(const std::string& path, std::vector<sys::DirEntry>& entries) const {
+    const int fd = open(path, O_RDONLY | O_DIRECTORY | O_NONBLOCK);
+    if (fd < 0) {
+        return false;
+    }
+    DIR* dir = ::fdopendir(fd);
+    if (dir == nullptr) {
+        ::close(fd);
+        return false;
+    }
+    std::vector<sys::DirEntry> found;
+    while (const dirent* e = ::readdir(dir)) {
+        const std::string name = e->d_name;
+        if (name == "." || name == "..") {
+            continue;
+        }
+        found.push_back(sys::DirEntry{name, entryType(e->d_type)});
+    }
+    ::closedir(dir);
+    std::sort(found.begin(), found.end(),
+              [](const sys::DirEntry& a, const sys::DirEntry& b) { return a.name < b.name; });
+    entries.insert(entries.end(), found.begin(), found.end());
+    return true;
+}
+
+bool RootedFiles::status(const std::string& path, sys::FileStatus& st) const {
+    Fd fd(open(path, O_PATH));
+    struct stat64 s;
+    if (fd.get() < 0 || ::fstat64(fd.get(), &s) != 0) {
+        return false;
+    }
+    st = sys::FileStatus();
+    st.isDirectory = S_ISDIR(s.st_mode);
+    st.isRegular = S_ISREG(s.st_mode);
+    st.isBlockDevice = S_ISBLK(s.st_mode);
+    st.size = static_cast<long long>(s.st_size);
+    st.blockSize = static_cast<long long>(s.st_blksize);
+    return true;
+}
+
+bool RootedFiles::readLink(const std::string& path, std::string& target, std::size_t limit) const {
+    Fd fd(open(path, O_PATH | O_NOFOLLOW));
+    if (fd.get() < 0) {
+        return false;
+    }
+    std::vector<char> buffer(limit + 1, '\0');
+    const ssize_t n = ::readlinkat(fd.get(), "", buffer.data(), limit);
+    if (n <= 0) {
+        return false;
+    }
+    target.assign(buffer.data(), static_cast<std::size_t>(n));
+    return true;
+}
+
+bool RootedFiles::fsStatus(const std::string& path, sys::FsStatus& st) const {
+    Fd fd(open(path, O_PATH));
+    struct statfs64 s;
+    if (fd.get() < 0 || ::fstatfs64(fd.get(), &s) != 0) {
+        return false;
+    }
+    st.type = static_cast<long long>(s.f_type);
+    st.bsize = static_cast<long long>(s.f_bsize);
+    st.blocks = s.f_blocks;
+    st.bfree = s.f_bfree;
+    st.bavail = s.f_bavail;
+    st.files = s.f_files;
+    st.ffree = s.f_ffree;
+    st.namelen = static_cast<long long>(s.f_namelen);
+    return true;
+}
+
+int RootedFiles::openParent(const std::string& path, std::string& name) const {
+    const std::string::size_type slash = path.rfind('/');
+    name = slash == std::string::npos ? path : path.substr(slash + 1);
+    if (name.empty() || name == "." || name == "..") {
+        errno = EINVAL;
+        return -1;
+    }
+    return open("/" + (slash == std::string::npos ? std::string() : path.substr(0, slash)),
+                O_PATH | O_DIRECTORY);
+}
+
+RootedFiles::Kind RootedFiles::kind(const std::string& path, long long* size) const {
+    std::string name;
+    Fd parent(openParent(path, name));
+    struct stat64 s;
+    if (parent.get() < 0 || ::fstatat64(parent.get(), name.c_str(), &s, AT_SYMLINK_NOFOLLOW) != 0) {
+        return Kind::Missing;
+    }
+    if (size != nullptr) {
+        *size = static_cast<long long>(s.st_size);
+    }
+    if (S_ISDIR(s.st_mode)) {
+        return Kind::Directory;
+    }
+    if (S_ISREG(s.st_mode)) {
+        return Kind::Regular;
+    }
+    return S_ISLNK(s.st_mode) ? Kind::Link : Kind::Other;
+}
+
+bool RootedFiles::isDirectory(const std::string& path) const {
+    sys::FileStatus st;
+    return status(path, st) && st.isDirectory;
+}
+
+bool RootedFiles::makeDirectories(const std::string& given) const {
+    const std::string::size_type end = given.find_last_not_of('/');
+    const std::string path = end == std::string::npos ? given.substr(0, 1) : given.substr(0, end + 1);
+    if (!usable(path)) {
+        return false;
+    }
+    if (isDirectory(path)) {
+        return true;
+    }
+    std::string name;
+    {
+        // Only a missing directory above is made here; anything else is reported as it is.
+        Fd parent(openParent(path, name));
+        if (parent.get() >= 0) {
+            return ::mkdirat(parent.get(), name.c_str(), 0755) == 0 || (errno == EEXIST && isDirectory(path));
+        }
+        if (errno != ENOENT) {
+            return false;
+        }
+    }
+    const std::string::size_type slash = path.find_last_not_of('/', path.rfind('/'));
+    if (slash == std::string::npos || !makeDirectories(path.substr(0, slash + 1))) {
+        return false;
+    }
+    Fd parent(openParent(path, name));
+    return parent.get() >= 0 &&
+           (::mkdirat(parent.get(), name.c_str(), 0755) == 0 || (errno == EEXIST && isDirectory(path)));
+}
+
+bool RootedFiles::writeFile(const std::string& path, const std::string& content) const {
+    std::string name;
+    Fd parent(openParent(path, name));
+    if (parent.get() < 0) {
+        return false;
+    }
+    // Only a regular file is written over: a device node left in the directory is never opened.
+    struct stat64 s;
+    if (::fstatat64(parent.get(), name.c_str(), &s, AT_SYMLINK_NOFOLLOW) == 0 && !S_ISREG(s.st_mode)) {
+        errno = S_ISDIR(s.st_mode) ? EISDIR : EINVAL;
+        return false;
+    }
+    // O_NOFOLLOW: a link in the last place is refused, not written through. O_NONBLOCK: a FIFO without
+    // a reader fails at once instead of waiting for one.
+    Fd fd(::openat(parent.get(), name.c_str(),
+                   O_WRONLY | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, 0644));
+    if (fd.get() < 0 || ::fstat64(fd.get(), &s) != 0) {
+        return false;
+    }
+    if (!S_ISREG(s.st_mode)) {
+        errno = EINVAL;
+        return false;
+    }
+    if (::ftruncate64(fd.get(), 0) != 0) {
+        return false;
+    }
+    std::size_t done = 0;
+    while (done < content.size()) {
+        const ssize_t n = ::write(fd.get(), content.data() + done, content.size() - done);
+        if (n < 0) {
+            if (errno == EINTR) {
+                continue;
+            }
+            return false;
+        }
+        done += static_cast<std::size_t>(n);
+    }
+    return true;
+}
+
+bool RootedFiles::makeLink(const std::string& target, const std::string& path) const {
+    std::string name;
+    Fd parent(openParent(path, name));
+    return parent.get() >= 0 && ::symlinkat(target.c_str(), parent.get(), name.c_str()) == 0;
+}
+
+bool RootedFiles::remove(const std::string& path) const {
+    std::string name;
+    Fd parent(openParent(path, name));
+    return parent.get() >= 0 && ::unlinkat(parent.get(), name.c_str(), 0) == 0;
+}
+
+}  // namespace vessa::sal::posix

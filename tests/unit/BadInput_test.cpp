@@ -1,0 +1,420 @@
+// Malformed sources, one table per family: what real machines, broken tools and hostile senders can
+// hand the library, and the one clear result each must give (items, a failed source, or the exception
+// that the listing parser is meant to throw), never a crash or a hang.
+#include <gtest/gtest.h>
+
+#include <map>
+#include <memory>
+#include <string>
+
+#include "cli/ErrorText.h"
+#include "platform/view/SystemView.h"
+#include "support/FakeProgram.h"
+#include "support/ScriptedView.h"
+#include "support/TestSupport.h"
+#include "target/Host.h"
+#include "target/ListingLineError.h"
+
+namespace sys = vessa::sal::sys;
+using vessa::target::Host;
+using vessa::target::Storage;
+using vessa::test::FakeProgram;
+
+namespace {
+
+const std::string kDisks =
+    "major minor  #blocks  name\n\n   8        0       1024 sda\n   8        1        512 sda1\n";
+const std::string kTree = ".vessa/commands/dmsetup ls --tree -o notrunc";
+const std::string kMultipaths = ".vessa/commands/dmsetup ls --target multipath";
+const std::string kDm0 = kDisks + " 253 0 1024 dm-0\n";
+const std::string kMiB(1 << 20, 'x');
+const std::pair<const std::string, std::string> kSdaDev = {"sys/block/sda/dev", "8:0\n"};
+const std::pair<const std::string, std::string> kSdaSize = {"sys/block/sda/size", "2048\n"};
+
+// A literal with its NUL bytes.
+template <std::size_t N>
+std::string bytes(const char (&text)[N]) {
+    return std::string(text, N - 1);
+}
+
+std::string shown(const std::string& text) {
+    return text.size() <= 64 ? text : "<" + std::to_string(text.size()) + " bytes>";
+}
+
+// Every item as "type path [exclusions]" (and the value of the property `key` where an item has it),
+// then the sources whose readers stopped.
+std::string summary(Host& host, const char* key) {
+    std::string out;
+    for (Storage* s : host.storage()) {
+        out += std::to_string(s->deviceStorageType()) + " " + shown(s->path()) + " [" + s->exclusionString() +
+               "]";
+        if (key != nullptr && s->properties().count(key)) {
+            out += " " + std::string(key) + "=" + shown(s->properties().at(key).value());
+        }
+        out += "\n";
+    }
+    for (const auto& f : host.discoveryReport().failedSources) {
+        out += "failed " + f.source + "\n";
+    }
+    return out;
+}
+
+struct Snapshot {
+    const char* name;
+    std::map<std::string, std::string> files;  // over a host with the disk sda and its partition sda1
+    const char* key;                           // a property to show, or nullptr
+    std::string expected;
+};
+
+// Local discovery of snapshots. The rules: invalid /proc/partitions lines are dropped and its reader
+// stops quietly at a number it cannot convert; the other readers stop at such a number, keep what
+// they read, and the run notes them as failed; text after a valid number is ignored ("16x" is 16).
+TEST(BadInput, LocalSources) {
+    const std::string manyTokens = [] {
+        std::string t;
+        for (int i = 0; i < (1 << 19); ++i) {
+            t += " x";
+        }
+        return t;
+    }();
+    const Snapshot cases[] = {
+        // sda holds the partition sda1 (P); the partition is the logical item.
+        {"plain", {}, nullptr, "36 /dev/sda [    P     ]\n26 /dev/sda1 [          ]\n"},
+        // A last line without its minor number is invalid and dropped.
+        {"pp truncated line",
+         {{"proc/partitions", kDisks + "   8     "}},
+         nullptr,
+         "36 /dev/sda [    P     ]\n26 /dev/sda1 [          ]\n"},
+        // A header cut before "name": no column is the name, and there are no lines anyway.
+        {"pp truncated header", {{"proc/partitions", "major minor  #bl"}}, nullptr, ""},
+        // Binary: the header names no column, so no line yields a name.
+        {"pp binary",
+         {{"proc/partitions", bytes("\x7f"
+                                    "ELF\x02\x01\0\0\n\xff\xfe 8 0\0 1 sdz\n")}},
+         nullptr,
+         ""},
+        // Columns are found by their header, in any order and case.
+        {"pp other order",
+         {{"proc/partitions", "name #BLOCKS Major minor\nsdb 2048 8 16\n"}},
+         nullptr,
+         "36 /dev/sdb [          ]\n"},
+        // Without "#blocks" the size stays 0: valid, and zero-size (M).
+        {"pp no blocks column",
+         {{"proc/partitions", "major minor name\n8 16 sdb\n"}},
+         nullptr,
+         "36 /dev/sdb [   M      ]\n"},
+        // Without "name" no entry is valid.
+        {"pp no name column", {{"proc/partitions", "major minor #blocks\n8 16 2048\n"}}, nullptr, ""},
+        // Carriage returns are white space, trimmed like blanks.
+        {"pp crlf",
+         {{"proc/partitions", "major minor #blocks name\r\n8 16 2048 sdb\r\n"}},
+         nullptr,
+         "36 /dev/sdb [          ]\n"},
+        // A negative major makes a line invalid: dropped, and the next line is read.
+        {"pp negative",
+         {{"proc/partitions", kDisks + "  -8 16 2048 sdb\n   8 32 2048 sdc\n"}},
+         nullptr,
+         "36 /dev/sda [    P     ]\n36 /dev/sdc [          ]\n26 /dev/sda1 [          ]\n"},
+        // "16x" converts to 16; "x" does not: the reader stops there (sdd is never read) and, catching
+        // it itself, reports nothing.
+        {"pp non-numeric",
+         {{"proc/partitions", kDisks + "   8 16x 2048 sdb\n   x 32 2048 sdc\n   8 48 2048 sdd\n"}},
+         nullptr,
+         "36 /dev/sda [    P     ]\n36 /dev/sdb [          ]\n26 /dev/sda1 [          ]\n"},
+        // A size beyond 64 bits does not convert: the reader stops at it.
+        {"pp overflow",
+         {{"proc/partitions", kDisks + "   8 16 99999999999999999999 sdb\n"}},
+         nullptr,
+         "36 /dev/sda [    P     ]\n26 /dev/sda1 [          ]\n"},
+        // Runs of blanks are one separator, however long.
+        {"pp 1MiB blanks",
+         {{"proc/partitions", kDisks + "   8" + std::string(1 << 20, ' ') + "16 2048 sdb\n"}},
+         nullptr,
+         "36 /dev/sda [    P     ]\n36 /dev/sdb [          ]\n26 /dev/sda1 [          ]\n"},
+        // Half a million tokens behind the name column are ignored (and split in linear time).
+        {"pp 1MiB tokens",
+         {{"proc/partitions", kDisks + "   8 16 2048 sdb" + manyTokens + "\n"}},
+         nullptr,
+         "36 /dev/sda [    P     ]\n36 /dev/sdb [          ]\n26 /dev/sda1 [          ]\n"},
+        // A name of 1 MiB is a name.
+        {"pp 1MiB name",
+         {{"proc/partitions", kDisks + "   8 16 2048 " + kMiB + "\n"}},
+         nullptr,
+         "36 /dev/sda [    P     ]\n36 <1048581 bytes> [          ]\n26 /dev/sda1 [          ]\n"},
+        // The first line is the whole file; its number ends at the first NUL byte.
+        {"sys size nul",
+         {kSdaDev, {"sys/block/sda/size", bytes("2048\0\0\0")}},
+         "SysBlockSize",
+         "36 /dev/sda [    P     ] SysBlockSize=2048\n26 /dev/sda1 [          ]\n"},
+        // No number at all: the /sys/block reader stops; /proc/partitions still lists sda.
+        {"sys size binary",
+         {kSdaDev, {"sys/block/sda/size", "\xff\xfe"}},
+         nullptr,
+         "36 /dev/sda [    P     ]\n26 /dev/sda1 [          ]\nfailed /sys/block\n"},
+        // Text attributes are kept as they are, NUL bytes included.
+        {"sys model nul",
+         {kSdaDev, kSdaSize, {"sys/block/sda/device/model", bytes("Disk\0\0X")}},
+         "SysBlockModel",
+         bytes("36 /dev/sda [    P     ] SysBlockModel=Disk\0\0X\n26 /dev/sda1 [          ]\n")},
+        // "8" splits into "8" and "": an empty minor does not convert.
+        {"sys dev no colon",
+         {{"sys/block/sda/dev", "8"}},
+         nullptr,
+         "36 /dev/sda [    P     ]\n26 /dev/sda1 [          ]\nfailed /sys/block\n"},
+        {"sys dev bad minor",
+         {{"sys/block/sda/dev", "8:x\n"}},
+         nullptr,
+         "36 /dev/sda [    P     ]\n26 /dev/sda1 [          ]\nfailed /sys/block\n"},
+        {"sys removable word",
+         {kSdaDev, {"sys/block/sda/removable", "yes\n"}},
+         nullptr,
+         "36 /dev/sda [    P     ]\n26 /dev/sda1 [          ]\nfailed /sys/block\n"},
+        // A disk known only to /sys/block (it answers READ CAPACITY) is taken with its size in KiB...
+        {"sys only disk",
+         {{"sys/block/sdx/dev", "8:64"},
+          {"dev/sdx", ""},
+          {".vessa/ioctl/sdx.read_capacity", "512\n"},
+          {".vessa/ioctl/sdx.size", "1536\n"},
+          {"sys/block/sdx/size", "3\n"}},
+         "Blocks",
+         "36 /dev/sda [    P     ] Blocks=512\n36 /dev/sdx [          ] Blocks=1\n26 /dev/sda1 [          ] "
+         "Blocks=512\n"},
+        // ...but one whose dev file has no ":" is passed over, without a failure.
+        {"sys only dev no colon",
+         {{"sys/block/sdx/dev", "8"}, {"dev/sdx", ""}, {".vessa/ioctl/sdx.read_capacity", "512\n"}},
+         nullptr,
+         "36 /dev/sda [    P     ]\n26 /dev/sda1 [          ]\n"},
+        // Holders in /sys/block relate nothing (the device-mapper tree does): neither one that names no
+        // device nor the device itself changes the list.
+        {"sys holder nowhere",
+         {kSdaDev, kSdaSize, {"sys/block/sda/holders/dm-9", ""}},
+         nullptr,
+         "36 /dev/sda [    P     ]\n26 /dev/sda1 [          ]\n"},
+        {"sys own holder",
+         {kSdaDev, kSdaSize, {"sys/block/sda/holders/sda", ""}, {"sys/block/sda/slaves/sda", ""}},
+         nullptr,
+         "36 /dev/sda [    P     ]\n26 /dev/sda1 [          ]\n"},
+        // Depth is the first column that is not a blank: a tab-indented path is a top-level node, so
+        // mpatha has no path and sda stays a disk of its own.
+        {"dm odd indentation",
+         {{"proc/partitions", kDm0},
+          {kTree, "mpatha (253:0)\n\t└─(8:0)\n"},
+          {kMultipaths, "mpatha\t(253:0)\n"}},
+         nullptr,
+         "36 /dev/sda [    P     ]\n36 /dev/mapper/mpatha [          ]\n26 /dev/sda1 [          ]\n"},
+        // A blank line is a node "device" (0:0) at depth -1, and the next lines hang below it: mpatha
+        // and its path are no longer parent and child.
+        {"dm blank lines",
+         {{"proc/partitions", kDm0},
+          {kTree, "\nmpatha (253:0)\n\n └─ (8:0)\n\n"},
+          {kMultipaths, "\nmpatha\t(253:0)\n\n"}},
+         nullptr,
+         "36 /dev/sda [    P     ]\n36 /dev/mapper/mpatha [          ]\n26 /dev/sda1 [          ]\n"},
+        // The old "(253, 0)" form: sda is a path of mpatha, which takes its place (and its partition's
+        // P); logical devices are not looked for below multipath paths.
+        {"dm comma numbers",
+         {{"proc/partitions", kDm0},
+          {kTree, "mpatha (253, 0)\n └─ (8, 0)\n"},
+          {kMultipaths, "mpatha (253, 0)\n"}},
+         nullptr,
+         "36 /dev/mapper/mpatha [    P     ]\n"},
+        // The tree reader stops at "253:x" and keeps vg-a, which holds sda1 and takes its place.
+        {"dm bad numbers",
+         {{"proc/partitions", kDm0 + " 253 1 1024 dm-1\n"},
+          {kTree, "vg-a (253:1)\n └─ (8:1)\nvg-b (253:x)\n"}},
+         nullptr,
+         "36 /dev/sda [    P     ]\n36 /dev/dm-0 [          ]\n26 /dev/dm-1 [          ]\nfailed dmsetup\n"},
+        // A node below itself is not its own holder.
+        {"dm own child",
+         {{"proc/partitions", kDm0}, {kTree, "dm-0 (253:0)\n └─dm-0 (253:0)\n"}},
+         nullptr,
+         "36 /dev/sda [    P     ]\n36 /dev/dm-0 [          ]\n26 /dev/sda1 [          ]\n"},
+        // A multipath device listed as its own path becomes its own target, and targets are no roots:
+        // it leaves the list (the correlation pairs every link with itself too).
+        {"dm own multipath path",
+         {{"proc/partitions", kDm0},
+          {kTree, "mpatha (253:0)\n └─mpatha (253:0)\n"},
+          {kMultipaths, "mpatha\t(253:0)\n"}},
+         nullptr,
+         "36 /dev/sda [    P     ]\n26 /dev/sda1 [          ]\n"},
+        // A display cut in its second key: the volume is made with what it had.
+        {"pv cut",
+         {{".vessa/commands/pvdisplay", "  --- Physical volume ---\n  PV Name    /dev/sda1\n  VG Na"}},
+         "PVVGName",
+         "36 /dev/sda [    P     ] PVVGName=\n26 /dev/sda1 [          ] PVVGName=\n"},
+        {"vg cut",
+         {{".vessa/commands/pvdisplay", "  PV Name  /dev/sda1\n  VG Name  vg0\n"},
+          {".vessa/commands/vgdisplay", "  --- Volume group ---\n  VG Name   vg0\n  Form"}},
+         nullptr,
+         "36 /dev/sda [    P  V  ]\n26 /dev/sda1 [       V  ]\n"},
+        // Cut inside "Block device": the empty minor stops the reader; the volume before it stays.
+        {"lv cut in number",
+         {{"proc/partitions", kDm0},
+          {".vessa/commands/lvdisplay",
+           "  LV Name  /dev/vg0/a\n  Block device  253:0\n  LV Name  /dev/vg0/b\n  Block device  253:"}},
+         "LVName",
+         "36 /dev/sda [    P     ]\n36 /dev/dm-0 [          ] LVName=vg0/a\n26 /dev/sda1 [          "
+         "]\nfailed lvdisplay\n"},
+        // "253,0" has no ":": the major reads 253, the minor is empty.
+        {"lv comma number",
+         {{"proc/partitions", kDm0},
+          {".vessa/commands/lvdisplay", "  LV Name  /dev/vg0/a\n  Block device  253,0\n"}},
+         "LVName",
+         "36 /dev/sda [    P     ]\n36 /dev/dm-0 [          ]\n26 /dev/sda1 [          ]\nfailed "
+         "lvdisplay\n"},
+        // Tabs do not separate fstab columns: the device is the whole line, the mount point empty.
+        {"fstab tabs",
+         {{"etc/fstab", "/dev/sda1\t/\text4\tdefaults\t0\t1\n"}},
+         nullptr,
+         "36 /dev/sda [    P     ]\n26 /dev/sda1 [          ]\n"},
+        // Short lines: no mount point, nothing; a mount point without a type still marks the system.
+        {"fstab short",
+         {{"etc/fstab", "/dev/sda1\n/dev/sda1 /\n"}},
+         nullptr,
+         "36 /dev/sda [    PS    ]\n26 /dev/sda1 [     S    ]\n1 //targetfile.dat [     S    ]\n"},
+        // Octal escapes are undone; those that are not three octal digits up to \377 stay as written.
+        {"mtab octal",
+         {{"dev/sda1", "readable\n"}, {"etc/mtab", "/dev/sda1 /mnt/my\\040disk\\011x ext4 rw 0 0\n"}},
+         nullptr,
+         "36 /dev/sda [    P     ]\n26 /dev/sda1 [          ]\n1 /mnt/my disk\tx/targetfile.dat [          "
+         "]\n"},
+        {"mtab bad escapes",
+         {{"dev/sda1", "readable\n"}, {"etc/mtab", "/dev/sda1 /mnt/a\\400\\9\\04 ext4 rw 0 0\n"}},
+         nullptr,
+         "36 /dev/sda [    P     ]\n26 /dev/sda1 [          ]\n1 /mnt/a\\400\\9\\04/targetfile.dat [         "
+         " ]\n"},
+        // Binary lines name no "/dev/" device and no network type: skipped.
+        {"mtab binary",
+         {{"etc/mtab", bytes("\0\xff/dev/sda1\t/\0 ext4\n\x01\x02\n")}},
+         nullptr,
+         "36 /dev/sda [    P     ]\n26 /dev/sda1 [          ]\n"},
+        // A mount point of 1 MiB is one; a last line without a newline is read too.
+        {"mtab 1MiB",
+         {{"dev/sda1", "readable\n"},
+          {"etc/mtab", "/dev/sda1 /" + kMiB + " ext4 rw 0 0\n/dev/sda1 / ext4 rw"}},
+         nullptr,
+         "36 /dev/sda [    PS    ]\n26 /dev/sda1 [     S    ]\n1 <1048592 bytes> [     S    ]\n1 "
+         "//targetfile.dat [     S    ]\n"},
+    };
+    for (const Snapshot& c : cases) {
+        vessa::test::TempDir root;
+        root.write("etc/hostname", "bad\n");
+        root.write("proc/partitions", kDisks);
+        for (const auto& [path, content] : c.files) {
+            root.write(path, content);
+        }
+        vessa::hax::clearHostCache();
+        vessa::test::ScopedView view(root.path());
+        std::unique_ptr<Host> host(Host::named(sys::current().hostName(), false));
+        host->fill(Storage::allStorage, nullptr, false, {});
+        EXPECT_EQ(summary(*host, c.key), c.expected) << c.name;
+        host.reset();
+        vessa::hax::clearHostCache();
+    }
+}
+
+class QuietTransport : public vessa::hax::Transport {
+  public:
+    std::string envValueOf(const std::string&, const std::string&) override { return "/opt/vltt"; }
+    int listDirectory(const std::string&, const std::string&, std::list<vessa::hax::FSItem>&) override {
+        return 0;
+    }
+    void putFSItem(const std::string&, const std::string&, const std::string&) override {}
+    void getFSItem(const std::string&, const std::string&, const std::string&) override {}
+    void deleteFSItem(const std::string&, const std::string&) override {}
+};
+
+class BadRemoteInput : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        vessa::hax::clearHostCache();
+        vessa::hax::setTransport(std::make_shared<QuietTransport>());
+    }
+    void TearDown() override {
+        vessa::hax::setTransport(nullptr);
+        vessa::hax::clearHostCache();
+    }
+    // The host, made while the launcher answers its description request with `description`.
+    std::unique_ptr<Host> host(const std::string& description) {
+        FakeProgram pelo("pelo", description);
+        return std::unique_ptr<Host>(Host::named("192.0.2.20", false));
+    }
+};
+
+// Listings (version 136) through the launcher. Missing trailing fields keep their defaults; a numeric
+// field that does not convert throws out of Host::fill, keeps the items of the lines before, and names
+// its line, which the command line's error text shows.
+TEST_F(BadRemoteInput, ListingLines) {
+    const struct {
+        const char* name;
+        std::string listing;
+        const char* items;  // "path size" of each item
+        int failedLine;     // 0: no failure
+    } cases[] = {
+        // Too few fields: path and name only, or the index alone (an item with an empty path).
+        {"few fields", "/dev/sda~sda\n[2]\n/dev/sdb\n", "/dev/sda 0\n 0\n/dev/sdb 0\n", 0},
+        // Carriage returns are trimmed with the numbers; fields behind swap are ignored.
+        {"crlf and extra", "/dev/sda~a~~~~~~0~0~1~512~0~0~0~extra~more\r\n", "/dev/sda 512\n", 0},
+        // The stream reads "-1" for an unsigned size as its two's complement: no failure.
+        {"negative size", "/dev/sda~a~~~~~~0~0~1~-1\n", "/dev/sda 18446744073709551615\n", 0},
+        {"bad drive type", "/dev/ok~ok\n/dev/x~x~~~~~~x~1\n/dev/after~a\n", "/dev/ok 0\n", 2},
+        {"size overflow", "/dev/ok~ok\n/dev/x~x~~~~~~0~0~1~99999999999999999999\n", "/dev/ok 0\n", 2},
+        {"boot not 0 or 1", "/dev/x~x~~~~~~0~0~1~512~2\n", "", 1},
+        {"bad index", "[x]~/dev/x\n", "", 1},
+        // A 1 MiB line without a newline is one device; 1 MiB of separators has an empty drive type.
+        {"1MiB name", "/dev/big~" + kMiB, "/dev/big 0\n", 0},
+        {"1MiB separators", std::string(1 << 20, '~'), "", 1},
+    };
+    auto remote = host("build.os=linux\n");
+    for (const auto& c : cases) {
+        FakeProgram pelo("pelo", "136\n" + c.listing);
+        int failedLine = 0;
+        std::string text;
+        try {
+            remote->fill(Storage::physicalStorage, nullptr, false, {});
+        } catch (const vessa::target::ListingLineError& e) {
+            failedLine = static_cast<int>(e.lineNumber());
+            text = vessa::cli::errorText(e);
+            EXPECT_EQ(e.why().rfind("conversion from \"", 0), 0u) << c.name;
+        }
+        EXPECT_EQ(failedLine, c.failedLine) << c.name;
+        if (failedLine > 0) {
+            std::string line = c.listing;
+            for (int i = 1; i < failedLine; ++i) {
+                line.erase(0, line.find('\n') + 1);
+            }
+            line = line.substr(0, std::min<std::size_t>(line.find('\n'), 160));
+            EXPECT_EQ(text.rfind("listing line " + std::to_string(failedLine) + " \"" + line, 0), 0u) << text;
+            EXPECT_EQ(text.find('\n'), std::string::npos);
+        }
+        std::string items;
+        for (Storage* s : remote->storage()) {
+            items += s->path() + " " + std::to_string(s->size()) + "\n";
+            delete s;
+        }
+        remote->storage().clear();
+        EXPECT_EQ(items, c.items) << c.name;
+    }
+}
+
+// The environment tool's answer: lines of key=value, the last one without a newline; nothing else.
+TEST_F(BadRemoteInput, HostDescriptions) {
+    const struct {
+        const char* name;
+        std::string output;
+        std::string osName;
+        std::string cpuCount;
+    } cases[] = {
+        {"1MiB value, no newline", "cpu.count=2\nos.name=" + kMiB, kMiB, "2"},
+        {"1MiB without \"=\"", kMiB + kMiB, "", ""},
+        {"NUL bytes and CR", bytes("os.name=Li\0nux\r\ncpu.count=\x01\r\n"), bytes("Li\0nux"), "\x01"},
+        {"blank before =", "os.name = Linux\ncpu.count=4=5", "", "4=5"},
+    };
+    for (const auto& c : cases) {
+        auto remote = host(c.output);
+        EXPECT_EQ(remote->osName(), c.osName) << c.name;
+        EXPECT_EQ(remote->cpuCount(), c.cpuCount) << c.name;
+    }
+}
+
+}  // namespace

@@ -1,0 +1,179 @@
+#include "platform/view/RootedFiles.h"
+
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <linux/audit.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
+#include <sys/prctl.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstddef>
+#include <filesystem>
+
+#include "support/TestSupport.h"
+
+namespace fs = std::filesystem;
+using vessa::sal::posix::RootedFiles;
+
+namespace {
+
+// A snapshot that tries to make replay read the file "secret" beside it, or hang, or loop.
+class Hostile : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        outside.write("secret", "SECRET");
+        root = outside.path() + "/root";
+        outside.write("root/proc/mounts", "inside");
+        outside.write("root/sys/devices/pci/sda/size", "16");
+        outside.write("root/data", "end of chain");
+        link("/proc/mounts", "etc/mtab");
+        link("../devices/pci/sda", "sys/block/sda");
+        link("../../../../../../..", "up");
+        link("/", "abs");
+        link("../secret", "rel-secret");
+        link("/../../secret", "abs-secret");
+        link(outside.path() + "/secret", "full-secret");
+        link("loop-b", "loop-a");
+        link("loop-a", "loop-b");
+        // link0 -> link1 -> ... -> link40 -> data: 41 links from link0, the kernel's 40 from link1.
+        for (int i = 0; i <= 40; ++i) {
+            link(i == 40 ? "data" : "link" + std::to_string(i + 1), "link" + std::to_string(i));
+        }
+        ::mkfifo((root + "/fifo").c_str(), 0644);
+        sockaddr_un addr = {};
+        addr.sun_family = AF_UNIX;
+        const std::string socketPath = root + "/socket";
+        socketPath.copy(addr.sun_path, sizeof addr.sun_path - 1);
+        socket_ = ::socket(AF_UNIX, SOCK_STREAM, 0);
+        ::bind(socket_, reinterpret_cast<sockaddr*>(&addr), sizeof addr);
+    }
+    void TearDown() override { ::close(socket_); }
+    void link(const std::string& target, const std::string& at) {
+        fs::create_directories(fs::path(root + "/" + at).parent_path());
+        fs::create_symlink(target, root + "/" + at);
+    }
+
+    vessa::test::TempDir outside;
+    std::string root;
+    int socket_ = -1;
+};
+
+// Every path, through the kernel's resolution and through the fallback walk: what it reads, or that
+// it reads nothing. Nothing outside the root is ever reached.
+TEST_F(Hostile, PathsResolveInsideTheRootWithEitherResolver) {
+    struct Case {
+        const char* path;
+        const char* content;  // nullptr: the read fails
+        int err;              // the errno of the failed open, 0 when it does not matter or opens
+    };
+    const Case cases[] = {
+        {"/etc/mtab", "inside", 0},                                // absolute target: under the root
+        {"etc/mtab", "inside", 0},                                 // relative paths start at the root too
+        {"/sys/block/sda/size", "16", 0},                          // relative link in the middle
+        {"/sys/block/sda/../../../../proc/mounts", "inside", 0},   // ".." of the link's target,
+        {"/sys/block/sda/../../../proc/mounts", nullptr, ENOENT},  // not of the path as written
+        {"/../../../../proc/mounts", "inside", 0},                 // ".." stops at the root
+        {"/up/proc/mounts", "inside", 0},
+        {"/abs/abs/etc/mtab", "inside", 0},
+        {"/up/secret", nullptr, ENOENT},
+        {"/rel-secret", nullptr, ENOENT},
+        {"/abs-secret", nullptr, ENOENT},
+        {"/full-secret", nullptr, ENOENT},
+        {"/loop-a", nullptr, ELOOP},
+        {"/loop-a/x", nullptr, ELOOP},
+        {"/link1", "end of chain", 0},
+        {"/link0", nullptr, ELOOP},
+        {"/proc/mounts/", nullptr, ENOTDIR},  // a trailing "/" wants a directory
+        {"/proc/mounts/.", nullptr, ENOTDIR},
+        {"/proc", nullptr, 0},  // a directory is not read
+        {"/fifo", nullptr, 0},  // opened for nothing, so it cannot hang
+        {"/socket", nullptr, 0},
+        {"", nullptr, ENOENT},
+    };
+    for (RootedFiles::Resolver resolver : {RootedFiles::Resolver::Kernel, RootedFiles::Resolver::Portable}) {
+        RootedFiles files(root, resolver);
+        ASSERT_TRUE(files.valid());
+        for (const Case& c : cases) {
+            SCOPED_TRACE(std::string(c.path) +
+                         (resolver == RootedFiles::Resolver::Kernel ? " kernel" : " walk"));
+            std::string content = "unchanged";
+            EXPECT_EQ(files.readFile(c.path, content), c.content != nullptr);
+            EXPECT_EQ(content, c.content != nullptr ? c.content : "unchanged");
+            errno = 0;
+            const int fd = files.open(c.path, O_PATH);
+            if (c.err != 0) {
+                EXPECT_EQ(fd, -1);
+                EXPECT_EQ(errno, c.err);
+            }
+            if (fd >= 0) {
+                ::close(fd);
+            }
+        }
+        std::string target;
+        ASSERT_TRUE(files.readLink("/abs/etc/mtab", target, 512));
+        EXPECT_EQ(target, "/proc/mounts");
+        EXPECT_FALSE(files.readLink("/proc/mounts", target, 512));
+        std::vector<vessa::sal::sys::DirEntry> entries;
+        ASSERT_TRUE(files.listDirectory("/up", entries));  // the root itself
+        EXPECT_EQ(entries.front().name, "abs");
+        vessa::sal::sys::FileStatus st;
+        ASSERT_TRUE(files.status("/sys/block/sda", st));
+        EXPECT_TRUE(st.isDirectory);
+        EXPECT_FALSE(files.status("/loop-b", st));
+        EXPECT_FALSE(files.usesPortableWalk() && resolver == RootedFiles::Resolver::Kernel);
+    }
+}
+
+TEST_F(Hostile, LargeFilesAreReadUpToTheBound) {
+    const std::string big = root + "/big";
+    ASSERT_EQ(::truncate(outside.write("root/big", "x").c_str(), RootedFiles::kReadLimit + 10), 0);
+    RootedFiles files(root);
+    std::string content;
+    bool cut = false;
+    ASSERT_TRUE(files.readFile("/big", content, RootedFiles::kReadLimit, &cut));
+    EXPECT_EQ(content.size(), RootedFiles::kReadLimit);
+    EXPECT_TRUE(cut);
+    ASSERT_TRUE(files.readFile("/big", content, 1, &cut));
+    EXPECT_EQ(content, "x");
+    ASSERT_TRUE(files.readFile("/data", content, 12, &cut));
+    EXPECT_EQ(content, "end of chain");
+    EXPECT_FALSE(cut);
+}
+
+// A kernel without openat2: the first call finds out and every call walks instead, with the same rules.
+TEST_F(Hostile, WithoutOpenat2TheWalkTakesOver) {
+    const pid_t child = ::fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        sock_filter filter[] = {
+            BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+            BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_openat2, 0, 1),
+            BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | ENOSYS),
+            BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
+        };
+        sock_fprog program = {static_cast<unsigned short>(sizeof filter / sizeof filter[0]), filter};
+        if (::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0 ||
+            ::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) != 0) {
+            ::_exit(2);
+        }
+        RootedFiles files(root);
+        std::string content;
+        const bool ok = files.readFile("/etc/mtab", content) && content == "inside" &&
+                        files.usesPortableWalk() && !files.readFile("/up/secret", content) &&
+                        !files.readFile("/loop-a", content);
+        ::_exit(ok ? 0 : 1);
+    }
+    int status = 0;
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    ASSERT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(WEXITSTATUS(status), 0);
+}
+
+}  // namespace
