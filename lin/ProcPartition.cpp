@@ -6,6 +6,7 @@
 #include "platform/Log.h"
 #include "platform/Stat.h"
 #include "platform/Str.h"
+#include "platform/view/RunScope.h"
 #include "platform/view/SystemView.h"
 
 namespace vessa::target::lin {
@@ -189,8 +190,10 @@ void ProcPartition::readProcPartitions(std::list<ProcPartition*>& result) {
                 delete entry;
             }
         }
-    } catch (const std::exception&) {
+    } catch (const std::exception& e) {
         VESSA_LOG << "Failed to finish reading...like a boss...";
+        // The reader keeps the failure to itself; the run still learns that the list is cut short.
+        sal::sys::RunScope::noteFailure("/proc/partitions", e.what());
     }
 }
 

@@ -451,6 +451,11 @@ std::uint32_t GetStorage(Host* host, Storage::storageType type, unsigned int inq
         report.devices = deviceTree(links, itemsOf);
     }
     host->storage().splice(host->storage().end(), made);
+    std::vector<DiscoveryReport::Failure> noted;
+    for (const auto& [source, reason] : scope.failures()) {
+        noted.push_back({source, reason});
+    }
+    report.failedSources.insert(report.failedSources.begin(), noted.begin(), noted.end());
     report.warnings = completenessWarnings(scope, report.failedSources, r.procPartitions);
     if (inUse) {
         report.warnings.insert(report.warnings.end(), inUse->warnings().begin(), inUse->warnings().end());

@@ -112,12 +112,27 @@ class RunScope::CachingView : public View {
     std::unordered_map<std::string, Listing> listings_;
 };
 
-RunScope::RunScope() : view_(std::make_unique<CachingView>(current())), previous_(detail::t_scopeView) {
+namespace {
+thread_local RunScope* t_scope = nullptr;
+}
+
+RunScope::RunScope()
+    : view_(std::make_unique<CachingView>(current())),
+      previous_(detail::t_scopeView),
+      previousScope_(t_scope) {
     detail::t_scopeView = view_.get();
+    t_scope = this;
 }
 
 RunScope::~RunScope() {
     detail::t_scopeView = previous_;
+    t_scope = previousScope_;
+}
+
+void RunScope::noteFailure(const std::string& source, const std::string& reason) {
+    if (t_scope != nullptr) {
+        t_scope->failures_.emplace_back(source, reason);
+    }
 }
 
 const std::vector<RunScope::Command>& RunScope::commands() const {

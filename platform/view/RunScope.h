@@ -14,6 +14,7 @@
 #include <list>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "platform/view/SystemView.h"
@@ -37,6 +38,11 @@ class RunScope {
 
     // Every program run through the view in this scope, in order.
     const std::vector<Command>& commands() const;
+    // A source that a reader could not read to its end, noted by the reader where it keeps the failure
+    // to itself; nothing happens on a thread outside any scope.
+    static void noteFailure(const std::string& source, const std::string& reason);
+    const std::vector<std::pair<std::string, std::string>>& failures() const { return failures_; }
+
     // Host paths of the files that could not be read in this scope, in order, each once.
     const std::vector<std::string>& unreadable() const;
     bool wasUnreadable(const std::string& path) const;
@@ -46,6 +52,8 @@ class RunScope {
   private:
     std::unique_ptr<CachingView> view_;
     View* previous_;
+    RunScope* previousScope_;
+    std::vector<std::pair<std::string, std::string>> failures_;
 };
 
 }  // namespace vessa::sal::sys

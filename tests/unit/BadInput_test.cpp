@@ -67,7 +67,7 @@ struct Snapshot {
 };
 
 // Local discovery of snapshots. The rules: invalid /proc/partitions lines are dropped and its reader
-// stops quietly at a number it cannot convert; the other readers stop at such a number, keep what
+// stops at a number it cannot convert, logging it itself; the other readers stop at such a number, keep what
 // they read, and the run notes them as failed; text after a valid number is ignored ("16x" is 16).
 TEST(BadInput, LocalSources) {
     const std::string manyTokens = [] {
@@ -115,17 +115,18 @@ TEST(BadInput, LocalSources) {
          {{"proc/partitions", kDisks + "  -8 16 2048 sdb\n   8 32 2048 sdc\n"}},
          nullptr,
          "36 /dev/sda [    P     ]\n36 /dev/sdc [          ]\n26 /dev/sda1 [          ]\n"},
-        // "16x" converts to 16; "x" does not: the reader stops there (sdd is never read) and, catching
-        // it itself, reports nothing.
+        // "16x" converts to 16; "x" does not: the reader stops there (sdd is never read); it catches
+        // that itself, and the run still counts the list as failed.
         {"pp non-numeric",
          {{"proc/partitions", kDisks + "   8 16x 2048 sdb\n   x 32 2048 sdc\n   8 48 2048 sdd\n"}},
          nullptr,
-         "36 /dev/sda [    P     ]\n36 /dev/sdb [          ]\n26 /dev/sda1 [          ]\n"},
+         "36 /dev/sda [    P     ]\n36 /dev/sdb [          ]\n26 /dev/sda1 [          ]\nfailed "
+         "/proc/partitions\n"},
         // A size beyond 64 bits does not convert: the reader stops at it.
         {"pp overflow",
          {{"proc/partitions", kDisks + "   8 16 99999999999999999999 sdb\n"}},
          nullptr,
-         "36 /dev/sda [    P     ]\n26 /dev/sda1 [          ]\n"},
+         "36 /dev/sda [    P     ]\n26 /dev/sda1 [          ]\nfailed /proc/partitions\n"},
         // Runs of blanks are one separator, however long.
         {"pp 1MiB blanks",
          {{"proc/partitions", kDisks + "   8" + std::string(1 << 20, ' ') + "16 2048 sdb\n"}},
