@@ -5,73 +5,101 @@
 #include <linux/fs.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/vfs.h>
 #include <unistd.h>
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <fstream>
 #include <sstream>
 
 namespace vessa::sal::posix {
 
 bool readWhole(const std::string& realPath, std::string& content) {
-    std::ifstream in(realPath, std::ios::binary);
-    if (!in) {
+    const int fd = ::open(realPath.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) {
         return false;
     }
-    std::ostringstream out;
-    out << in.rdbuf();
-    // A file that opens but cannot be read (a directory, a write-only attribute) counts as unreadable.
-    if (in.bad()) {
-        return false;
+    std::string data;
+    char buffer[8192];
+    for (;;) {
+        const ssize_t n = ::read(fd, buffer, sizeof buffer);
+        if (n < 0 && errno == EINTR) {
+            continue;
+        }
+        if (n < 0) {
+            // A file that opens but cannot be read (a directory, a write-only attribute) counts as unreadable.
+            ::close(fd);
+            return false;
+        }
+        if (n == 0) {
+            break;
+        }
+        data.append(buffer, static_cast<std::size_t>(n));
     }
-    content = out.str();
+    ::close(fd);
+    content = std::move(data);
     return true;
 }
 
-bool listDirectory(const std::string& realPath, std::vector<sys::DirEntry>& entries) {
-    DIR* dir = ::opendir(realPath.c_str());
-    if (dir == nullptr) {
-        return false;
-    }
+bool listOpenDirectory(int fd, std::vector<sys::DirEntry>& entries) {
+    // getdents64 into a buffer of our own: a listing per device of a large host is too frequent for
+    // opendir's allocation of one per directory.
+    alignas(8) char buffer[32768];
     std::vector<sys::DirEntry> found;
-    while (const dirent* e = ::readdir(dir)) {
-        std::string name = e->d_name;
-        if (name == "." || name == "..") {
+    for (;;) {
+        const long n = ::syscall(SYS_getdents64, fd, buffer, sizeof buffer);
+        if (n < 0 && errno == EINTR) {
             continue;
         }
-        sys::DirEntry entry;
-        entry.name = name;
-        switch (e->d_type) {
-            case DT_REG:
-                entry.type = sys::DirEntry::File;
-                break;
-            case DT_DIR:
-                entry.type = sys::DirEntry::Directory;
-                break;
-            case DT_LNK:
-                entry.type = sys::DirEntry::Link;
-                break;
-            case DT_BLK:
-                entry.type = sys::DirEntry::BlockDevice;
-                break;
-            case DT_CHR:
-                entry.type = sys::DirEntry::CharDevice;
-                break;
-            case DT_UNKNOWN:
-                entry.type = sys::DirEntry::Unknown;
-                break;
-            default:
-                entry.type = sys::DirEntry::Other;
-                break;
+        if (n < 0) {
+            ::close(fd);
+            return false;
         }
-        found.push_back(std::move(entry));
+        if (n == 0) {
+            break;
+        }
+        for (long at = 0; at < n;) {
+            const auto* e = reinterpret_cast<const struct dirent64*>(buffer + at);
+            at += e->d_reclen;
+            const char* name = e->d_name;
+            if (std::strcmp(name, ".") == 0 || std::strcmp(name, "..") == 0) {
+                continue;
+            }
+            found.push_back(sys::DirEntry{name, entryType(e->d_type)});
+        }
     }
-    ::closedir(dir);
+    ::close(fd);
     std::sort(found.begin(), found.end(),
               [](const sys::DirEntry& a, const sys::DirEntry& b) { return a.name < b.name; });
-    entries.insert(entries.end(), found.begin(), found.end());
+    entries.insert(entries.end(), std::make_move_iterator(found.begin()), std::make_move_iterator(found.end()));
     return true;
+}
+
+sys::DirEntry::Type entryType(unsigned char type) {
+    switch (type) {
+        case DT_REG:
+            return sys::DirEntry::File;
+        case DT_DIR:
+            return sys::DirEntry::Directory;
+        case DT_LNK:
+            return sys::DirEntry::Link;
+        case DT_BLK:
+            return sys::DirEntry::BlockDevice;
+        case DT_CHR:
+            return sys::DirEntry::CharDevice;
+        case DT_UNKNOWN:
+            return sys::DirEntry::Unknown;
+        default:
+            return sys::DirEntry::Other;
+    }
+}
+
+bool listDirectory(const std::string& realPath, std::vector<sys::DirEntry>& entries) {
+    const int fd = ::open(realPath.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    return fd >= 0 && listOpenDirectory(fd, entries);
 }
 
 bool status(const std::string& realPath, sys::FileStatus& st) {

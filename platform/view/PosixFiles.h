@@ -12,6 +12,10 @@ namespace vessa::sal::posix {
 bool readWhole(const std::string& realPath, std::string& content);
 // Entries without "." and "..", sorted by name.
 bool listDirectory(const std::string& realPath, std::vector<sys::DirEntry>& entries);
+// The same for a directory already open (read-only); closes `fd` in any case.
+bool listOpenDirectory(int fd, std::vector<sys::DirEntry>& entries);
+// A directory entry's d_type as the view names it.
+sys::DirEntry::Type entryType(unsigned char type);
 // stat() following links; a block device's size is its capacity (BLKGETSIZE64).
 bool status(const std::string& realPath, sys::FileStatus& st);
 bool readLink(const std::string& realPath, std::string& target, std::size_t limit);

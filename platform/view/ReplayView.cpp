@@ -1,6 +1,8 @@
 // The replay system view: a snapshot directory stands for the machine's root. Nothing is run and no
 // ioctl is issued; commands and ioctls are answered from the snapshot's recordings.
 #include <cerrno>
+#include <mutex>
+#include <unordered_set>
 
 #include "platform/Str.h"
 #include "platform/view/RootedFiles.h"
@@ -24,6 +26,9 @@ class ReplayView : public View {
 
     bool readFile(const std::string& path, std::string& content) override {
         return files_.readFile(path, content);
+    }
+    bool readListedFile(const std::string& path, std::string& content) override {
+        return files_.readListedFile(path, content);
     }
     bool listDirectory(const std::string& path, std::vector<DirEntry>& entries) override {
         return files_.listDirectory(path, entries);
@@ -69,10 +74,11 @@ class ReplayView : public View {
 
     RunOutcome run(const std::string& program, const std::list<std::string>& args, std::string& output,
                    int& status) override {
-        const std::string file = "/.vessa/commands/" + commandFileName(program, args);
+        const std::string name = commandFileName(program, args);
+        const std::string file = "/.vessa/commands/" + name;
         std::string text;
         bool cut = false;
-        if (!files_.readFile(file, text, commandLimits().maxOutput, &cut)) {
+        if (!recorded("commands", name) || !files_.readFile(file, text, commandLimits().maxOutput, &cut)) {
             return RunOutcome::NotStarted;
         }
         // A recording longer than the live run would have taken ends as that run would have.
@@ -80,7 +86,9 @@ class ReplayView : public View {
             return RunOutcome::TooMuchOutput;
         }
         std::string statusText;
-        status = files_.readFile(file + ".status", statusText) ? static_cast<int>(number(statusText)) : 0;
+        status = recorded("commands", name + ".status") && files_.readFile(file + ".status", statusText)
+                     ? static_cast<int>(number(statusText))
+                     : 0;
         output += text;
         return RunOutcome::Exited;
     }
@@ -142,7 +150,24 @@ class ReplayView : public View {
 
   private:
     bool recording(const std::string& query, const std::string& device, std::string& content) const {
-        return files_.readFile("/.vessa/ioctl/" + ioctlFileName(device, query), content);
+        const std::string name = ioctlFileName(device, query);
+        return recorded("ioctl", name) && files_.readFile("/.vessa/ioctl/" + name, content);
+    }
+
+    // Whether the snapshot holds a recording of that name (in .vessa/commands or .vessa/ioctl). Each
+    // folder is listed once, when first asked: a run asks about every device, and most have no answer
+    // for most questions, which would otherwise cost a failed open each.
+    bool recorded(const std::string& folder, const std::string& name) const {
+        std::call_once(indexed_, [this] {
+            for (const char* f : {"commands", "ioctl"}) {
+                std::vector<DirEntry> entries;
+                files_.listDirectory(std::string("/.vessa/") + f, entries);
+                for (const DirEntry& e : entries) {
+                    recordings_.insert(std::string(f) + "/" + e.name);
+                }
+            }
+        });
+        return recordings_.count(folder + "/" + name) != 0;
     }
 
     static long long number(const std::string& text) {
@@ -155,6 +180,8 @@ class ReplayView : public View {
         return value;
     }
 
+    mutable std::once_flag indexed_;
+    mutable std::unordered_set<std::string> recordings_;
     std::string root_;
     posix::RootedFiles files_;
 };

@@ -1,5 +1,7 @@
 #include "platform/view/RootedFiles.h"
 
+#include "platform/view/PosixFiles.h"
+
 #include <dirent.h>
 #include <fcntl.h>
 #include <linux/openat2.h>
@@ -91,24 +93,6 @@ bool usable(const std::string& path) {
     return true;
 }
 
-sys::DirEntry::Type entryType(unsigned char type) {
-    switch (type) {
-        case DT_REG:
-            return sys::DirEntry::File;
-        case DT_DIR:
-            return sys::DirEntry::Directory;
-        case DT_LNK:
-            return sys::DirEntry::Link;
-        case DT_BLK:
-            return sys::DirEntry::BlockDevice;
-        case DT_CHR:
-            return sys::DirEntry::CharDevice;
-        case DT_UNKNOWN:
-            return sys::DirEntry::Unknown;
-        default:
-            return sys::DirEntry::Other;
-    }
-}
 
 }  // namespace
 
@@ -225,32 +209,12 @@ int RootedFiles::openPortable(const std::string& path, int flags) const {
     return fd;
 }
 
-bool RootedFiles::readFile(const std::string& path, std::string& content, std::size_t limit,
-                           bool* cut) const {
-    // Look first, through a descriptor that opens nothing; then open for reading and make sure the
-    // same file was opened.
-    struct stat64 seen, opened;
-    {
-        Fd probe(open(path, O_PATH));
-        if (probe.get() < 0 || ::fstat64(probe.get(), &seen) != 0) {
-            return false;
-        }
-    }
-    if (!S_ISREG(seen.st_mode)) {
-        errno = S_ISDIR(seen.st_mode) ? EISDIR : EINVAL;
-        return false;
-    }
-    Fd fd(open(path, O_RDONLY | O_NONBLOCK | O_NOCTTY));
-    if (fd.get() < 0 || ::fstat64(fd.get(), &opened) != 0) {
-        return false;
-    }
-    if (!S_ISREG(opened.st_mode) || opened.st_dev != seen.st_dev || opened.st_ino != seen.st_ino) {
-        errno = EINVAL;
-        return false;
-    }
+namespace {
+
+// Reads an open regular file to its end, at most `limit` bytes.
+bool readOpened(int fd, const struct stat64& st, std::string& content, std::size_t limit, bool* cut) {
     std::string data;
-    data.resize(std::min<std::size_t>(static_cast<std::size_t>(std::max<off64_t>(opened.st_size, 0)), limit) +
-                1);
+    data.resize(std::min<std::size_t>(static_cast<std::size_t>(std::max<off64_t>(st.st_size, 0)), limit) + 1);
     std::size_t got = 0;
     bool more = false;
     for (;;) {
@@ -261,7 +225,7 @@ bool RootedFiles::readFile(const std::string& path, std::string& content, std::s
             }
             data.resize(std::min(limit + 1, data.size() * 2 + 4096));
         }
-        const ssize_t n = ::read(fd.get(), &data[got], data.size() - got);
+        const ssize_t n = ::read(fd, &data[got], data.size() - got);
         if (n < 0) {
             if (errno == EINTR) {
                 continue;
@@ -285,29 +249,51 @@ bool RootedFiles::readFile(const std::string& path, std::string& content, std::s
     return true;
 }
 
+}  // namespace
+
+bool RootedFiles::readFile(const std::string& path, std::string& content, std::size_t limit,
+                           bool* cut) const {
+    // Look first, through a descriptor that opens nothing; then open for reading and make sure the
+    // same file was opened.
+    struct stat64 seen, opened;
+    {
+        Fd probe(open(path, O_PATH));
+        if (probe.get() < 0 || ::fstat64(probe.get(), &seen) != 0) {
+            return false;
+        }
+    }
+    if (!S_ISREG(seen.st_mode)) {
+        errno = S_ISDIR(seen.st_mode) ? EISDIR : EINVAL;
+        return false;
+    }
+    Fd fd(open(path, O_RDONLY | O_NONBLOCK | O_NOCTTY));
+    if (fd.get() < 0 || ::fstat64(fd.get(), &opened) != 0) {
+        return false;
+    }
+    if (!S_ISREG(opened.st_mode) || opened.st_dev != seen.st_dev || opened.st_ino != seen.st_ino) {
+        errno = EINVAL;
+        return false;
+    }
+    return readOpened(fd.get(), opened, content, limit, cut);
+}
+
+bool RootedFiles::readListedFile(const std::string& path, std::string& content, std::size_t limit,
+                                 bool* cut) const {
+    struct stat64 opened;
+    Fd fd(open(path, O_RDONLY | O_NONBLOCK | O_NOCTTY));
+    if (fd.get() < 0 || ::fstat64(fd.get(), &opened) != 0) {
+        return false;
+    }
+    if (!S_ISREG(opened.st_mode)) {
+        errno = EINVAL;
+        return false;
+    }
+    return readOpened(fd.get(), opened, content, limit, cut);
+}
+
 bool RootedFiles::listDirectory(const std::string& path, std::vector<sys::DirEntry>& entries) const {
     const int fd = open(path, O_RDONLY | O_DIRECTORY | O_NONBLOCK);
-    if (fd < 0) {
-        return false;
-    }
-    DIR* dir = ::fdopendir(fd);
-    if (dir == nullptr) {
-        ::close(fd);
-        return false;
-    }
-    std::vector<sys::DirEntry> found;
-    while (const dirent* e = ::readdir(dir)) {
-        const std::string name = e->d_name;
-        if (name == "." || name == "..") {
-            continue;
-        }
-        found.push_back(sys::DirEntry{name, entryType(e->d_type)});
-    }
-    ::closedir(dir);
-    std::sort(found.begin(), found.end(),
-              [](const sys::DirEntry& a, const sys::DirEntry& b) { return a.name < b.name; });
-    entries.insert(entries.end(), found.begin(), found.end());
-    return true;
+    return fd >= 0 && listOpenDirectory(fd, entries);
 }
 
 bool RootedFiles::status(const std::string& path, sys::FileStatus& st) const {

@@ -64,6 +64,12 @@ class RootedFiles {
     // held more.
     bool readFile(const std::string& path, std::string& content, std::size_t limit = kReadLimit,
                   bool* cut = nullptr) const;
+    // The same for a path that a listing of its directory has just shown to be a regular file: it is
+    // opened for reading at once (one resolution instead of two) and refused unread if it turns out
+    // not to be one. Only a snapshot changed between the listing and the open could make a node of
+    // another kind be opened here.
+    bool readListedFile(const std::string& path, std::string& content, std::size_t limit = kReadLimit,
+                        bool* cut = nullptr) const;
     // Entries without "." and "..", sorted by name.
     bool listDirectory(const std::string& path, std::vector<sys::DirEntry>& entries) const;
     // fstat of what the path resolves to; nothing is opened for it, so a block device's size is its

@@ -19,6 +19,8 @@ struct Listing {
     std::vector<DirEntry> entries;
     std::unordered_multimap<std::string, DirEntry::Type> byLoweredName;
     bool indexed = false;
+    std::unordered_map<std::string, DirEntry::Type> byName;  // made when first needed
+
 };
 
 }  // namespace
@@ -30,13 +32,21 @@ class RunScope::CachingView : public View {
     const std::string& root() const override { return inner_.root(); }
 
     bool readFile(const std::string& path, std::string& content) override {
-        if (inner_.readFile(path, content)) {
-            return true;
+        bool read = false;
+        switch (known(path)) {
+            case Known::Absent:
+                break;  // a listing of the run shows it is not there: no need to try
+            case Known::Regular:
+                read = inner_.readListedFile(path, content);
+                break;
+            case Known::Unknown:
+                read = inner_.readFile(path, content);
+                break;
         }
-        if (unreadableSet_.insert(path).second) {
+        if (!read && unreadableSet_.insert(path).second) {
             unreadable_.push_back(path);
         }
-        return false;
+        return read;
     }
 
     bool listDirectory(const std::string& path, std::vector<DirEntry>& entries) override {
@@ -99,6 +109,37 @@ class RunScope::CachingView : public View {
     std::unordered_set<std::string> unreadableSet_;
 
   private:
+    enum class Known { Unknown, Absent, Regular };
+
+    // What the listings made so far in this run say of `path`: a directory on its way (or the last
+    // one) was listed without the next name in it, or the last one lists it as a regular file.
+    Known known(const std::string& path) {
+        if (path.empty() || path[0] != '/' || path.find("//") != std::string::npos ||
+            path.find("/.") != std::string::npos) {
+            return Known::Unknown;  // only plain paths are matched against listings
+        }
+        for (std::string::size_type slash = path.rfind('/'); slash != std::string::npos && slash > 0;
+             slash = path.rfind('/', slash - 1)) {
+            auto it = listings_.find(path.substr(0, slash));
+            if (it == listings_.end() || !it->second.listed) {
+                continue;
+            }
+            Listing& l = it->second;
+            if (l.byName.empty() && !l.entries.empty()) {
+                for (const DirEntry& e : l.entries) {
+                    l.byName.emplace(e.name, e.type);
+                }
+            }
+            const std::string::size_type end = path.find('/', slash + 1);
+            auto entry = l.byName.find(path.substr(slash + 1, end == std::string::npos ? end : end - slash - 1));
+            if (entry == l.byName.end()) {
+                return Known::Absent;
+            }
+            return end == std::string::npos && entry->second == DirEntry::File ? Known::Regular : Known::Unknown;
+        }
+        return Known::Unknown;
+    }
+
     Listing& listing(const std::string& path) {
         auto it = listings_.find(path);
         if (it == listings_.end()) {

@@ -104,6 +104,9 @@ class View {
 
     // Whole content of a file; false when it cannot be opened.
     virtual bool readFile(const std::string& path, std::string& content) = 0;
+    // The same for a path that a listing of its directory has just shown to be a regular file (a view
+    // may then take a shorter way to it).
+    virtual bool readListedFile(const std::string& path, std::string& content) { return readFile(path, content); }
     // Entries of a directory, without "." and "..", sorted by name (byte order) so that a live run and
     // the replay of its capture see the same order.
     virtual bool listDirectory(const std::string& path, std::vector<DirEntry>& entries) = 0;
