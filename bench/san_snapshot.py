@@ -3,7 +3,7 @@
 
     bench/san_snapshot.py DIR [--luns N] [--paths P] [--partitions K] [--vgs V] [--pvs-per-vg N]
                               [--lvs-per-vg N] [--mount-every M] [--seed S]
-    bench/san_snapshot.py DIR --shape random --seed S
+    bench/san_snapshot.py DIR --shape random --seed S [--count K]
 
 The SAN shape (default): a host attached to a storage array that sees each of N LUNs through P paths
 (SCSI disks named as the kernel names them: sdb, sdc, ... sdz, sdaa, ...; majors 8, 65-71, 128-135 with
@@ -22,6 +22,7 @@ partition maps on them, volume groups over partitions or maps (some over two phy
 dmsetup draws with "│" lines at a depth the tree reader takes literally), logical volumes mounted at /
 or /boot, a logical volume that lvdisplay prints twice, swap, network mounts, a stale mtab line, a
 duplicated /proc/partitions line, a tree line printed at a wrong depth, fstab entries by UUID and LABEL.
+With --count K, K snapshots DIR/seed-S ... DIR/seed-(S+K-1), one for each seed, from one start.
 
 What is written (everything discovery reads, and what `lsblk --sysroot DIR` reads):
   proc/partitions, proc/self/mounts (etc/mtab links to it, or holds stale lines of its own),
@@ -284,7 +285,7 @@ def mpath_name(i):
 
 def random_host(m):
     rnd = m.rnd
-    indices = iter(sorted(rnd.sample(range(40), 12)))
+    indices = iter(sorted(rnd.sample(range(48), 20)))
     kind = rnd.choice(["sd", "hd", "cciss"])
     if kind == "sd":
         local = m.add(m.scsi_disk(next(indices), 41943040, 0, 0, 0, "ATA", "VBOX HARDDISK", "1.0",
@@ -295,7 +296,7 @@ def random_host(m):
         local = m.add(Dev("cciss/c0d0", 104, 0, 71652960))
         local.scsi = (0, 0, 0, 0, "HP", "LOGICAL VOLUME", "6.00", "3600508b1001030374142393845300000")
     local_system(m, local, boot_on_lv=rnd.random() < 0.3)
-    for _ in range(rnd.randint(0, 3)):
+    for _ in range(rnd.randint(1, 3)):
         idx = next(indices)
         kib = rnd.choice([0, 1048576, 2097152, 10485760])
         d = m.add(m.scsi_disk(idx, kib, 0, 0, idx, "ATA", "VBOX HARDDISK", "1.0", "1ATA_VB%08x" % idx))
@@ -315,7 +316,7 @@ def random_host(m):
         else:
             m.file_outputs["/dev/" + d.name] = "/dev/%s: data\n" % d.name
     firsts = []
-    for i in range(rnd.randint(0, 3)):
+    for i in range(rnd.randint(1, 3)):
         wwid = "360002ac0%024x" % rnd.getrandbits(96)
         kib = rnd.choice([1048576, 2097152])
         paths = [m.add(m.scsi_disk(next(indices), kib, 1 + p % 2, p // 2, i, "3PARdata", "VV", "3310", wwid))
@@ -600,24 +601,33 @@ def main():
     ap.add_argument("--lvs-per-vg", type=int, default=2)
     ap.add_argument("--mount-every", type=int, default=10)
     ap.add_argument("--seed", type=int, default=1)
+    ap.add_argument("--count", type=int, default=1)
     a = ap.parse_args()
     if a.vgs is None:
         a.vgs = a.luns // 25
-    if a.luns < 0 or a.paths < 1 or a.partitions < 0 or a.mount_every < 1 or a.pvs_per_vg < 1:
+    if a.luns < 0 or a.paths < 1 or a.partitions < 0 or a.mount_every < 1 or a.pvs_per_vg < 1 or a.count < 1:
         ap.error("counts must be positive")
-    if os.path.exists(a.dir):
-        shutil.rmtree(a.dir)
-    m = Machine(a.seed)
+    if a.count == 1:
+        make(a.dir, a.seed, a)
+    else:
+        for seed in range(a.seed, a.seed + a.count):
+            make(os.path.join(a.dir, "seed-%d" % seed), seed, a)
+
+
+def make(root, seed, a):
+    if os.path.exists(root):
+        shutil.rmtree(root)
+    m = Machine(seed)
     if a.shape == "san":
         san_host(m, a)
     else:
         random_host(m)
-    w = Writer(a.dir)
+    w = Writer(root)
     write_sysfs(w, m)
     write_dev(w, m)
     write_commands(w, m)
     write_tables(w, m)
-    print("%d block devices" % len(m.devs))
+    print("%s: %d block devices" % (root, len(m.devs)))
 
 
 if __name__ == "__main__":
