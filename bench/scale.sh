@@ -2,8 +2,10 @@
 # The whole-process benchmark (run by hand, not in CI): `vessa-storage list --json --sysroot`, lsblk and
 # the floor (bench/floor.c: list every directory and read every regular file once) on generated SAN
 # snapshots (bench/san_snapshot.py) of about 1,000, 10,000 and 40,000 block devices, each program run
-# several times in turn on the same warm snapshot. Prints one table row per snapshot: medians, ratios,
-# the growth of our time per tenfold of devices, and our peak resident memory.
+# several times in turn on the same warm snapshot. Prints one table row per snapshot: medians of
+# elapsed time, ratios, the growth of our time per tenfold of devices, our peak resident memory, and
+# the medians of processor time (user and system), which stay meaningful when other work shares the
+# processors.
 #
 #   bench/scale.sh [--luns "250 2500 10000"] [--runs 3] [--timeout 900] [--lsblk-max 12000]
 #                  [--work /tmp/vessa-scale] [--build build/default]
@@ -47,13 +49,13 @@ command -v lsblk >/dev/null || { echo "lsblk is missing (util-linux)" >&2; exit 
 [ -x /usr/bin/time ] || { echo "/usr/bin/time is missing (Debian package time)" >&2; exit 1; }
 mkdir -p "$work"
 
-# One timed run: appends "seconds:peak-KiB" to $2, or "timeout" when it overran. Returns 1 then.
+# One timed run: appends "elapsed:peak-KiB:user:system" to $2, or "timeout" when it overran. Returns 1 then.
 measure() {
     local name=$1 out=$2 stamp
     shift 2
     stamp=$(mktemp)
     local status=0
-    timeout "$limit" /usr/bin/time -f %e:%M -o "$stamp" "$@" >/dev/null 2>"$work/$name.err" || status=$?
+    timeout "$limit" /usr/bin/time -f %e:%M:%U:%S -o "$stamp" "$@" >/dev/null 2>"$work/$name.err" || status=$?
     if [ "$status" -eq 124 ]; then
         echo timeout >>"$out"
         rm -f "$stamp"
@@ -98,33 +100,35 @@ def runs(field):
         out.append(None if r == "timeout" else tuple(float(x) for x in r.split(":")))
     return out
 
-def median(rs):
+def median(rs, cpu=False):
     if not rs:
         return None
     if any(r is None for r in rs):
         return math.inf
-    return statistics.median(r[0] for r in rs)
+    return statistics.median(r[2] + r[3] if cpu else r[0] for r in rs)
 
 def text(t):
     return "-" if t is None else (">" + limit + " s" if t == math.inf else "%.2f s" % t)
 
 def ratio(a, b):
-    return "-" if a is None or b is None or math.inf in (a, b) else "%.2f" % (a / b)
+    return "-" if a is None or b is None or math.inf in (a, b) or b == 0 else "%.2f" % (a / b)
 
-print("| devices | ours (median) | lsblk (median) | floor (median) | ours/floor | lsblk/ours | ours growth per tenfold | ours peak memory |")
-print("|---|---|---|---|---|---|---|---|")
+print("| devices | ours | lsblk | floor | ours/floor | lsblk/ours | ours growth per tenfold | ours peak memory "
+      "| ours CPU | lsblk CPU | floor CPU | ours/floor CPU |")
+print("|---" * 12 + "|")
 previous = None
 for line in open(sys.argv[1]):
     fields = line.split(" ")
     devices = int(fields[0])
     ours, lsblk, floor = (runs(f.strip()) for f in fields[1:4])
     o, l, f = median(ours), median(lsblk), median(floor)
+    oc, lc, fc = median(ours, True), median(lsblk, True), median(floor, True)
     growth = "-"
     if previous and o not in (None, math.inf) and previous[1] not in (None, math.inf):
         growth = "x%.1f" % ((o / previous[1]) ** (1 / math.log10(devices / previous[0])))
     memory = [r[1] for r in ours if r is not None]
-    print("| %d | %s | %s | %s | %s | %s | %s | %s |" % (
+    print("| %d | %s | %s | %s | %s | %s | %s | %s | %s | %s | %s | %s |" % (
         devices, text(o), text(l), text(f), ratio(o, f), ratio(l, o), growth,
-        "%.0f MiB" % (max(memory) / 1024) if memory else "-"))
+        "%.0f MiB" % (max(memory) / 1024) if memory else "-", text(oc), text(lc), text(fc), ratio(oc, fc)))
     previous = (devices, o)
 EOF
