@@ -266,7 +266,7 @@ def san_host(m, a):
         pvs = [(firsts[i], "/dev/mapper/" + firsts[i].dm[0]) for i in members]
         for k, lv in enumerate(m.volume_group(vg, pvs, ["lv%d" % j for j in range(a.lvs_per_vg)])):
             m.mount(lv, "/dev/mapper/%s-lv%d" % (vg, k), "/data/%s/lv%d" % (vg, k), "xfs",
-                    "/dev/%s/lv%d" % (vg, k))
+                    "/dev/%s/lv%d" % (vg, k), label="%s_lv%d" % (vg, k))
     for i in range(0, a.luns, a.mount_every):
         if i not in in_vg:
             d = firsts[i]
