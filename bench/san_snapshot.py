@@ -272,10 +272,13 @@ def san_host(m, a):
             d = firsts[i]
             m.mount(d, "/dev/mapper/" + d.dm[0], "/srv/lun%05d" % i, "ext4" if i % 20 else "xfs",
                     "uuid" if i % 20 else "/dev/mapper/" + d.dm[0])
+    # A map is asked what it holds when nothing marks it partitioned: when it has no partition map, or
+    # when its partition map lies below a volume (its tree node then bears no name to compare).
     for i in range(a.luns):
-        if not a.partitions and i not in in_vg and not firsts[i].readable:
-            path = "/dev/mapper/" + firsts[i].dm[0]
-            m.file_outputs[path] = "%s: symbolic link to ../%s\n" % (path, firsts[i].name)
+        if not a.partitions or i in in_vg:
+            mp = firsts[i].slaves[0] if a.partitions else firsts[i]
+            path = "/dev/mapper/" + mp.dm[0]
+            m.file_outputs[path] = "%s: symbolic link to ../%s\n" % (path, mp.name)
     m.network_mounts(["nfs", "cifs", "fuse"])
 
 
