@@ -107,8 +107,10 @@ def median(rs, cpu=False):
         return math.inf
     return statistics.median(r[2] + r[3] if cpu else r[0] for r in rs)
 
-def text(t):
-    return "-" if t is None else (">" + limit + " s" if t == math.inf else "%.2f s" % t)
+def text(t, cpu=False):
+    if t == math.inf:
+        return "timed out" if cpu else ">" + limit + " s"
+    return "-" if t is None else "%.2f s" % t
 
 def ratio(a, b):
     return "-" if a is None or b is None or math.inf in (a, b) or b == 0 else "%.2f" % (a / b)
@@ -129,6 +131,7 @@ for line in open(sys.argv[1]):
     memory = [r[1] for r in ours if r is not None]
     print("| %d | %s | %s | %s | %s | %s | %s | %s | %s | %s | %s | %s |" % (
         devices, text(o), text(l), text(f), ratio(o, f), ratio(l, o), growth,
-        "%.0f MiB" % (max(memory) / 1024) if memory else "-", text(oc), text(lc), text(fc), ratio(oc, fc)))
+        "%.0f MiB" % (max(memory) / 1024) if memory else "-", text(oc, True), text(lc, True), text(fc, True),
+        ratio(oc, fc)))
     previous = (devices, o)
 EOF
