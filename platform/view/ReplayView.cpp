@@ -30,6 +30,7 @@ class ReplayView : public View {
     bool readListedFile(const std::string& path, std::string& content) override {
         return files_.readListedFile(path, content);
     }
+    bool prefersListedReads() const override { return true; }
     bool listDirectory(const std::string& path, std::vector<DirEntry>& entries) override {
         return files_.listDirectory(path, entries);
     }

@@ -121,23 +121,36 @@ class RunScope::CachingView : public View {
         for (std::string::size_type slash = path.rfind('/'); slash != std::string::npos && slash > 0;
              slash = path.rfind('/', slash - 1)) {
             auto it = listings_.find(path.substr(0, slash));
-            if (it == listings_.end() || !it->second.listed) {
-                continue;
-            }
-            Listing& l = it->second;
-            if (l.byName.empty() && !l.entries.empty()) {
-                for (const DirEntry& e : l.entries) {
-                    l.byName.emplace(e.name, e.type);
+            if (it != listings_.end() && it->second.listed) {
+                const Known k = lookUp(it->second, path, slash);
+                if (k != Known::Unknown || slash == path.rfind('/')) {
+                    return k;
                 }
+                break;  // the way exists so far; the file's own directory may tell more
             }
-            const std::string::size_type end = path.find('/', slash + 1);
-            auto entry = l.byName.find(path.substr(slash + 1, end == std::string::npos ? end : end - slash - 1));
-            if (entry == l.byName.end()) {
-                return Known::Absent;
-            }
-            return end == std::string::npos && entry->second == DirEntry::File ? Known::Regular : Known::Unknown;
         }
-        return Known::Unknown;
+        const std::string::size_type last = path.rfind('/');
+        if (last == std::string::npos || last == 0 || !inner_.prefersListedReads()) {
+            return Known::Unknown;
+        }
+        // The file's own directory, listed once for all the files read from it.
+        Listing& l = listing(path.substr(0, last));
+        return l.listed ? lookUp(l, path, last) : Known::Unknown;
+    }
+
+    // What the listing of the directory that ends at `slash` says of the next name of `path`.
+    static Known lookUp(Listing& l, const std::string& path, std::string::size_type slash) {
+        if (l.byName.empty() && !l.entries.empty()) {
+            for (const DirEntry& e : l.entries) {
+                l.byName.emplace(e.name, e.type);
+            }
+        }
+        const std::string::size_type end = path.find('/', slash + 1);
+        auto entry = l.byName.find(path.substr(slash + 1, end == std::string::npos ? end : end - slash - 1));
+        if (entry == l.byName.end()) {
+            return Known::Absent;
+        }
+        return end == std::string::npos && entry->second == DirEntry::File ? Known::Regular : Known::Unknown;
     }
 
     Listing& listing(const std::string& path) {

@@ -107,6 +107,9 @@ class View {
     // The same for a path that a listing of its directory has just shown to be a regular file (a view
     // may then take a shorter way to it).
     virtual bool readListedFile(const std::string& path, std::string& content) { return readFile(path, content); }
+    // Whether listing a file's directory and then reading it as listed costs less than reading it
+    // unlisted (a snapshot, where an unlisted file is looked at before it is opened).
+    virtual bool prefersListedReads() const { return false; }
     // Entries of a directory, without "." and "..", sorted by name (byte order) so that a live run and
     // the replay of its capture see the same order.
     virtual bool listDirectory(const std::string& path, std::vector<DirEntry>& entries) = 0;
