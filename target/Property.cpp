@@ -57,23 +57,34 @@ void Property::cleanForXmlText(std::string& s) {
     replaceAll(s, '\'', "&apos;");
 }
 
+namespace {
+
+// Writes `text` as cleanForXmlText leaves it; most texts need no change, and are not copied for it.
+void writeClean(std::ostream& os, const std::string& text) {
+    if (text.empty() ||
+        (std::isprint(static_cast<unsigned char>(text[0])) && text.find_first_of("&<>\"'") == std::string::npos)) {
+        os << text;
+        return;
+    }
+    std::string cleaned = text;
+    Property::cleanForXmlText(cleaned);
+    os << cleaned;
+}
+
+}  // namespace
+
 void Property::print(std::ostream& os, const std::string& tableName) const {
-    std::string name = name_;
-    std::string displayName = displayName_;
-    std::string value = value_;
-    std::string category = category_;
-    std::string description = description_;
-    cleanForXmlText(name);
-    cleanForXmlText(displayName);
-    cleanForXmlText(value);
-    cleanForXmlText(category);
-    cleanForXmlText(description);
     os << "  <" << tableName << ">" << '\n';
-    os << "    <Name>" << name << "</Name>" << '\n';
-    os << "    <DisplayName>" << displayName << "</DisplayName>" << '\n';
-    os << "    <Value>" << value << "</Value>" << '\n';
-    os << "    <Category>" << category << "</Category>" << '\n';
-    os << "    <Description>" << description << "</Description>" << '\n';
+    const std::pair<const char*, const std::string*> columns[] = {{"Name", &name_},
+                                                                  {"DisplayName", &displayName_},
+                                                                  {"Value", &value_},
+                                                                  {"Category", &category_},
+                                                                  {"Description", &description_}};
+    for (const auto& [column, text] : columns) {
+        os << "    <" << column << ">";
+        writeClean(os, *text);
+        os << "</" << column << ">" << '\n';
+    }
     os << "  </" << tableName << ">" << '\n';
 }
 
