@@ -236,6 +236,11 @@ bool readOpened(int fd, const struct stat64& st, std::string& content, std::size
             break;
         }
         got += static_cast<std::size_t>(n);
+        // A regular file reads short only at its end (a snapshot file is nothing else): the size stat
+        // gave is reached, no further read is needed to see the end.
+        if (got == static_cast<std::size_t>(std::max<off64_t>(st.st_size, 0)) && got < data.size()) {
+            break;
+        }
     }
     if (got > limit) {
         more = true;
