@@ -9,6 +9,7 @@
 // Exit status: 0 success, 1 failure (one line on standard error naming what failed), 2 usage.
 // What a run could not see is said on standard error, one warning a line; `list --candidates` then
 // exits 1 without a list, since it must never guess.
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -89,6 +90,15 @@ void openLog(const Options& o, std::ofstream& log) {
         log.open(o.logFile, std::ios::out | std::ios::trunc);
         if (!log) {
             throw Failure("cannot write the log file " + o.logFile + because());
+        }
+        // A log read as it is written (a terminal) gets each line at once; a file is written in large
+        // pieces, and a run flushes it at its end.
+        const int fd = ::open(o.logFile.c_str(), O_WRONLY | O_NOCTTY | O_CLOEXEC);
+        if (fd >= 0) {
+            if (::isatty(fd)) {
+                log.setf(std::ios::unitbuf);
+            }
+            ::close(fd);
         }
         vessa::target::Host::setLoggingStream(log);
     }
