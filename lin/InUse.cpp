@@ -7,6 +7,7 @@
 #include <unordered_set>
 
 #include "lin/DeviceLink.h"
+#include "lin/MTableEntry.h"
 #include "lin/ProcPartition.h"
 #include "lin/SysBlock.h"
 #include "platform/Log.h"
@@ -21,22 +22,6 @@ constexpr const char* kUnit = "lin/InUse.cpp";
 unsigned long long numbers(int major, int minor) {
     return (static_cast<unsigned long long>(static_cast<unsigned int>(major)) << 32) |
            static_cast<unsigned int>(minor);
-}
-
-// The kernel writes blanks, tabs, newlines and backslashes in these tables as \ooo.
-std::string unescape(const std::string& field) {
-    std::string out;
-    for (std::size_t i = 0; i < field.size(); ++i) {
-        if (field[i] == '\\' && i + 3 < field.size() && field[i + 1] >= '0' && field[i + 1] <= '3' &&
-            field[i + 2] >= '0' && field[i + 2] <= '7' && field[i + 3] >= '0' && field[i + 3] <= '7') {
-            out += static_cast<char>((field[i + 1] - '0') * 64 + (field[i + 2] - '0') * 8 +
-                                     (field[i + 3] - '0'));
-            i += 3;
-        } else {
-            out += field[i];
-        }
-    }
-    return out;
 }
 
 std::vector<std::string> fields(const std::string& line) {
@@ -77,9 +62,9 @@ std::vector<MountInfoLine> parseMountInfo(const std::string& text) {
             !number(f[2].substr(colon + 1), m.minor)) {
             continue;
         }
-        m.mountPoint = unescape(f[4]);
+        m.mountPoint = decodeOctalEscapes(f[4]);
         m.fileSystemType = dash[1];
-        m.source = unescape(dash[2]);
+        m.source = decodeOctalEscapes(dash[2]);
         lines.push_back(std::move(m));
     }
     return lines;
@@ -93,7 +78,7 @@ std::vector<SwapLine> parseSwaps(const std::string& text) {
         if (f.size() < 2 || f[0] == "Filename") {
             continue;
         }
-        lines.push_back({unescape(f[0]), f[1]});
+        lines.push_back({decodeOctalEscapes(f[0]), f[1]});
     }
     return lines;
 }

@@ -11,7 +11,17 @@ namespace {
 
 constexpr const char* kUnit = "lin/MTableEntry.cpp";
 
-std::string unescape(const std::string& field) {
+bool startsWith(const std::string& s, const char* prefix) {
+    return s.rfind(prefix, 0) == 0;
+}
+
+bool liveReadable(const std::string& device) {
+    return sal::sys::current().deviceReadable(device);
+}
+
+}  // namespace
+
+std::string decodeOctalEscapes(const std::string& field) {
     std::string out;
     for (std::string::size_type i = 0; i < field.size(); ++i) {
         if (field[i] == '\\' && i + 3 < field.size() && field[i + 1] >= '0' && field[i + 1] <= '3' &&
@@ -25,16 +35,6 @@ std::string unescape(const std::string& field) {
     }
     return out;
 }
-
-bool startsWith(const std::string& s, const char* prefix) {
-    return s.rfind(prefix, 0) == 0;
-}
-
-bool liveReadable(const std::string& device) {
-    return sal::sys::current().deviceReadable(device);
-}
-
-}  // namespace
 
 std::list<MountLine> parseMountTable(const std::string& text) {
     std::list<MountLine> lines;
@@ -52,7 +52,8 @@ std::list<MountLine> parseMountTable(const std::string& text) {
                 break;
             }
             const std::string::size_type end = line.find_first_of(" \t", pos);
-            f = unescape(line.substr(pos, end == std::string::npos ? std::string::npos : end - pos));
+            f = decodeOctalEscapes(
+                line.substr(pos, end == std::string::npos ? std::string::npos : end - pos));
             pos = end;
         }
         lines.push_back({fields[0], fields[1], fields[2], fields[3]});

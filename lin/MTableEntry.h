@@ -21,6 +21,9 @@ struct MountLine {
     std::string type;
     std::string options;
 };
+// A field of the kernel's mount and swap tables with its \ooo escapes (a blank is \040) decoded.
+std::string decodeOctalEscapes(const std::string& field);
+
 // The lines of a mount table: blank lines and "#" comments skipped, fields separated by blanks or
 // tabs; missing fields are empty.
 std::list<MountLine> parseMountTable(const std::string& text);

@@ -30,7 +30,8 @@ bool readWhole(const std::string& realPath, std::string& content) {
             continue;
         }
         if (n < 0) {
-            // A file that opens but cannot be read (a directory, a write-only attribute) counts as unreadable.
+            // A file that opens but cannot be read (a directory, a write-only attribute) counts as
+            // unreadable.
             ::close(fd);
             return false;
         }
@@ -74,7 +75,8 @@ bool listOpenDirectory(int fd, std::vector<sys::DirEntry>& entries) {
     ::close(fd);
     std::sort(found.begin(), found.end(),
               [](const sys::DirEntry& a, const sys::DirEntry& b) { return a.name < b.name; });
-    entries.insert(entries.end(), std::make_move_iterator(found.begin()), std::make_move_iterator(found.end()));
+    entries.insert(entries.end(), std::make_move_iterator(found.begin()),
+                   std::make_move_iterator(found.end()));
     return true;
 }
 
@@ -136,11 +138,8 @@ bool readLink(const std::string& realPath, std::string& target, std::size_t limi
     return true;
 }
 
-bool fsStatus(const std::string& realPath, sys::FsStatus& st) {
-    struct statfs64 s;
-    if (::statfs64(realPath.c_str(), &s) != 0) {
-        return false;
-    }
+sys::FsStatus fsStatusOf(const struct statfs64& s) {
+    sys::FsStatus st;
     st.type = static_cast<long long>(s.f_type);
     st.bsize = static_cast<long long>(s.f_bsize);
     st.blocks = s.f_blocks;
@@ -149,6 +148,15 @@ bool fsStatus(const std::string& realPath, sys::FsStatus& st) {
     st.files = s.f_files;
     st.ffree = s.f_ffree;
     st.namelen = static_cast<long long>(s.f_namelen);
+    return st;
+}
+
+bool fsStatus(const std::string& realPath, sys::FsStatus& st) {
+    struct statfs64 s;
+    if (::statfs64(realPath.c_str(), &s) != 0) {
+        return false;
+    }
+    st = fsStatusOf(s);
     return true;
 }
 

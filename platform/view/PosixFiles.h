@@ -2,6 +2,8 @@
 // replay view (paths under a snapshot root). Nothing here knows about snapshots.
 #pragma once
 
+#include <sys/vfs.h>
+
 #include <string>
 #include <vector>
 
@@ -20,6 +22,8 @@ sys::DirEntry::Type entryType(unsigned char type);
 bool status(const std::string& realPath, sys::FileStatus& st);
 bool readLink(const std::string& realPath, std::string& target, std::size_t limit);
 bool fsStatus(const std::string& realPath, sys::FsStatus& st);
+// The view's form of a statfs answer.
+sys::FsStatus fsStatusOf(const struct statfs64& s);
 // Opens with fopen64 in the mode "rw" (read, as the C library takes it) and reads a first line of up
 // to 4096 bytes.
 bool firstLineReadable(const std::string& realPath);

@@ -93,7 +93,6 @@ bool usable(const std::string& path) {
     return true;
 }
 
-
 }  // namespace
 
 RootedFiles::RootedFiles(const std::string& root, Resolver resolver)
@@ -336,14 +335,7 @@ bool RootedFiles::fsStatus(const std::string& path, sys::FsStatus& st) const {
     if (fd.get() < 0 || ::fstatfs64(fd.get(), &s) != 0) {
         return false;
     }
-    st.type = static_cast<long long>(s.f_type);
-    st.bsize = static_cast<long long>(s.f_bsize);
-    st.blocks = s.f_blocks;
-    st.bfree = s.f_bfree;
-    st.bavail = s.f_bavail;
-    st.files = s.f_files;
-    st.ffree = s.f_ffree;
-    st.namelen = static_cast<long long>(s.f_namelen);
+    st = fsStatusOf(s);
     return true;
 }
 
