@@ -13,29 +13,26 @@ using namespace vessa::target::lin;
 namespace {
 
 TEST(InUse, TablesAsTheKernelWritesThem) {
-    const auto mounts = parseMountInfo(
-        "26 1 254:0 / / rw,relatime - ext4 /dev/vda rw\n"
-        "36 35 98:0 /mnt1 /mnt/with\\040blank rw,noatime master:1 shared:7 - ext3 /dev/root rw\n"
-        "37 1 0:22 / /dev/shm rw - tmpfs tmpfs rw\n"
-        "truncated 1 8:1 / /x\n"
-        "38 1 x:1 / /bad rw - ext4 /dev/sdz rw\n");
-    ASSERT_EQ(mounts.size(), 3u);
-    EXPECT_EQ(mounts[0].mountPoint, "/");
-    EXPECT_EQ((std::pair(mounts[1].major, mounts[1].minor)), (std::pair(98, 0)));
-    EXPECT_EQ(mounts[1].mountPoint, "/mnt/with blank");
-    EXPECT_EQ(mounts[1].fileSystemType, "ext3");
-    EXPECT_EQ(mounts[1].source, "/dev/root");
-    EXPECT_EQ(mounts[2].major, 0);
-
-    const auto swaps = parseSwaps(
-        "Filename\t\t\t\tType\t\tSize\t\tUsed\t\tPriority\n"
-        "/dev/sda2                               partition\t1048572\t\t0\t\t-2\n"
-        "/swap\\040file file 1024 0 -3\n"
-        "lonely\n");
-    ASSERT_EQ(swaps.size(), 2u);
-    EXPECT_EQ(swaps[0].path, "/dev/sda2");
-    EXPECT_EQ(swaps[0].type, "partition");
-    EXPECT_EQ(swaps[1].path, "/swap file");
+    std::string mounts;
+    for (const MountInfoLine& m :
+         parseMountInfo("26 1 254:0 / / rw,relatime - ext4 /dev/vda rw\n"
+                        "36 35 98:0 /mnt1 /mnt/with\\040blank rw,noatime master:1 "
+                        "shared:7 - ext3 /dev/root rw\n"
+                        "37 1 0:22 / /dev/shm rw - tmpfs tmpfs rw\n"
+                        "truncated 1 8:1 / /x\n38 1 x:1 / /bad rw - ext4 /dev/sdz rw\n")) {
+        mounts += std::to_string(m.major) + ":" + std::to_string(m.minor) + " " + m.mountPoint + " " +
+                  m.fileSystemType + " " + m.source + "\n";
+    }
+    EXPECT_EQ(mounts,
+              "254:0 / ext4 /dev/vda\n98:0 /mnt/with blank ext3 /dev/root\n0:22 /dev/shm tmpfs tmpfs\n");
+    std::string swaps;
+    for (const SwapLine& s :
+         parseSwaps("Filename\t\t\t\tType\t\tSize\t\tUsed\t\tPriority\n"
+                    "/dev/sda2                               partition\t1048572\t\t0\t\t-2\n"
+                    "/swap\\040file file 1024 0 -3\nlonely\n")) {
+        swaps += s.path + " " + s.type + "\n";
+    }
+    EXPECT_EQ(swaps, "/dev/sda2 partition\n/swap file file\n");
 }
 
 // sda: sda1 mounted where no table names it, sda2 active swap, sda3 held by dm-0 (known to /sys/block

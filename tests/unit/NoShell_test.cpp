@@ -41,17 +41,15 @@ struct Hostile {
     const std::vector<std::string> kernelNames = {"q'u\"o;te", "$(touch${IFS}" + canary + ")",
                                                   "`touch${IFS}" + canary + "`|&>x"};
     const std::string mapName = "my disk 'a' \"b\"; c && touch " + canary + " #";
+    const std::string tree = mapName + "\t(253:0)\n";
 
     std::string partitions() const {
         std::string text = "major minor  #blocks  name\n\n";
-        int minor = 0;
-        for (const std::string& n : kernelNames) {
-            text += "8 " + std::to_string(minor) + " 1024 " + n + "\n";
-            minor += 16;
+        for (std::size_t i = 0; i < kernelNames.size(); ++i) {
+            text += "8 " + std::to_string(16 * i) + " 1024 " + kernelNames[i] + "\n";
         }
         return text + "253 0 1024 dm-0\n";
     }
-    std::string tree() const { return mapName + "\t(253:0)\n"; }
     std::set<std::vector<std::string>> fileCalls() const {
         std::set<std::vector<std::string>> calls = {{"-s", "/dev/mapper/" + mapName}};
         for (const std::string& n : kernelNames) {
@@ -61,7 +59,8 @@ struct Hostile {
     }
 };
 
-std::vector<std::string> exclusionsOfDisks(std::unique_ptr<sys::View> view) {
+// The disks found through `view`, as "path [exclusions]", sorted.
+std::vector<std::string> disks(std::unique_ptr<sys::View> view) {
     vessa::hax::clearHostCache();
     vessa::test::ScopedView scoped(std::move(view));
     std::unique_ptr<Host> host(Host::named(sys::current().hostName(), false));
@@ -72,42 +71,39 @@ std::vector<std::string> exclusionsOfDisks(std::unique_ptr<sys::View> view) {
     }
     host.reset();
     vessa::hax::clearHostCache();
+    std::sort(out.begin(), out.end());
     return out;
 }
 
 TEST(NoShell, HostileDeviceNamesAreOneArgument) {
     Hostile h;
+    // "file -s" of each name finds the file system recorded or printed for it, which marks it (P).
     std::vector<std::string> partitioned;
     for (const std::vector<std::string>& call : h.fileCalls()) {
         partitioned.push_back(call[1] + " [    P     ]");
     }
     std::sort(partitioned.begin(), partitioned.end());
 
-    // Replay answers a command only from the recording of its exact argument vector: "file -s" of
-    // each name finds the file system recorded for it, which marks the device (P).
+    // Replay answers a command only from the recording of its exact argument vector.
     vessa::test::TempDir snapshot;
     snapshot.write("proc/partitions", h.partitions());
-    snapshot.write(".vessa/commands/dmsetup ls --tree -o notrunc", h.tree());
-    snapshot.write(".vessa/commands/dmsetup ls --target multipath", h.tree());
+    snapshot.write(".vessa/commands/dmsetup ls --tree -o notrunc", h.tree);
+    snapshot.write(".vessa/commands/dmsetup ls --target multipath", h.tree);
     for (const std::vector<std::string>& call : h.fileCalls()) {
         snapshot.write(".vessa/commands/" + sys::commandFileName("file", {call.begin(), call.end()}),
                        call[1] + ": Linux rev 1.0 ext4 filesystem data\n");
     }
-    std::vector<std::string> replayed = exclusionsOfDisks(sys::makeReplayView(snapshot.path()));
-    std::sort(replayed.begin(), replayed.end());
-    EXPECT_EQ(replayed, partitioned);
+    EXPECT_EQ(disks(sys::makeReplayView(snapshot.path())), partitioned);
 
     // Live, the programs on PATH record the argument vectors they were given.
     FakeProgram file("file", "x: Linux rev 1.0 ext4 filesystem data\n");
-    FakeProgram dmsetup("dmsetup", h.tree());
+    FakeProgram dmsetup("dmsetup", h.tree);
     FakeProgram pvdisplay("pvdisplay", "  PV Name  /dev/mapper/" + h.mapName + "\n  VG Name  vg\n");
     FakeProgram vgdisplay("vgdisplay", "  VG Name  vg\n");
     FakeProgram lvdisplay("lvdisplay", "  LV Name  /dev/vg/" + h.mapName + "\n  Block device  253:0\n");
     auto view = std::make_unique<LiveCommands>();
     view->files["/proc/partitions"] = h.partitions();
-    std::vector<std::string> live = exclusionsOfDisks(std::move(view));
-    std::sort(live.begin(), live.end());
-    EXPECT_EQ(live, partitioned);
+    EXPECT_EQ(disks(std::move(view)), partitioned);
     const std::vector<std::vector<std::string>> calls = file.calls();
     EXPECT_EQ(std::set<std::vector<std::string>>(calls.begin(), calls.end()), h.fileCalls());
     EXPECT_EQ(calls.size(), h.fileCalls().size());

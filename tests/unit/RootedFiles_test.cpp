@@ -129,10 +129,7 @@ TEST_F(Hostile, PathsResolveInsideTheRootWithEitherResolver) {
         EXPECT_FALSE(files.status("/loop-b", st));
         EXPECT_FALSE(files.usesPortableWalk() && resolver == RootedFiles::Resolver::Kernel);
     }
-}
-
-TEST_F(Hostile, LargeFilesAreReadUpToTheBound) {
-    const std::string big = root + "/big";
+    // Large files are read up to the bound given, and say whether they were cut.
     ASSERT_EQ(::truncate(outside.write("root/big", "x").c_str(), RootedFiles::kReadLimit + 10), 0);
     RootedFiles files(root);
     std::string content;
