@@ -78,31 +78,6 @@ void readSource(const char* check, const char* tail, const char* source, std::li
     VESSA_LOG << "Pulled " << list.size() << tail;
 }
 
-template <class T>
-void offer(DeviceLink* link, std::list<T*>& records, std::list<T*>& into) {
-    for (T* record : records) {
-        if (T* hit = link->matchProcPart(record)) {
-            into.push_back(hit);
-        }
-    }
-}
-
-// A link made empty, then offered every record of every source in the order the matchers rely on.
-DeviceLink* makeLink(ProcPartition* pp, Records& r) {
-    Records none;
-    auto* link = new DeviceLink(pp, none.sysBlocks, none.dmDevs, none.physicalVolumes, none.logicalVolumes,
-                                none.volumeGroups, none.fsTableEntries, none.mTableEntries, none.diskBys);
-    offer(link, r.sysBlocks, link->sysBlocks);
-    offer(link, r.dmDevs, link->dmDevs);
-    offer(link, r.physicalVolumes, link->physicalVolumes);
-    offer(link, r.logicalVolumes, link->logicalVolumes);
-    offer(link, r.volumeGroups, link->volumeGroups);
-    offer(link, r.diskBys, link->diskBys);
-    offer(link, r.fsTableEntries, link->fsTableEntries);
-    offer(link, r.mTableEntries, link->mTableEntries);
-    return link;
-}
-
 void cleanLinks(std::list<DeviceLink*>& links) {
     VESSA_TRACE(kUnit, "cleanLinks");
     std::list<DeviceLink*> removed;
@@ -282,8 +257,10 @@ unsigned int getLocalStorage(Host* host, Storage::storageType type,
     readSource("CHECK /dev/disk/by-*", " links from /dev/disk/by-*", "/dev/disk/by-*", r.diskBys,
                [&](auto& l) { DiskBy::readDisksBy(l, lh); });
 
+    // Every record of every source is offered to every link's matchers.
     for (ProcPartition* p : r.procPartitions) {
-        r.links.push_back(makeLink(p, r));
+        r.links.push_back(new DeviceLink(p, r.sysBlocks, r.dmDevs, r.physicalVolumes, r.logicalVolumes,
+                                         r.volumeGroups, r.fsTableEntries, r.mTableEntries, r.diskBys));
     }
     std::list<DeviceLink*> links = r.links;
     cleanLinks(links);

@@ -1,10 +1,10 @@
 // The discovery run written the plain way, for the tests only: every record of every source offered to
-// every link's matchers, every pair of links put to the four relation tests, every ordered pair of
-// roots walked for shared logical volumes, and lists searched from the front for what is done. Slow on
-// purpose and short, so that it can be read against the rules; the library's run must give the same
-// storage items and the same log, line for line. It shares with the library everything that is not
-// such a walk (readers, records, matchers, relation tests, exclusions, conversions, the dump, and the
-// guard of DeviceLink::Visit against cycles).
+// every link's matchers (DeviceLink's list constructor), every pair of links put to the four relation
+// tests, every ordered pair of roots walked for shared logical volumes, and lists searched from the
+// front for what is done. Slow on purpose and short, so that it can be read against the rules; the
+// library's run must give the same storage items and the same log, line for line. It shares with the
+// library everything that is not such a walk (readers, records, matchers, relation tests, exclusions,
+// conversions, the dump, and the guard of DeviceLink::Visit against cycles).
 #pragma once
 
 #include <list>
