@@ -93,11 +93,6 @@ TEST(FsTableEntry, ColumnsSplitAtBlanksOnlyAndMountPointsAreQueried) {
                                         "/dev/sda3\t/data\text4\tdefaults\t0|0||-", "/dev/sda2|swap|swap|-",
                                         "LABEL=x|||-"}));
     EXPECT_TRUE(log.hasMessage("Logical Volume \"/dev/sda1\" mounted at \"/\" formatted as ext4"));
-    std::map<std::string, vessa::target::Property> props;
-    list.front()->addProperties("", props);
-    EXPECT_EQ(props.at("FsEntryMountPoint/boot").value(), "/boot");
-    EXPECT_EQ(props.at("FsEntryNameUUID=1234-ABCD").category(), "FS Entry: \"UUID=1234-ABCD\"");
-    EXPECT_EQ(props.at("fileSystem").value(), "vfat");
 }
 
 TEST(FileSystemTypes, KernelMagicNumbers) {

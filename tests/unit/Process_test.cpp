@@ -8,7 +8,6 @@
 #include <sstream>
 
 #include "platform/Exception.h"
-#include "platform/Pipe.h"
 #include "support/TestSupport.h"
 
 using namespace vessa::sal;
@@ -32,22 +31,15 @@ TEST(Process, RunCapturedAppendsAllOutputAndGivesTheExitStatus) {
 
 TEST(Process, LaunchPropertyEnvironmentAndWorkingDirectory) {
     vessa::test::TempDir dir;
-    xio::Pipe out;
     exec::LaunchProperty launch;
     launch.set(exec::EnvVars(std::map<std::string, std::string>{{"ONLY", "this"}}))
         .set(exec::WorkingDirectory(dir.path() + "/new/sub", true));
-    exec::Process p = exec::Process::create("/bin/sh", {"-c", "echo \"$ONLY:$HOME:$(pwd)\""}, launch, false,
-                                            -1, true, out.writeEnd().id(), false, -1);
-    out.writeEnd().close();
-    std::string text;
-    char buf[256];
-    xio::Channel ch(out.readEnd());
-    for (ssize_t n; (n = ch.read(buf, sizeof buf)) > 0;) {
-        text.append(buf, static_cast<size_t>(n));
-    }
+    const std::string out = dir.path() + "/out";
+    exec::Process p =
+        exec::Process::create("/bin/sh", {"-c", "echo \"$ONLY:$HOME:$(pwd)\" > \"$0\"", out}, launch);
     EXPECT_EQ(p.wait(), 0);
     EXPECT_EQ(p.wait(), 0);  // a second wait returns the same status
-    EXPECT_EQ(text, "this::" + dir.path() + "/new/sub\n");
+    EXPECT_EQ(vessa::test::readFile(out), "this::" + dir.path() + "/new/sub\n");
     EXPECT_THROW(exec::Process().wait(), vessa::Exception);  // an empty handle
 }
 
