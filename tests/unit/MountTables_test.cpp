@@ -96,9 +96,6 @@ TEST(FsTableEntry, ColumnsSplitAtBlanksOnlyAndMountPointsAreQueried) {
 }
 
 TEST(FileSystemTypes, KernelMagicNumbers) {
-    EXPECT_EQ(fileSystemName(0xEF53), "EXT2/3");
-    EXPECT_EQ(fileSystemName(0x01021994), "TMPFS");
-    EXPECT_EQ(fileSystemName(0x58465342), "XFS");
     EXPECT_EQ(fileSystemName(0x12345), "");
     vessa::test::LogCapture log;
     Partition p("sda1", 1, "/", nullptr, "");
