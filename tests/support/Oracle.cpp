@@ -1,8 +1,9 @@
 #include "support/Oracle.h"
 
 #include <algorithm>
-#include <map>
 #include <memory>
+#include <set>
+#include <utility>
 
 #include "lin/DeviceLink.h"
 #include "lin/DiskBy.h"
@@ -14,9 +15,7 @@
 #include "lin/ProcPartition.h"
 #include "lin/SysBlock.h"
 #include "lin/VolumeGroup.h"
-#include "platform/Exception.h"
 #include "platform/Log.h"
-#include "platform/Str.h"
 
 namespace vessa::test::oracle {
 
@@ -28,8 +27,7 @@ namespace {
 
 // The oracle writes its lines as the run it stands in for, so that the two logs can be compared.
 constexpr const char* kUnit = "lin/lin";
-
-typedef std::map<std::uint32_t, std::list<std::uint32_t>> DoneLogical;
+constexpr unsigned int kTimeout = 1;  // seconds, the inquiry timeout of a run without arguments
 
 struct Records {
     std::list<ProcPartition*> procPartitions;
@@ -43,18 +41,6 @@ struct Records {
     std::list<DiskBy*> diskBys;
     std::list<DeviceLink*> links;
 
-    static void release(SysBlock* s) {
-        for (SysBlock* p : s->partitions()) {
-            release(p);
-        }
-        for (SysBlock* h : s->holders()) {
-            delete h;
-        }
-        for (SysBlock* sl : s->slaves()) {
-            delete sl;
-        }
-        delete s;
-    }
     static void release(DmTreeDev* d) {
         for (DmTreeDev* c : d->children()) {
             release(c);
@@ -65,100 +51,52 @@ struct Records {
     static void release(T* t) {
         delete t;
     }
-    template <class T>
-    static void freeAll(std::list<T*>& list) {
-        for (T* t : list) {
-            release(t);
-        }
+    template <class... T>
+    static void freeAll(std::list<T*>&... lists) {
+        (std::for_each(lists.begin(), lists.end(), [](T* t) { release(t); }), ...);
     }
     ~Records() {
-        freeAll(links);
-        freeAll(procPartitions);
-        freeAll(sysBlocks);
-        freeAll(dmDevs);
-        freeAll(physicalVolumes);
-        freeAll(logicalVolumes);
-        freeAll(volumeGroups);
-        freeAll(fsTableEntries);
-        freeAll(mTableEntries);
-        freeAll(diskBys);
+        for (SysBlock* s : sysBlocks) {
+            s->releaseRelated();
+        }
+        freeAll(links, procPartitions, sysBlocks, dmDevs, physicalVolumes, logicalVolumes, volumeGroups,
+                fsTableEntries, mTableEntries, diskBys);
     }
 };
 
-template <class T, class F>
-void readSource(const char* check, const char* tail, const char* source, std::list<T*>& list, F reader) {
+// Runs `reader(list, args...)` between its check line and its count line. A source that cannot be
+// understood ends the oracle's run (the snapshots it is compared on have none).
+template <class T, class R, class... A>
+void readSource(const char* check, const char* tail, std::list<T*>& list, R reader, A&&... args) {
     VESSA_TRACE(kUnit, "GetStorage");
     VESSA_LOG << check;
-    try {
-        reader(list);
-    } catch (const vessa::Exception& e) {
-        VESSA_LOG << e.typeName() << " because " << e.why() << " ("
-                  << sal::err::asString(e.code(), e.domain()) << ")";
-        throw vessa::Exception(std::string("reading ") + source + ": " + e.why(), e.code(), e.domain());
-    }
-    std::size_t count = 0;
-    for (auto it = list.begin(); it != list.end(); ++it) {
-        ++count;
-    }
-    VESSA_LOG << "Pulled " << count << tail;
-}
-
-template <class T>
-void offer(DeviceLink* link, std::list<T*>& records, std::list<T*>& into) {
-    for (T* record : records) {
-        if (T* hit = link->matchProcPart(record)) {
-            into.push_back(hit);
-        }
-    }
-}
-
-// A link made empty, then offered every record of every source in the order the matchers rely on.
-DeviceLink* makeLink(ProcPartition* pp, Records& r) {
-    std::list<SysBlock*> s;
-    std::list<DmTreeDev*> d;
-    std::list<PhysicalVolume*> pv;
-    std::list<LogicalVolume*> lv;
-    std::list<VolumeGroup*> vg;
-    std::list<FsTableEntry*> fs;
-    std::list<MTableEntry*> mt;
-    std::list<DiskBy*> by;
-    auto* link = new DeviceLink(pp, s, d, pv, lv, vg, fs, mt, by);
-    offer(link, r.sysBlocks, link->sysBlocks);
-    offer(link, r.dmDevs, link->dmDevs);
-    offer(link, r.physicalVolumes, link->physicalVolumes);
-    offer(link, r.logicalVolumes, link->logicalVolumes);
-    offer(link, r.volumeGroups, link->volumeGroups);
-    offer(link, r.diskBys, link->diskBys);
-    offer(link, r.fsTableEntries, link->fsTableEntries);
-    offer(link, r.mTableEntries, link->mTableEntries);
-    return link;
+    reader(list, std::forward<A>(args)...);
+    VESSA_LOG << "Pulled " << list.size() << tail;
 }
 
 void cleanLinks(std::list<DeviceLink*>& links) {
     VESSA_TRACE(kUnit, "cleanLinks");
     std::list<DeviceLink*> removed;
+    // `child` goes below `parent` in the relation `kind`, and leaves the roots.
+    auto relate = [&removed](DeviceLink* parent, std::list<DeviceLink*>& kind, DeviceLink* child) {
+        kind.push_back(child);
+        child->parents.push_back(parent);
+        removed.push_back(child);
+    };
     for (DeviceLink* a : links) {
         for (DeviceLink* b : links) {
             if (a->isMpathParentOf(b)) {
                 VESSA_LOG << a->name() << " is mPath dev for " << b->name();
-                a->mpathTargets.push_back(b);
-                b->parents.push_back(a);
-                removed.push_back(b);
+                relate(a, a->mpathTargets, b);
             } else if (b->isMpathParentOf(a)) {
                 VESSA_LOG << b->name() << " is mPath dev for " << a->name();
-                b->mpathTargets.push_back(a);
-                a->parents.push_back(b);
-                removed.push_back(a);
+                relate(b, b->mpathTargets, a);
             } else if (b->isPartitionOf(a)) {
                 VESSA_LOG << b->name() << " is partition of " << a->name();
-                a->partitions.push_back(b);
-                b->parents.push_back(a);
-                removed.push_back(b);
+                relate(a, a->partitions, b);
             } else if (b->isHolderOf(a)) {
                 VESSA_LOG << b->name() << " is holder of " << a->name();
-                a->holders.push_back(b);
-                b->parents.push_back(a);
-                removed.push_back(b);
+                relate(a, a->holders, b);
             }
         }
     }
@@ -191,35 +129,33 @@ void makeUnique(DeviceLink* a, DeviceLink* b) {
             break;
         }
     }
-    for (DeviceLink* p : a->partitions) {
-        makeUnique(p, b);
-        for (DeviceLink* q : b->partitions) {
-            makeUnique(p, q);
-        }
-    }
-    for (DeviceLink* h : a->holders) {
-        makeUnique(h, b);
-        for (DeviceLink* g : b->holders) {
-            makeUnique(h, g);
+    for (auto [mine, theirs] :
+         {std::pair(&a->partitions, &b->partitions), std::pair(&a->holders, &b->holders)}) {
+        for (DeviceLink* p : *mine) {
+            makeUnique(p, b);
+            for (DeviceLink* q : *theirs) {
+                makeUnique(p, q);
+            }
         }
     }
 }
 
-bool isDone(DoneLogical& done, int major, int minor) {
-    const std::list<std::uint32_t>& minors = done[static_cast<std::uint32_t>(major)];
-    return std::find(minors.begin(), minors.end(), static_cast<std::uint32_t>(minor)) != minors.end();
-}
+// The items of one run so far, and what they were made of.
+struct Made {
+    Host* localHost;
+    std::size_t base;  // the items the host had before
+    std::list<Storage*> items;
+    std::set<std::pair<int, int>> doneLogical;  // major and minor numbers
+    std::list<std::string> doneMounts;
+    int next() const { return static_cast<int>(base + items.size()); }
+    ~Made() {
+        for (Storage* s : items) {
+            delete s;
+        }
+    }
+};
 
-void markDone(DoneLogical& done, int major, int minor) {
-    done[static_cast<std::uint32_t>(major)].push_back(static_cast<std::uint32_t>(minor));
-}
-
-int nextIndex(std::size_t base, const std::list<Storage*>& made) {
-    return static_cast<int>(base + made.size());
-}
-
-bool addLogicalDevices(std::list<Storage*>& made, std::size_t base, Host* localHost, DeviceLink* link,
-                       DoneLogical& done, unsigned int timeout, bool isChild) {
+bool addLogicalDevices(Made& made, DeviceLink* link, bool isChild) {
     const DeviceLink::Visit visit(link, DeviceLink::Logical);
     if (!visit.entered()) {
         return false;
@@ -229,60 +165,53 @@ bool addLogicalDevices(std::list<Storage*>& made, std::size_t base, Host* localH
     const auto logical = static_cast<Storage::storageType>(Storage::logicalStorageMask);
     bool added = false;
     for (DeviceLink* p : link->partitions) {
-        added = addLogicalDevices(made, base, localHost, p, done, timeout, true) || added;
+        added = addLogicalDevices(made, p, true) || added;
     }
     bool sawVolume = false;
     for (DeviceLink* h : link->holders) {
         for (LogicalVolume* l : h->logicalVolumes) {
-            if (!isDone(done, l->major(), l->minor())) {
+            if (made.doneLogical.insert({l->major(), l->minor()}).second) {
                 VESSA_LOG << "Adding LV: " << l->name();
-                markDone(done, l->major(), l->minor());
-                made.push_back(h->asStorage(l, logical, nextIndex(base, made), timeout, localHost));
+                made.items.push_back(h->asStorage(l, logical, made.next(), kTimeout, made.localHost));
             }
             sawVolume = true;
         }
         const ProcPartition* hp = h->procPartition();
-        if (!sawVolume && !isDone(done, hp->major(), hp->minor())) {
-            added = addLogicalDevices(made, base, localHost, h, done, timeout, true) || added;
+        if (!sawVolume && !made.doneLogical.count({hp->major(), hp->minor()})) {
+            added = addLogicalDevices(made, h, true) || added;
         }
     }
     const ProcPartition* pp = link->procPartition();
-    if (isChild && !sawVolume && !added && !isDone(done, pp->major(), pp->minor())) {
-        markDone(done, pp->major(), pp->minor());
+    if (isChild && !sawVolume && !added && made.doneLogical.insert({pp->major(), pp->minor()}).second) {
         VESSA_LOG << "Adding partition: " << link->name();
-        made.push_back(link->asStorage(logical, nextIndex(base, made), timeout, localHost));
+        made.items.push_back(link->asStorage(logical, made.next(), kTimeout, made.localHost));
         added = true;
     }
     return added;
 }
 
-void addFileSystemDevices(std::list<Storage*>& made, std::size_t base, Host* localHost, DeviceLink* link,
-                          std::list<std::string>& doneMounts, unsigned int timeout) {
+void addFileSystemDevices(Made& made, DeviceLink* link) {
     const DeviceLink::Visit visit(link, DeviceLink::FileSystems);
     if (!visit.entered()) {
         return;
     }
-    for (DeviceLink* p : link->partitions) {
-        addFileSystemDevices(made, base, localHost, p, doneMounts, timeout);
-    }
-    for (DeviceLink* h : link->holders) {
-        addFileSystemDevices(made, base, localHost, h, doneMounts, timeout);
-    }
-    for (DeviceLink* t : link->mpathTargets) {
-        addFileSystemDevices(made, base, localHost, t, doneMounts, timeout);
+    for (const auto* below : {&link->partitions, &link->holders, &link->mpathTargets}) {
+        for (DeviceLink* b : *below) {
+            addFileSystemDevices(made, b);
+        }
     }
     auto add = [&](const std::string& mountPoint, auto* entry) {
         VESSA_TRACE(kUnit, "addFileSystemDevices");
         VESSA_LOG << "Have we already done\"" << mountPoint << "\"";
-        if (std::find(doneMounts.begin(), doneMounts.end(), mountPoint) != doneMounts.end()) {
+        if (std::find(made.doneMounts.begin(), made.doneMounts.end(), mountPoint) != made.doneMounts.end()) {
             VESSA_LOG << "Looks like it";
             return;
         }
         VESSA_LOG << "Apparently not.";
-        doneMounts.push_back(mountPoint);
+        made.doneMounts.push_back(mountPoint);
         if (mountPoint.rfind("/proc/", 0) != 0 && mountPoint.rfind("/sys/", 0) != 0) {
-            made.push_back(link->asStorage(entry, Storage::fileSystemStorage, nextIndex(base, made), timeout,
-                                           localHost));
+            made.items.push_back(
+                link->asStorage(entry, Storage::fileSystemStorage, made.next(), kTimeout, made.localHost));
         }
     };
     for (MTableEntry* m : link->mTableEntries) {
@@ -299,43 +228,31 @@ void addFileSystemDevices(std::list<Storage*>& made, std::size_t base, Host* loc
 
 }  // namespace
 
-unsigned int getLocalStorage(Host* host, Storage::storageType type, const std::list<std::string>& arguments,
-                             Host::callback /*progress*/) {
-    unsigned int timeout = 1;
-    for (const std::string& a : arguments) {
-        if (a.size() > 2 && (a[1] == 'j' || a[1] == 'J')) {
-            util::str::to(timeout, a.substr(2));
-        }
-    }
-    return GetStorage(host, type, timeout);
-}
-
-std::uint32_t GetStorage(Host* host, Storage::storageType type, unsigned int inquiryTimeout) {
+unsigned int getLocalStorage(Host* host, Storage::storageType type,
+                             const std::list<std::string>& /*arguments*/, Host::callback /*progress*/) {
     VESSA_TRACE(kUnit, "GetStorage");
     std::unique_ptr<Host> localHost(Host::named("127.0.0.1", false));
     Host* lh = localHost.get();
     Records r;
-    readSource("CHECK /proc/partions", " items from /proc/partitions", "/proc/partitions", r.procPartitions,
-               [](auto& l) { ProcPartition::readProcPartitions(l); });
-    readSource("CHECK /sys/block", " items from /sys/block/...", "/sys/block", r.sysBlocks,
-               [&](auto& l) { SysBlock::readSysFs(l, r.procPartitions, lh); });
-    readSource("CHECK dmsetup", " items from \"dmsetup ls --tree\"...", "dmsetup", r.dmDevs,
-               [&](auto& l) { DmTreeDev::readDmTree(l, lh); });
-    readSource("CHECK pvdisplay", " items from pvdisplay...", "pvdisplay", r.physicalVolumes,
-               [&](auto& l) { PhysicalVolume::readPvDisplay(l, lh); });
-    readSource("CHECK lvdisplay", " items from lvdisplay...", "lvdisplay", r.logicalVolumes,
-               [&](auto& l) { LogicalVolume::readLvDisplay(l, lh); });
-    readSource("CHECK vgdisplay", " items from vgdisplay...", "vgdisplay", r.volumeGroups,
-               [&](auto& l) { VolumeGroup::readVgDisplay(l, lh); });
-    readSource("CHECK /etc/fstab", " entries from /etc/fstab...", "/etc/fstab", r.fsTableEntries,
-               [&](auto& l) { FsTableEntry::readFsTab(l, lh); });
-    readSource("CHECK /etc/mtab", " entries from /etc/mtab...", "/etc/mtab", r.mTableEntries,
-               [&](auto& l) { MTableEntry::readMTab(l, lh); });
-    readSource("CHECK /dev/disk/by-*", " links from /dev/disk/by-*", "/dev/disk/by-*", r.diskBys,
-               [&](auto& l) { DiskBy::readDisksBy(l, lh); });
+    readSource("CHECK /proc/partions", " items from /proc/partitions", r.procPartitions,
+               ProcPartition::readProcPartitions);
+    readSource("CHECK /sys/block", " items from /sys/block/...", r.sysBlocks, SysBlock::readSysFs,
+               r.procPartitions, lh);
+    readSource("CHECK dmsetup", " items from \"dmsetup ls --tree\"...", r.dmDevs, DmTreeDev::readDmTree, lh);
+    readSource("CHECK pvdisplay", " items from pvdisplay...", r.physicalVolumes,
+               PhysicalVolume::readPvDisplay, lh);
+    readSource("CHECK lvdisplay", " items from lvdisplay...", r.logicalVolumes, LogicalVolume::readLvDisplay,
+               lh);
+    readSource("CHECK vgdisplay", " items from vgdisplay...", r.volumeGroups, VolumeGroup::readVgDisplay, lh);
+    readSource("CHECK /etc/fstab", " entries from /etc/fstab...", r.fsTableEntries, FsTableEntry::readFsTab,
+               lh);
+    readSource("CHECK /etc/mtab", " entries from /etc/mtab...", r.mTableEntries, MTableEntry::readMTab, lh);
+    readSource("CHECK /dev/disk/by-*", " links from /dev/disk/by-*", r.diskBys, DiskBy::readDisksBy, lh);
 
+    // Every record of every source is offered to every link's matchers.
     for (ProcPartition* p : r.procPartitions) {
-        r.links.push_back(makeLink(p, r));
+        r.links.push_back(new DeviceLink(p, r.sysBlocks, r.dmDevs, r.physicalVolumes, r.logicalVolumes,
+                                         r.volumeGroups, r.fsTableEntries, r.mTableEntries, r.diskBys));
     }
     std::list<DeviceLink*> links = r.links;
     cleanLinks(links);
@@ -351,39 +268,29 @@ std::uint32_t GetStorage(Host* host, Storage::storageType type, unsigned int inq
         link->print(0);
     }
 
-    std::list<Storage*> made;
-    const std::size_t base = host->storage().size();
-    try {
-        if (type & Storage::discoveredBlockDevice) {
-            int counter = 0;
-            for (DeviceLink* link : links) {
-                const std::string& n = link->name();
-                if (n != ".cifs." && n != ".nfs." && n != ".fusefs.") {
-                    made.push_back(
-                        link->asStorage(Storage::discoveredBlockDevice, counter++, inquiryTimeout, lh));
-                }
+    Made made{lh, host->storage().size(), {}, {}, {}};
+    if (type & Storage::discoveredBlockDevice) {
+        int counter = 0;
+        for (DeviceLink* link : links) {
+            const std::string& n = link->name();
+            if (n != ".cifs." && n != ".nfs." && n != ".fusefs.") {
+                made.items.push_back(
+                    link->asStorage(Storage::discoveredBlockDevice, counter++, kTimeout, lh));
             }
         }
-        if (type & Storage::logicalStorageMask) {
-            DoneLogical done;
-            for (DeviceLink* link : links) {
-                addLogicalDevices(made, base, lh, link, done, inquiryTimeout, false);
-            }
-        }
-        if (type & Storage::fileSystemStorage) {
-            std::list<std::string> doneMounts;
-            for (DeviceLink* link : links) {
-                addFileSystemDevices(made, base, lh, link, doneMounts, inquiryTimeout);
-            }
-        }
-    } catch (...) {
-        for (Storage* s : made) {
-            delete s;
-        }
-        throw;
     }
-    host->storage().splice(host->storage().end(), made);
-    return static_cast<std::uint32_t>(host->storage().size());
+    if (type & Storage::logicalStorageMask) {
+        for (DeviceLink* link : links) {
+            addLogicalDevices(made, link, false);
+        }
+    }
+    if (type & Storage::fileSystemStorage) {
+        for (DeviceLink* link : links) {
+            addFileSystemDevices(made, link);
+        }
+    }
+    host->storage().splice(host->storage().end(), made.items);
+    return static_cast<unsigned int>(host->storage().size());
 }
 
 }  // namespace vessa::test::oracle

@@ -33,35 +33,8 @@ class LiveCommands : public vessa::test::ScriptedView {
     std::unique_ptr<sys::View> live_ = sys::makeLiveView();
 };
 
-struct Hostile {
-    vessa::test::TempDir dir;
-    const std::string canary = dir.path() + "/ran-a-shell";
-    // /proc/partitions separates its columns with blanks, so kernel names carry none; a device-mapper
-    // name does, and becomes the path /dev/mapper/<name>.
-    const std::vector<std::string> kernelNames = {"q'u\"o;te", "$(touch${IFS}" + canary + ")",
-                                                  "`touch${IFS}" + canary + "`|&>x"};
-    const std::string mapName = "my disk 'a' \"b\"; c && touch " + canary + " #";
-
-    std::string partitions() const {
-        std::string text = "major minor  #blocks  name\n\n";
-        int minor = 0;
-        for (const std::string& n : kernelNames) {
-            text += "8 " + std::to_string(minor) + " 1024 " + n + "\n";
-            minor += 16;
-        }
-        return text + "253 0 1024 dm-0\n";
-    }
-    std::string tree() const { return mapName + "\t(253:0)\n"; }
-    std::set<std::vector<std::string>> fileCalls() const {
-        std::set<std::vector<std::string>> calls = {{"-s", "/dev/mapper/" + mapName}};
-        for (const std::string& n : kernelNames) {
-            calls.insert({"-s", "/dev/" + n});
-        }
-        return calls;
-    }
-};
-
-std::vector<std::string> exclusionsOfDisks(std::unique_ptr<sys::View> view) {
+// The disks found through `view`, as "path [exclusions]", sorted.
+std::vector<std::string> disks(std::unique_ptr<sys::View> view) {
     vessa::hax::clearHostCache();
     vessa::test::ScopedView scoped(std::move(view));
     std::unique_ptr<Host> host(Host::named(sys::current().hostName(), false));
@@ -72,50 +45,60 @@ std::vector<std::string> exclusionsOfDisks(std::unique_ptr<sys::View> view) {
     }
     host.reset();
     vessa::hax::clearHostCache();
+    std::sort(out.begin(), out.end());
     return out;
 }
 
 TEST(NoShell, HostileDeviceNamesAreOneArgument) {
-    Hostile h;
+    vessa::test::TempDir dir;
+    const std::string canary = dir.path() + "/ran-a-shell";
+    // /proc/partitions separates its columns with blanks, so kernel names carry none; a device-mapper
+    // name does, and becomes the path /dev/mapper/<name>.
+    const std::vector<std::string> kernelNames = {"q'u\"o;te", "$(touch${IFS}" + canary + ")",
+                                                  "`touch${IFS}" + canary + "`|&>x"};
+    const std::string mapName = "my disk 'a' \"b\"; c && touch " + canary + " #",
+                      tree = mapName + "\t(253:0)\n";
+    std::string partitions = "major minor  #blocks  name\n\n253 0 1024 dm-0\n";
+    std::set<std::vector<std::string>> fileCalls = {{"-s", "/dev/mapper/" + mapName}};
+    for (std::size_t i = 0; i < kernelNames.size(); ++i) {
+        partitions += "8 " + std::to_string(16 * i) + " 1024 " + kernelNames[i] + "\n";
+        fileCalls.insert({"-s", "/dev/" + kernelNames[i]});
+    }
+    // "file -s" of each name finds the file system recorded or printed for it, which marks it (P).
     std::vector<std::string> partitioned;
-    for (const std::vector<std::string>& call : h.fileCalls()) {
+    for (const std::vector<std::string>& call : fileCalls) {
         partitioned.push_back(call[1] + " [    P     ]");
     }
     std::sort(partitioned.begin(), partitioned.end());
 
-    // Replay answers a command only from the recording of its exact argument vector: "file -s" of
-    // each name finds the file system recorded for it, which marks the device (P).
+    // Replay answers a command only from the recording of its exact argument vector.
     vessa::test::TempDir snapshot;
-    snapshot.write("proc/partitions", h.partitions());
-    snapshot.write(".vessa/commands/dmsetup ls --tree -o notrunc", h.tree());
-    snapshot.write(".vessa/commands/dmsetup ls --target multipath", h.tree());
-    for (const std::vector<std::string>& call : h.fileCalls()) {
+    snapshot.write("proc/partitions", partitions);
+    snapshot.write(".vessa/commands/dmsetup ls --tree -o notrunc", tree);
+    snapshot.write(".vessa/commands/dmsetup ls --target multipath", tree);
+    for (const std::vector<std::string>& call : fileCalls) {
         snapshot.write(".vessa/commands/" + sys::commandFileName("file", {call.begin(), call.end()}),
                        call[1] + ": Linux rev 1.0 ext4 filesystem data\n");
     }
-    std::vector<std::string> replayed = exclusionsOfDisks(sys::makeReplayView(snapshot.path()));
-    std::sort(replayed.begin(), replayed.end());
-    EXPECT_EQ(replayed, partitioned);
+    EXPECT_EQ(disks(sys::makeReplayView(snapshot.path())), partitioned);
 
     // Live, the programs on PATH record the argument vectors they were given.
     FakeProgram file("file", "x: Linux rev 1.0 ext4 filesystem data\n");
-    FakeProgram dmsetup("dmsetup", h.tree());
-    FakeProgram pvdisplay("pvdisplay", "  PV Name  /dev/mapper/" + h.mapName + "\n  VG Name  vg\n");
+    FakeProgram dmsetup("dmsetup", tree);
+    FakeProgram pvdisplay("pvdisplay", "  PV Name  /dev/mapper/" + mapName + "\n  VG Name  vg\n");
     FakeProgram vgdisplay("vgdisplay", "  VG Name  vg\n");
-    FakeProgram lvdisplay("lvdisplay", "  LV Name  /dev/vg/" + h.mapName + "\n  Block device  253:0\n");
+    FakeProgram lvdisplay("lvdisplay", "  LV Name  /dev/vg/" + mapName + "\n  Block device  253:0\n");
     auto view = std::make_unique<LiveCommands>();
-    view->files["/proc/partitions"] = h.partitions();
-    std::vector<std::string> live = exclusionsOfDisks(std::move(view));
-    std::sort(live.begin(), live.end());
-    EXPECT_EQ(live, partitioned);
+    view->files["/proc/partitions"] = partitions;
+    EXPECT_EQ(disks(std::move(view)), partitioned);
     const std::vector<std::vector<std::string>> calls = file.calls();
-    EXPECT_EQ(std::set<std::vector<std::string>>(calls.begin(), calls.end()), h.fileCalls());
-    EXPECT_EQ(calls.size(), h.fileCalls().size());
+    EXPECT_EQ(std::set<std::vector<std::string>>(calls.begin(), calls.end()), fileCalls);
+    EXPECT_EQ(calls.size(), fileCalls.size());
     // The volume manager's tools take no arguments at all; the names only come back in their output.
     for (const FakeProgram* lvm : {&pvdisplay, &vgdisplay, &lvdisplay}) {
         EXPECT_EQ(lvm->calls(), std::vector<std::vector<std::string>>{{}});
     }
-    EXPECT_FALSE(std::filesystem::exists(h.canary));
+    EXPECT_FALSE(std::filesystem::exists(canary));
 }
 
 }  // namespace

@@ -7,10 +7,8 @@
 #include <linux/filter.h>
 #include <linux/seccomp.h>
 #include <sys/prctl.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
-#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -46,15 +44,9 @@ class Hostile : public ::testing::Test {
         for (int i = 0; i <= 40; ++i) {
             link(i == 40 ? "data" : "link" + std::to_string(i + 1), "link" + std::to_string(i));
         }
-        ::mkfifo((root + "/fifo").c_str(), 0644);
-        sockaddr_un addr = {};
-        addr.sun_family = AF_UNIX;
-        const std::string socketPath = root + "/socket";
-        socketPath.copy(addr.sun_path, sizeof addr.sun_path - 1);
-        socket_ = ::socket(AF_UNIX, SOCK_STREAM, 0);
-        ::bind(socket_, reinterpret_cast<sockaddr*>(&addr), sizeof addr);
+        ASSERT_EQ(::mkfifo((root + "/fifo").c_str(), 0644), 0);
+        ASSERT_EQ(::mknod((root + "/socket").c_str(), S_IFSOCK | 0644, 0), 0);
     }
-    void TearDown() override { ::close(socket_); }
     void link(const std::string& target, const std::string& at) {
         fs::create_directories(fs::path(root + "/" + at).parent_path());
         fs::create_symlink(target, root + "/" + at);
@@ -62,7 +54,6 @@ class Hostile : public ::testing::Test {
 
     vessa::test::TempDir outside;
     std::string root;
-    int socket_ = -1;
 };
 
 // Every path, through the kernel's resolution and through the fallback walk: what it reads, or that
@@ -129,10 +120,7 @@ TEST_F(Hostile, PathsResolveInsideTheRootWithEitherResolver) {
         EXPECT_FALSE(files.status("/loop-b", st));
         EXPECT_FALSE(files.usesPortableWalk() && resolver == RootedFiles::Resolver::Kernel);
     }
-}
-
-TEST_F(Hostile, LargeFilesAreReadUpToTheBound) {
-    const std::string big = root + "/big";
+    // Large files are read up to the bound given, and say whether they were cut.
     ASSERT_EQ(::truncate(outside.write("root/big", "x").c_str(), RootedFiles::kReadLimit + 10), 0);
     RootedFiles files(root);
     std::string content;
@@ -140,8 +128,6 @@ TEST_F(Hostile, LargeFilesAreReadUpToTheBound) {
     ASSERT_TRUE(files.readFile("/big", content, RootedFiles::kReadLimit, &cut));
     EXPECT_EQ(content.size(), RootedFiles::kReadLimit);
     EXPECT_TRUE(cut);
-    ASSERT_TRUE(files.readFile("/big", content, 1, &cut));
-    EXPECT_EQ(content, "x");
     ASSERT_TRUE(files.readFile("/data", content, 12, &cut));
     EXPECT_EQ(content, "end of chain");
     EXPECT_FALSE(cut);
