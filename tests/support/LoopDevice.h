@@ -2,7 +2,9 @@
 // its file removed on destruction, also when the test fails.
 #pragma once
 
+#include <functional>
 #include <string>
+#include <vector>
 
 namespace vessa::test {
 
@@ -27,14 +29,10 @@ class LoopDevice {
     std::string device_;
 };
 
-}  // namespace vessa::test
-
-namespace vessa::test {
-
-// The machine the live tests of the command look at: a mounted ext4 loop device, two loop devices
-// that are the physical volumes of a volume group, a blank one, and a GPT disk whose first partition
-// is mounted where no table names it and whose second is active swap. Everything is undone on
-// destruction, also when a test fails half-way. ok() tells whether all of it could be made.
+// The machine the live tests look at: a mounted ext4 loop device, two loop devices that are the
+// physical volumes of a volume group, a blank one, and a GPT disk whose first partition is mounted
+// where no table names it and whose second is active swap. Everything is undone on destruction, also
+// when a test fails half-way. ok() tells whether all of it could be made.
 class TestMachine {
   public:
     TestMachine();
@@ -56,8 +54,7 @@ class TestMachine {
     std::string mountPoint_;
     std::string partMountPoint_;
     std::string vg_;
-    bool mountedOk_ = false;
-    bool partitioned_ = false, partMounted_ = false, swapOn_ = false;
+    std::vector<std::function<void()>> undo_;  // run last first
     bool ok_ = false;
 };
 
