@@ -2,6 +2,7 @@
 // any group. Root only; everything is undone by destructors, also when the test fails.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <memory>
 
 #include "lin/LogicalVolume.h"
@@ -21,21 +22,14 @@ using vessa::test::run;
 
 namespace {
 
+// What a reader appended, freed at the end.
 template <class T>
 struct Owned {
     std::list<T*> list;
-    ~Owned() {
-        for (T* t : list) {
-            delete t;
-        }
-    }
+    ~Owned() { std::for_each(list.begin(), list.end(), std::default_delete<T>()); }
     T* named(const std::string& name) const {
-        for (T* t : list) {
-            if (t->name() == name) {
-                return t;
-            }
-        }
-        return nullptr;
+        auto it = std::find_if(list.begin(), list.end(), [&name](T* t) { return t->name() == name; });
+        return it == list.end() ? nullptr : *it;
     }
 };
 
@@ -44,7 +38,7 @@ TEST(LiveReaders, EveryReaderSeesWhatTheTestMachineMade) {
         GTEST_SKIP() << "needs root for loop devices and LVM";
     }
     vessa::test::TestMachine m;
-    ASSERT_TRUE(m.ok());
+    ASSERT_TRUE(m.ok);
     vessa::test::LoopDevice lone(32 << 20);
     ASSERT_TRUE(lone.ok());
     ASSERT_EQ(run("pvcreate -q " + lone.device()), 0);
@@ -79,15 +73,15 @@ TEST(LiveReaders, EveryReaderSeesWhatTheTestMachineMade) {
     ASSERT_TRUE(MTableEntry::readMTab(mounts.list, nullptr));
     std::string found;
     for (const MTableEntry* e : mounts.list) {
-        found += e->mountPoint() == m.mountPoint() ? e->deviceName() + " " + e->fileSystemType() : "";
+        found += e->mountPoint() == m.mountPoint ? e->deviceName() + " " + e->fileSystemType() : "";
     }
     EXPECT_EQ(found, m.mounted.device() + " ext4");
 
     // Volumes are named loopN, without "/dev/". Current tools print "PE Size" without "(KByte)".
     Owned<PhysicalVolume> pvs;
     EXPECT_TRUE(PhysicalVolume::readPvDisplay(pvs.list, nullptr));
-    for (const auto& [loop, expected] : {std::pair{&m.pvA, m.volumeGroup() + "|yes|15|"},
-                                         {&m.pvB, m.volumeGroup() + "|yes|15|"},
+    for (const auto& [loop, expected] : {std::pair{&m.pvA, m.volumeGroup + "|yes|15|"},
+                                         {&m.pvB, m.volumeGroup + "|yes|15|"},
                                          {&lone, "|NO|0|"}}) {
         const PhysicalVolume* pv = pvs.named(loop->name());
         ASSERT_NE(pv, nullptr) << loop->name();
@@ -96,7 +90,7 @@ TEST(LiveReaders, EveryReaderSeesWhatTheTestMachineMade) {
     }
     Owned<VolumeGroup> vgs;
     EXPECT_TRUE(VolumeGroup::readVgDisplay(vgs.list, nullptr));
-    VolumeGroup* group = vgs.named(m.volumeGroup());
+    VolumeGroup* group = vgs.named(m.volumeGroup);
     ASSERT_NE(group, nullptr);
     EXPECT_EQ(group->value(VolumeGroup::CurrentPV) + " " + group->value(VolumeGroup::ActualPV) + " " +
                   group->value(VolumeGroup::CurrentLV) + " " + group->value(VolumeGroup::TotalPE),
@@ -107,7 +101,7 @@ TEST(LiveReaders, EveryReaderSeesWhatTheTestMachineMade) {
     Owned<LogicalVolume> lvs;
     EXPECT_TRUE(LogicalVolume::readLvDisplay(lvs.list, nullptr));
     for (const LogicalVolume* lv : lvs.list) {
-        EXPECT_NE(lv->vgName(), m.volumeGroup()) << lv->name();
+        EXPECT_NE(lv->vgName(), m.volumeGroup) << lv->name();
     }
     vessa::hax::clearHostCache();
 }

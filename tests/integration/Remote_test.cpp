@@ -47,35 +47,21 @@ int socketAt(int port, bool bind) {
     return ok ? ntohs(a.sin_port) : 0;
 }
 
-// Every process below `pid`, children first found first.
-std::vector<pid_t> descendants(pid_t pid) {
-    std::vector<pid_t> found = {pid};
-    for (std::size_t i = 0; i < found.size(); ++i) {
-        for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
-            const std::string stat = vessa::test::readFile(entry.path().string() + "/stat");
-            char state = 0;
-            int parent = 0;
-            if (stat.rfind(')') != std::string::npos &&
-                std::istringstream(stat.substr(stat.rfind(')') + 1)) >> state >> parent &&
-                parent == found[i]) {
-                found.push_back(static_cast<pid_t>(std::atoi(entry.path().filename().c_str())));
-            }
-        }
-    }
-    return {found.begin() + 1, found.end()};
-}
-
 struct Answer {
     int status = -1;
     std::string out, err;
     double seconds = 0;
 };
 
-class TestSshd {
-  public:
+struct TestSshd {
+    vessa::test::TempDir dir;
+    const int port = socketAt(0, true);
+    std::string config;
+    exec::Process daemon;
+    bool madeRunDir = false, ready = false;
+
     TestSshd() {
-        port_ = socketAt(0, true);
-        const std::string t = dir_.path(), port = std::to_string(port_);
+        const std::string t = dir.path(), p = std::to_string(port);
         for (const char* key : {"host_key", "client_key"}) {
             std::string out;
             if (exec::runCaptured("ssh-keygen", {"-q", "-t", "ed25519", "-N", "", "-f", t + "/" + key},
@@ -83,65 +69,50 @@ class TestSshd {
                 return;
             }
         }
-        dir_.write("authorized_keys", vessa::test::readFile(t + "/client_key.pub"));
-        dir_.write("install/.keep", "");
+        dir.write("authorized_keys", vessa::test::readFile(t + "/client_key.pub"));
+        dir.write("install/.keep", "");
         const std::string hostKey = vessa::test::readFile(t + "/host_key.pub");
-        dir_.write("known_hosts", "[" + std::string(kAddress) + "]:" + port + " " +
-                                      hostKey.substr(0, hostKey.rfind(' ')) + "\n");
-        dir_.write("sshd_config",
-                   "Port " + port + "\nListenAddress " + kAddress + "\nHostKey " + t + "/host_key\nPidFile " +
-                       t + "/sshd.pid\nAuthorizedKeysFile " + t +
-                       "/authorized_keys\nPasswordAuthentication no\nKbdInteractiveAuthentication "
-                       "no\nPermitRootLogin prohibit-password\nUsePAM no\nStrictModes no\nLogLevel "
-                       "ERROR\nSetEnv PATH=" +
-                       kBin + "/companions:/usr/sbin:/usr/bin:/sbin:/bin VESSA_VLTT_INSTALL_DIR=" + t +
-                       "/install\n");
-        config_ =
-            dir_.write("ssh_config", std::string("Host ") + kAddress + " " + kDead + "\n  Port " + port +
-                                         "\n  User root\n  IdentityFile " + t +
-                                         "/client_key\n  IdentitiesOnly yes\n  UserKnownHostsFile " + t +
-                                         "/known_hosts\n  GlobalKnownHostsFile /dev/null\n"
-                                         "  StrictHostKeyChecking yes\n");
-        madeRunDir_ = !std::filesystem::exists("/run/sshd") && ::mkdir("/run/sshd", 0755) == 0;
+        dir.write("known_hosts", "[" + std::string(kAddress) + "]:" + p + " " +
+                                     hostKey.substr(0, hostKey.rfind(' ')) + "\n");
+        dir.write("sshd_config",
+                  "Port " + p + "\nListenAddress " + kAddress + "\nHostKey " + t + "/host_key\nPidFile " + t +
+                      "/sshd.pid\nAuthorizedKeysFile " + t +
+                      "/authorized_keys\nPasswordAuthentication no\nKbdInteractiveAuthentication no\n"
+                      "PermitRootLogin prohibit-password\nUsePAM no\nStrictModes no\nLogLevel ERROR\n"
+                      "SetEnv PATH=" +
+                      kBin + "/companions:/usr/sbin:/usr/bin:/sbin:/bin VESSA_VLTT_INSTALL_DIR=" + t +
+                      "/install\n");
+        config = dir.write("ssh_config", std::string("Host ") + kAddress + " " + kDead + "\n  Port " + p +
+                                             "\n  User root\n  IdentityFile " + t +
+                                             "/client_key\n  IdentitiesOnly yes\n  UserKnownHostsFile " + t +
+                                             "/known_hosts\n  GlobalKnownHostsFile /dev/null\n"
+                                             "  StrictHostKeyChecking yes\n");
+        madeRunDir = !std::filesystem::exists("/run/sshd") && ::mkdir("/run/sshd", 0755) == 0;
         exec::LaunchProperty launch;
         launch.setStdin(exec::LaunchProperty::Stream::Null)
             .setStdout(exec::LaunchProperty::Stream::Null)
             .setStderr(exec::LaunchProperty::Stream::Null);
-        sshd_ = exec::Process::create("/usr/sbin/sshd", {"-D", "-e", "-f", t + "/sshd_config"}, launch);
-        for (int i = 0; i < 100 && !socketAt(port_, false); ++i) {
+        // The first process of a PID namespace of its own: when it ends, so does every session, and with
+        // them the shared connections on this side.
+        daemon = exec::Process::create(
+            "/usr/bin/unshare",
+            {"--pid", "--fork", "--kill-child", "/usr/sbin/sshd", "-D", "-e", "-f", t + "/sshd_config"},
+            launch);
+        for (int i = 0; i < 100 && !socketAt(port, false); ++i) {
             std::this_thread::sleep_for(std::chrono::milliseconds(50));
         }
-        ready_ = socketAt(port_, false) != 0;
+        ready = socketAt(port, false) != 0;
     }
 
     ~TestSshd() {
-        // The shared connections first (they end their sessions), then every session, then the daemon.
-        std::error_code none;
-        for (const auto& socket : std::filesystem::directory_iterator(dir_.path() + "/vessa-ssh", none)) {
-            std::string out;
-            exec::RunLimits limits;
-            limits.timeoutSeconds = 5;
-            exec::runBounded("ssh", {"-S", socket.path().string(), "-O", "exit", kAddress}, out, limits);
+        if (daemon.valid()) {
+            ::kill(daemon.pid(), SIGKILL);
+            daemon.wait();
         }
-        if (sshd_.valid()) {
-            for (pid_t p : descendants(sshd_.pid())) {
-                ::kill(p, SIGKILL);
-            }
-            ::kill(sshd_.pid(), SIGTERM);
-            int status = 0;
-            if (!sshd_.waitFor(5000, status)) {
-                ::kill(sshd_.pid(), SIGKILL);
-                sshd_.wait();
-            }
-        }
-        if (madeRunDir_) {
+        if (madeRunDir) {
             ::rmdir("/run/sshd");
         }
     }
-
-    bool ready() const { return ready_; }
-    const std::string& config() const { return config_; }
-    const std::string& dir() const { return dir_.path(); }
 
     // A program of this build with the companions on PATH and the sockets in the test's directory;
     // `withConfig` names the SSH configuration in VESSA_SSH_CONFIG (else only --ssh-config may).
@@ -153,10 +124,10 @@ class TestSshd {
         streams.hasEnv = true;
         streams.env = exec::Process::envVars();
         streams.env.vars["PATH"] = kBin + "/companions:" + streams.env.vars["PATH"];
-        streams.env.vars["XDG_RUNTIME_DIR"] = dir_.path();
+        streams.env.vars["XDG_RUNTIME_DIR"] = dir.path();
         streams.env.vars.erase("VESSA_SSH_CONFIG");
         if (withConfig) {
-            streams.env.vars["VESSA_SSH_CONFIG"] = config_;
+            streams.env.vars["VESSA_SSH_CONFIG"] = config;
         }
         exec::RunLimits limits;
         limits.timeoutSeconds = 60;
@@ -166,14 +137,6 @@ class TestSshd {
         r.status = result.outcome == exec::RunResult::Exited ? result.status : -1;
         return r;
     }
-
-  private:
-    vessa::test::TempDir dir_;
-    int port_ = 0;
-    std::string config_;
-    exec::Process sshd_;
-    bool madeRunDir_ = false;
-    bool ready_ = false;
 };
 
 // Path, size and the A M P S V W columns of every physical device of a list document.
@@ -193,12 +156,12 @@ TEST(Remote, ListFleetLauncherAndInstallDirectoryOverSsh) {
         GTEST_SKIP() << "needs root and openssh-server";
     }
     TestSshd sshd;
-    ASSERT_TRUE(sshd.ready());
+    ASSERT_TRUE(sshd.ready);
     // The remote list holds the local physical devices. Other tests may add loop devices meanwhile: it
     // must hold every device that both local runs around it saw, and nothing that neither saw.
     const Answer before = sshd.run(kStorage, {"list", "--json", "--type", "4"});
     const Answer remote =
-        sshd.run(kStorage, {"list", "--json", "--host", kAddress, "--ssh-config", sshd.config()});
+        sshd.run(kStorage, {"list", "--json", "--host", kAddress, "--ssh-config", sshd.config});
     const Answer after = sshd.run(kStorage, {"list", "--json", "--type", "4"});
     ASSERT_EQ(remote.status, 0) << remote.err;
     ASSERT_EQ(before.status, 0);
@@ -216,7 +179,7 @@ TEST(Remote, ListFleetLauncherAndInstallDirectoryOverSsh) {
 
     // A fleet with a dead host fails that host by name while the other answers.
     const Answer fleet = sshd.run(kStorage, {"list", "--json", "--host", kAddress, "--host", kDead,
-                                             "--command-timeout", "20", "--ssh-config", sshd.config()});
+                                             "--command-timeout", "20", "--ssh-config", sshd.config});
     EXPECT_EQ(fleet.status, 1);
     EXPECT_LT(fleet.seconds, 30.0);  // ConnectTimeout (10 s) and the command timeout bound it
     EXPECT_NE(fleet.err.find(std::string("vessa-storage: ") + kDead + ": "), std::string::npos) << fleet.err;
@@ -237,12 +200,12 @@ TEST(Remote, ListFleetLauncherAndInstallDirectoryOverSsh) {
                                ": no-such-program-here: not found\n");
 
     vessa::hax::SshTransport::Options o;
-    o.configFile = sshd.config();
-    o.controlDirectory = sshd.dir() + "/vessa-ssh";
+    o.configFile = sshd.config;
+    o.controlDirectory = sshd.dir.path() + "/vessa-ssh";
     vessa::hax::SshTransport ssh(
         o, [](const std::string& p, const std::list<std::string>& a, const exec::RunStreams& s,
               const exec::RunLimits& l) { return exec::runBounded(p, a, s, l); });
-    EXPECT_EQ(ssh.envValueOf(kAddress, "VESSA_VLTT_INSTALL_DIR"), sshd.dir() + "/install");
+    EXPECT_EQ(ssh.envValueOf(kAddress, "VESSA_VLTT_INSTALL_DIR"), sshd.dir.path() + "/install");
 }
 
 }  // namespace

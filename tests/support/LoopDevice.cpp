@@ -74,19 +74,20 @@ TestMachine::TestMachine() {
     };
     const std::string disk = gpt.device(), pvs = pvA.device() + " " + pvB.device();
     std::string out;
-    vg_ = "vessatest" + std::to_string(::getpid());
-    ok_ = mounted.ok() && pvA.ok() && pvB.ok() && blank.ok() && gpt.ok() && directory(mountPoint_) &&
-          directory(partMountPoint_) &&
-          step(vessa::sal::exec::runCaptured(
-                   "/bin/sh",
-                   {"-c", "printf 'label: gpt\\n,16M\\n,16M\\n' | sfdisk -q \"$0\" && partx -a \"$0\"", disk},
-                   out) == 0,
-               [disk] { run("partx -d " + disk); }) &&
-          mountExt4(disk + "p1", partMountPoint_) && run("mkswap -q " + disk + "p2") == 0 &&
-          step(run("swapon " + disk + "p2") == 0, [disk] { run("swapoff " + disk + "p2"); }) &&
-          mountExt4(mounted.device(), mountPoint_) &&
-          step(run("pvcreate -q " + pvs) == 0, [pvs] { run("pvremove -q -f " + pvs); }) &&
-          step(run("vgcreate -q " + vg_ + " " + pvs) == 0, [this] { run("vgremove -q -f " + vg_); });
+    volumeGroup = "vessatest" + std::to_string(::getpid());
+    ok = mounted.ok() && pvA.ok() && pvB.ok() && blank.ok() && gpt.ok() && directory(mountPoint) &&
+         directory(partitionMountPoint) &&
+         step(vessa::sal::exec::runCaptured(
+                  "/bin/sh",
+                  {"-c", "printf 'label: gpt\\n,16M\\n,16M\\n' | sfdisk -q \"$0\" && partx -a \"$0\"", disk},
+                  out) == 0,
+              [disk] { run("partx -d " + disk); }) &&
+         mountExt4(disk + "p1", partitionMountPoint) && run("mkswap -q " + disk + "p2") == 0 &&
+         step(run("swapon " + disk + "p2") == 0, [disk] { run("swapoff " + disk + "p2"); }) &&
+         mountExt4(mounted.device(), mountPoint) &&
+         step(run("pvcreate -q " + pvs) == 0, [pvs] { run("pvremove -q -f " + pvs); }) &&
+         step(run("vgcreate -q " + volumeGroup + " " + pvs) == 0,
+              [this] { run("vgremove -q -f " + volumeGroup); });
 }
 
 TestMachine::~TestMachine() {

@@ -63,39 +63,29 @@ sys::RunOutcome ScriptedView::run(const std::string& program, const std::list<st
                                   std::string& output, int& status) {
     ran.push_back(sys::commandFileName(program, args));
     const Command* c = find(commands, ran.back());
-    if (c == nullptr || c->outcome != sys::RunOutcome::Exited) {
-        return c == nullptr ? sys::RunOutcome::NotStarted : c->outcome;
+    if (c != nullptr && c->outcome == sys::RunOutcome::Exited) {
+        output += c->output;
+        status = c->status;
     }
-    output += c->output;
-    status = c->status;
-    return sys::RunOutcome::Exited;
+    return c == nullptr ? sys::RunOutcome::NotStarted : c->outcome;
 }
 
+// What is not scripted answers as a device that is no SCSI device.
 sys::IoctlResult ScriptedView::scsiInquiry(const std::string& device, unsigned int timeoutSeconds) {
     inquiryTimeouts.push_back(timeoutSeconds);
-    if (const sys::IoctlResult* found = find(inquiries, sys::kernelName(device))) {
-        return *found;
-    }
-    sys::IoctlResult r;
-    r.rc = -1;
-    r.err = ENOTTY;
-    r.data.assign(96, 0);
-    return r;
+    const sys::IoctlResult* found = find(inquiries, sys::kernelName(device));
+    return found != nullptr ? *found : sys::IoctlResult{-1, ENOTTY, std::vector<std::uint8_t>(96, 0)};
 }
 
 sys::ScsiAddressResult ScriptedView::scsiAddress(const std::string& device) {
     const sys::ScsiAddressResult* found = find(addresses, sys::kernelName(device));
-    sys::ScsiAddressResult r;
-    r.scsiIdErrno = ENOTTY;
-    return found != nullptr ? *found : r;
+    return found != nullptr ? *found : sys::ScsiAddressResult{sys::ScsiAddressResult::None, ENOTTY, ""};
 }
 
 sys::ExclusiveOpen ScriptedView::exclusiveOpen(const std::string& device) {
-    const auto* found = find(exclusive, sys::kernelName(device));
-    sys::ExclusiveOpen r;
-    r.err = found == nullptr ? ENOENT : 0;
-    r.result = found == nullptr ? sys::ExclusiveOpen::Failed : *found;
-    return r;
+    const sys::ExclusiveOpen::Result* found = find(exclusive, sys::kernelName(device));
+    return found != nullptr ? sys::ExclusiveOpen{*found, 0}
+                            : sys::ExclusiveOpen{sys::ExclusiveOpen::Failed, ENOENT};
 }
 
 unsigned int ScriptedView::readCapacityBlockSize(const std::string& device, bool /*sixteen*/) {

@@ -68,7 +68,7 @@ TEST(SshTransport, QuotingCarriesHostileWordsIntact) {
     EXPECT_EQ(out, expected);
 }
 
-TEST(SshTransport, EnvironmentFilesAndProcessesOnHostileNames) {
+TEST(SshTransport, EveryOperationThroughALoopbackShell) {
     vessa::test::TempDir dir;
     SshTransport t = loopback();
     const std::string address = "127.0.0.9", bytes("bytes\0and\nmore", 14);
@@ -105,28 +105,24 @@ TEST(SshTransport, EnvironmentFilesAndProcessesOnHostileNames) {
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
     EXPECT_TRUE(t.runningProcesses(address, {pid}).empty());
-}
 
-TEST(SshTransport, RunReportsStatusPassesStreamsAndNamesWhatCouldNotRun) {
-    vessa::test::TempDir dir;
-    SshTransport t = loopback();
+    // A run reports the status, passes the streams on and names what could not run.
     exec::RunLimits limits;
     std::string out, err;
     auto toOut = [&out](const char* d, std::size_t n) { out.append(d, n); };
     auto toErr = [&err](const char* d, std::size_t n) { err.append(d, n); };
     const std::string work = dir.path() + "/new dir/it's";
-    EXPECT_EQ(
-        t.run("127.0.0.9", work, true, "sh", {"-c", "pwd; echo oops >&2; exit 7"}, toOut, toErr, limits), 7);
+    EXPECT_EQ(t.run(address, work, true, "sh", {"-c", "pwd; echo oops >&2; exit 7"}, toOut, toErr, limits),
+              7);
     EXPECT_EQ(out, work + "\n");
     EXPECT_EQ(err, "oops\n");  // the start line is not passed on
-    const struct {
-        std::string workdir, program, reason;
-    } failures[] = {{dir.path() + "/missing", "true", "can't cd to"},
-                    {"", "no-such-program-here", "no-such-program-here: not found"}};
-    for (const auto& f : failures) {
-        EXPECT_THAT([&] { t.run("127.0.0.9", f.workdir, false, f.program, {}, toOut, toErr, limits); },
-                    ThrowsMessage<vessa::Exception>(AllOf(HasSubstr("on 127.0.0.9: "), HasSubstr(f.reason))));
-    }
+    auto fails = [](const char* reason) {
+        return ThrowsMessage<vessa::Exception>(AllOf(HasSubstr("on 127.0.0.9: "), HasSubstr(reason)));
+    };
+    EXPECT_THAT([&] { t.run(address, dir.path() + "/missing", false, "true", {}, toOut, toErr, limits); },
+                fails("can't cd to"));
+    EXPECT_THAT([&] { t.run(address, "", false, "no-such-program-here", {}, toOut, toErr, limits); },
+                fails("no-such-program-here: not found"));
 }
 
 TEST(SshTransport, FailuresNameTheHostAndSshsReason) {
