@@ -15,9 +15,9 @@ std::unique_ptr<Host> hostBuiltFor(const std::string& buildOs) {
     return std::unique_ptr<Host>(Host::named("127.0.0.1", false));
 }
 
-// A host command goes through the launcher, in an xterm window when asked; the workdir is written the
-// way of the host's build OS.
-TEST(HostExec, HostCommandGoesThroughTheLauncher) {
+// A host command goes through the launcher, in an xterm window when asked, with the workdir written
+// the way of the host's build OS; a local one starts the program itself, in an xterm when asked.
+TEST(HostExec, LocallyOrThroughTheLauncher) {
     const struct {
         const char *buildOs, *workdir;
         bool inXterm, create;
@@ -65,14 +65,12 @@ TEST(HostExec, HostCommandGoesThroughTheLauncher) {
     std::list<std::string> args = {"1"};
     hostBuiltFor("linux")->exec("T", "prog", args, "", false, {}, true, false).wait();
     EXPECT_EQ(xterm.calls(), (std::vector<std::vector<std::string>>{{"-T", "T", "-e", "prog", "1"}}));
-    vessa::hax::clearHostCache();
-}
-
-TEST(HostExec, ExecUsesTheGivenEnvironment) {
+    // The local form runs the program with the environment given.
     vessa::test::TempDir dir;
-    std::list<std::string> args = {"-c", "echo \"$ONLY\" > \"$OUT\""};
+    std::list<std::string> script = {"-c", "echo \"$ONLY\" > \"$OUT\""};
     hostBuiltFor("linux")
-        ->exec("t", "/bin/sh", args, "", false, {{"ONLY", "this"}, {"OUT", dir.path() + "/o"}}, false, false)
+        ->exec("t", "/bin/sh", script, "", false, {{"ONLY", "this"}, {"OUT", dir.path() + "/o"}}, false,
+               false)
         .wait();
     EXPECT_EQ(vessa::test::readFile(dir.path() + "/o"), "this\n");
     vessa::hax::clearHostCache();

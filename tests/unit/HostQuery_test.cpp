@@ -73,16 +73,14 @@ TEST_F(RemoteQuery, ArgumentVectorProgressAndItems) {
 }
 
 TEST_F(RemoteQuery, TypeOptions) {
-    const struct {
-        unsigned int type;
-        const char* option;
-    } cases[] = {{5, "-p"}, {1, "-f"}, {3, "-f"}, {8, "-l"}, {26, "-l"}, {32, ""}, {0, ""}};
-    for (const auto& c : cases) {
+    const std::pair<unsigned int, const char*> cases[] = {{5, "-p"},  {1, "-f"}, {3, "-f"}, {8, "-l"},
+                                                          {26, "-l"}, {32, ""},  {0, ""}};
+    for (const auto& [type, option] : cases) {
         FakeProgram pelo("pelo", "136\n");
-        host->fill(static_cast<Storage::storageType>(c.type), nullptr, false, {});
+        host->fill(static_cast<Storage::storageType>(type), nullptr, false, {});
         ASSERT_EQ(pelo.calls().size(), 1u);
-        EXPECT_EQ(pelo.calls()[0].size(), 10u) << c.type;
-        EXPECT_EQ(pelo.calls()[0][9], c.option) << c.type;
+        EXPECT_EQ(pelo.calls()[0].size(), 10u) << type;
+        EXPECT_EQ(pelo.calls()[0][9], option) << type;
     }
     EXPECT_TRUE(host->storage().empty());
 }
