@@ -1,11 +1,14 @@
-// vessa-storage on this machine, with loop devices made for the test: a mounted ext4, two physical
-// volumes of a volume group, and a blank one. Root only; everything is undone afterwards.
+// vessa-storage on this machine, with the loop devices, volume group, mounts and swap of a TestMachine.
+// Root only; everything is undone afterwards.
 #include <gtest/gtest.h>
 
 #include <sys/mount.h>
-#include <unistd.h>
+#include <sys/stat.h>
 
+#include <algorithm>
 #include <filesystem>
+#include <map>
+#include <memory>
 
 #include <nlohmann/json.hpp>
 
@@ -13,101 +16,113 @@
 #include "support/LoopDevice.h"
 #include "support/TestSupport.h"
 
-using vessa::test::LoopDevice;
+using vessa::sal::exec::runCaptured;
 
 namespace {
 
 const std::string kProgram = std::string(VESSA_BINARY_DIR) + "/cli/vessa-storage";
 
-nlohmann::json listJson(const std::list<std::string>& extra = {}) {
-    std::list<std::string> args = {"list", "--json"};
-    args.insert(args.end(), extra.begin(), extra.end());
-    std::string out;
-    EXPECT_EQ(vessa::sal::exec::runCaptured(kProgram, args, out), 0);
-    return nlohmann::json::parse(out);
-}
-
-const nlohmann::json* itemAt(const nlohmann::json& doc, const std::string& path, unsigned int type) {
+// Every item of a list document as "type path" -> "exclusions|the in-use reasons, joined by "; "".
+std::map<std::string, std::string> rows(const std::string& json) {
+    std::map<std::string, std::string> out;
+    const nlohmann::json doc = nlohmann::json::parse(json);
     for (const auto& item : doc["storage"]) {
-        if (item["path"] == path && item["type"] == type) {
-            return &item;
+        std::string reasons;
+        for (const auto& r : item["inUse"]) {
+            reasons += (reasons.empty() ? "" : "; ") + r.get<std::string>();
         }
-    }
-    return nullptr;
-}
-
-std::string joined(const nlohmann::json& reasons) {
-    std::string out;
-    for (const auto& r : reasons) {
-        out += (out.empty() ? "" : "; ") + r.get<std::string>();
+        out[item["type"].dump() + " " + item["path"].get<std::string>()] =
+            item["exclusions"].get<std::string>() + "|" + reasons;
     }
     return out;
 }
 
-TEST(CliLive, ListShowsWhatTheTestMadeAndWhatIsInUse) {
+// The live list and report equal those replayed from a capture, and show what the machine holds.
+TEST(CliLive, ListCaptureAndReportOfWhatTheTestMade) {
     if (!vessa::test::runningAsRoot()) {
         GTEST_SKIP() << "needs root for loop devices";
     }
     vessa::test::TestMachine m;
-    ASSERT_TRUE(m.ok());
-    const nlohmann::json doc = listJson();
-    EXPECT_EQ(doc["complete"], true) << doc["warnings"].dump();
+    ASSERT_TRUE(m.ok);
+    vessa::test::TempDir work;
+    const std::string snapshot = work.path() + "/snap";
+    std::string live, replayed, out, listed, denied;
+    ASSERT_EQ(runCaptured(kProgram, {"capture", snapshot}, out), 0);
+    ASSERT_EQ(runCaptured(kProgram, {"list", "--json"}, live), 0);
+    ASSERT_EQ(runCaptured(kProgram, {"list", "--json", "--sysroot", snapshot}, replayed), 0);
+    EXPECT_EQ(replayed, live);
+    ASSERT_EQ(runCaptured(kProgram, {"report", "--output", work.path() + "/live.xml"}, out), 0);
+    ASSERT_EQ(runCaptured(kProgram,
+                          {"report", "--sysroot", snapshot, "--output", work.path() + "/replay.xml"}, out),
+              0);
+    EXPECT_EQ(vessa::test::readFile(work.path() + "/replay.xml"),
+              vessa::test::readFile(work.path() + "/live.xml"));
 
-    const std::string p1 = m.gpt.device() + "p1", p2 = m.gpt.device() + "p2";
-    const struct {
-        std::string path;
-        unsigned int type;
-        const char* exclusions;
-        std::string inUse;  // the reasons, joined
-    } expected[] = {
-        {m.gpt.device(), 36, "    P     ",
-         "through " + m.gpt.name() + "p1: mounted at " + m.partitionMountPoint() + "; through " +
-             m.gpt.name() + "p2: active swap"},
-        {p1, 26, "          ", "mounted at " + m.partitionMountPoint()},
-        {p2, 26, "          ", "active swap"},
-        {m.pvA.device(), 36, "       V  ", ""},
-        {m.blank.device(), 36, "          ", ""},
-        {m.mountPoint() + "/targetfile.dat", 1, "          ", "mounted at " + m.mountPoint()},
-    };
-    for (const auto& e : expected) {
-        const nlohmann::json* item = itemAt(doc, e.path, e.type);
-        ASSERT_NE(item, nullptr) << e.path;
-        EXPECT_EQ((*item)["exclusions"], e.exclusions) << e.path;
-        EXPECT_EQ(joined((*item)["inUse"]), e.inUse) << e.path;
+    EXPECT_EQ(nlohmann::json::parse(live)["complete"], true) << live;
+    const std::map<std::string, std::string> got = rows(live),
+                                             expected = {
+                                                 {"36 " + m.gpt.device(),
+                                                  "    P     |through " + m.gpt.name() + "p1: mounted at " +
+                                                      m.partitionMountPoint + "; through " + m.gpt.name() +
+                                                      "p2: active swap"},
+                                                 {"26 " + m.gpt.device() + "p1",
+                                                  "          |mounted at " + m.partitionMountPoint},
+                                                 {"26 " + m.gpt.device() + "p2", "          |active swap"},
+                                                 {"36 " + m.pvA.device(), "       V  |"},
+                                                 {"36 " + m.blank.device(), "          |"},
+                                                 {"1 " + m.mountPoint + "/targetfile.dat",
+                                                  "          |mounted at " + m.mountPoint},
+                                             };
+    for (const auto& [key, value] : expected) {
+        EXPECT_EQ(got.count(key) ? got.at(key) : "missing", value) << key;
     }
     // The device that holds / is in use, whatever its exclusions say.
-    bool root = false;
-    for (const auto& item : doc["storage"]) {
-        root = root || (item["type"] == 36 && joined(item["inUse"]).find("mounted at /;") == 0) ||
-               (item["type"] == 36 && joined(item["inUse"]) == "mounted at /");
-    }
-    EXPECT_TRUE(root) << "no disk is in use for /";
+    EXPECT_TRUE(std::any_of(got.begin(), got.end(), [](const auto& row) {
+        return row.first.rfind("36 ", 0) == 0 && (row.second + ";").find("|mounted at /;") == 10;
+    })) << "no disk is in use for /";
 
-    // Candidates: the blank disk only of what the test made; nothing in use or excluded.
-    const nlohmann::json candidates = listJson({"--candidates"});
-    std::vector<std::string> paths;
-    for (const auto& item : candidates["storage"]) {
-        paths.push_back(item["path"]);
-        EXPECT_TRUE(item["inUse"].empty() && item["exclusions"] == "          ") << item.dump();
+    // Candidates: the blank disk of what the test made; nothing in use or excluded.
+    ASSERT_EQ(runCaptured(kProgram, {"list", "--json", "--candidates"}, listed), 0);
+    const std::map<std::string, std::string> candidates = rows(listed);
+    EXPECT_EQ(candidates.count("36 " + m.blank.device()), 1u) << listed;
+    for (const auto& [key, value] : candidates) {
+        EXPECT_EQ(value, "          |") << key;
     }
-    EXPECT_NE(std::find(paths.begin(), paths.end(), m.blank.device()), paths.end());
-
     // Without the rights to look, the run says so and names no candidate.
-    std::string out;
-    const std::list<std::string> unprivileged = {"--reuid=65534", "--regid=65534", "--clear-groups",
-                                                 kProgram,        "list",          "--candidates"};
-    EXPECT_EQ(vessa::sal::exec::runCaptured("setpriv", unprivileged, out), 1);
-    EXPECT_EQ(out.find(m.blank.device()), std::string::npos) << out;
+    EXPECT_EQ(
+        runCaptured("setpriv",
+                    {"--reuid=65534", "--regid=65534", "--clear-groups", kProgram, "list", "--candidates"},
+                    denied),
+        1);
+    EXPECT_EQ(denied.find(m.blank.device()), std::string::npos) << denied;
 }
 
 TEST(CliLive, UsageAndFailures) {
-    std::string out;
-    EXPECT_EQ(vessa::sal::exec::runCaptured(kProgram, {}, out), 2);
-    EXPECT_EQ(vessa::sal::exec::runCaptured(kProgram, {"list", "--bogus"}, out), 2);
-    EXPECT_EQ(vessa::sal::exec::runCaptured(kProgram, {"list", "--sysroot", "/nonexistent-root"}, out), 1);
-    EXPECT_EQ(vessa::sal::exec::runCaptured(kProgram, {"--version"}, out), 0);
-    EXPECT_EQ(vessa::sal::exec::runCaptured(kProgram, {"--bogus"}, out), 2);
-    EXPECT_EQ(vessa::sal::exec::runCaptured(kProgram, {"list", "--type", "disk,nonsense"}, out), 2);
+    vessa::test::TempDir work;
+    work.write("full/something", "x");
+    const std::string file = work.write("a-file", "x");
+    // Usage errors (a directory for a capture that is not empty among them) give 2, failures 1.
+    const std::string usage[] = {"", " list --bogus", " --bogus", " list --type disk,nonsense",
+                                 " capture " + work.path() + "/full"};
+    const std::string failing[] = {" list --sysroot /nonexistent-root", " capture " + file + "/sub"};
+    for (const std::string& args : usage) {
+        EXPECT_EQ(vessa::test::run(kProgram + args), 2) << args;
+    }
+    for (const std::string& args : failing) {
+        EXPECT_EQ(vessa::test::run(kProgram + args), 1) << args;
+    }
+    EXPECT_EQ(vessa::test::run(kProgram + " --version"), 0);
+    if (!vessa::test::runningAsRoot()) {
+        return;
+    }
+    // Root writes through permissions; a read-only mount stops it, and the message names the directory.
+    const std::string ro = work.path() + "/ro";
+    ASSERT_EQ(::mkdir(ro.c_str(), 0755), 0);
+    ASSERT_EQ(::mount("tmpfs", ro.c_str(), "tmpfs", MS_RDONLY, nullptr), 0);
+    const std::shared_ptr<void> unmount(nullptr, [&ro](void*) { ::umount2(ro.c_str(), MNT_DETACH); });
+    std::string err;
+    EXPECT_EQ(runCaptured("/bin/sh", {"-c", "\"$0\" capture \"$1\" 2>&1", kProgram, ro}, err), 1);
+    EXPECT_NE(err.find(ro), std::string::npos) << err;
 }
 
 // A snapshot names its host; that name never places the report outside the current directory.
@@ -117,10 +132,14 @@ TEST(CliReplay, ReportNameStaysInTheCurrentDirectory) {
         work.write("root/etc/hostname", name + "\n");
         work.write("root/proc/partitions", "");
         work.write("cwd/.keep", "");
-        std::string err;
-        const std::list<std::string> args = {"-c", "cd \"$1\" && \"$0\" report --sysroot \"$2\" 2>&1",
-                                             kProgram, work.path() + "/cwd", work.path() + "/root"};
-        EXPECT_EQ(vessa::sal::exec::runCaptured("/bin/sh", args, err), 1) << name;
+        const std::string root = work.path() + "/root";
+        std::string err, out;
+        EXPECT_EQ(runCaptured("/bin/sh",
+                              {"-c", "cd \"$1\" && \"$0\" report --sysroot \"$2\" 2>&1", kProgram,
+                               work.path() + "/cwd", root},
+                              err),
+                  1)
+            << name;
         // The line that ends the run (the warnings of an all but empty snapshot come before it).
         EXPECT_NE(
             err.find("\nvessa-storage: host name \"" + name +
@@ -129,12 +148,9 @@ TEST(CliReplay, ReportNameStaysInTheCurrentDirectory) {
             << err;
         EXPECT_FALSE(std::filesystem::exists(work.path() + "/escaped.xml"));
         EXPECT_EQ(std::distance(std::filesystem::directory_iterator(work.path() + "/cwd"), {}), 1) << name;
-        std::string out;
-        EXPECT_EQ(
-            vessa::sal::exec::runCaptured(
-                kProgram,
-                {"report", "--sysroot", work.path() + "/root", "--output", work.path() + "/chosen.xml"}, out),
-            0);
+        EXPECT_EQ(runCaptured(kProgram,
+                              {"report", "--sysroot", root, "--output", work.path() + "/chosen.xml"}, out),
+                  0);
         EXPECT_TRUE(std::filesystem::exists(work.path() + "/chosen.xml"));
     }
 }

@@ -1,83 +1,109 @@
-// Discovery readers against this machine's real loop devices and mounts (LVM: LvmReaders_test). Root only; everything
-// made here is undone by the fixtures' destructors, also when a test fails.
+// The discovery readers against what a TestMachine made on this machine, plus a physical volume outside
+// any group. Root only; everything is undone by destructors, also when the test fails.
 #include <gtest/gtest.h>
 
-#include <sys/mount.h>
+#include <algorithm>
+#include <memory>
 
+#include "lin/LogicalVolume.h"
 #include "lin/MTableEntry.h"
+#include "lin/PhysicalVolume.h"
 #include "lin/ProcPartition.h"
 #include "lin/SysBlock.h"
+#include "lin/VolumeGroup.h"
+#include "lin/common.h"
+#include "platform/Stat.h"
 #include "support/LoopDevice.h"
-#include "support/TestSupport.h"
 #include "target/Host.h"
 
 using namespace vessa::target::lin;
-using vessa::test::LoopDevice;
+using vessa::target::Storage;
+using vessa::test::run;
 
 namespace {
 
+// What a reader appended, freed at the end.
 template <class T>
-T* named(const std::list<T*>& list, const std::string& name) {
-    for (T* t : list) {
-        if (t->name() == name) {
-            return t;
-        }
+struct Owned {
+    std::list<T*> list;
+    ~Owned() { std::for_each(list.begin(), list.end(), std::default_delete<T>()); }
+    T* named(const std::string& name) const {
+        auto it = std::find_if(list.begin(), list.end(), [&name](T* t) { return t->name() == name; });
+        return it == list.end() ? nullptr : *it;
     }
-    return nullptr;
-}
-
-class LiveReaders : public ::testing::Test {
-  protected:
-    void SetUp() override {
-        if (!vessa::test::runningAsRoot()) {
-            GTEST_SKIP() << "needs root for loop devices";
-        }
-        vessa::hax::clearHostCache();
-    }
-    void TearDown() override { vessa::hax::clearHostCache(); }
 };
 
-TEST_F(LiveReaders, LoopDevicesAppearWithTheirSizes) {
-    LoopDevice loop(32 * 1024 * 1024);
-    ASSERT_TRUE(loop.ok());
-    std::list<ProcPartition*> parts;
-    ProcPartition::readProcPartitions(parts);
-    ProcPartition* p = named(parts, loop.name());
-    ASSERT_NE(p, nullptr);
-    EXPECT_EQ(p->blocks(), 32768);
-    EXPECT_EQ(p->major(), 7);
-
-    std::unique_ptr<vessa::target::Host> host(vessa::target::Host::named("127.0.0.1", false));
-    std::list<SysBlock*> disks;
-    SysBlock::readSysFs(disks, parts, host.get());
-    SysBlock* s = named(disks, loop.name());
-    ASSERT_NE(s, nullptr);
-    EXPECT_EQ(s->size(), 65536u);  // 512-byte sectors
-    EXPECT_EQ(s->major(), 7);
-}
-
-TEST_F(LiveReaders, MountedExtFourIsAMountTableEntry) {
-    LoopDevice loop(32 * 1024 * 1024);
-    ASSERT_TRUE(loop.ok());
-    ASSERT_EQ(vessa::test::run("mkfs.ext4 -q -F " + loop.device()), 0);
-    vessa::test::TempDir mountPoint;
-    ASSERT_EQ(::mount(loop.device().c_str(), mountPoint.path().c_str(), "ext4", 0, nullptr), 0);
-    struct Unmount {
-        std::string dir;
-        ~Unmount() { ::umount2(dir.c_str(), MNT_DETACH); }
-    } unmount{mountPoint.path()};
-
-    std::list<MTableEntry*> entries;
-    ASSERT_TRUE(MTableEntry::readMTab(entries, nullptr));
-    MTableEntry* found = nullptr;
-    for (MTableEntry* e : entries) {
-        if (e->mountPoint() == mountPoint.path()) {
-            found = e;
-        }
+TEST(LiveReaders, EveryReaderSeesWhatTheTestMachineMade) {
+    if (!vessa::test::runningAsRoot()) {
+        GTEST_SKIP() << "needs root for loop devices and LVM";
     }
-    ASSERT_NE(found, nullptr);
-    EXPECT_EQ(found->deviceName(), loop.device());
-    EXPECT_EQ(found->fileSystemType(), "ext4");
+    vessa::test::TestMachine m;
+    ASSERT_TRUE(m.ok);
+    vessa::test::LoopDevice lone(32 << 20);
+    ASSERT_TRUE(lone.ok());
+    ASSERT_EQ(run("pvcreate -q " + lone.device()), 0);
+    const std::shared_ptr<void> pvremove(nullptr, [&lone](void*) { run("pvremove -q -f " + lone.device()); });
+    vessa::hax::clearHostCache();
+
+    // The blank 16 MiB loop device: kernel lists, node, and no SCSI device behind it.
+    Owned<ProcPartition> parts;
+    ProcPartition::readProcPartitions(parts.list);
+    const ProcPartition* p = parts.named(m.blank.name());
+    ASSERT_NE(p, nullptr);
+    EXPECT_EQ(std::to_string(p->blocks()) + " " + std::to_string(p->major()), "16384 7");
+    std::unique_ptr<vessa::target::Host> host(vessa::target::Host::named("127.0.0.1", false));
+    Owned<SysBlock> disks;
+    SysBlock::readSysFs(disks.list, parts.list, host.get());
+    const SysBlock* s = disks.named(m.blank.name());
+    ASSERT_NE(s, nullptr);
+    EXPECT_EQ(std::to_string(s->size()) + " " + std::to_string(s->major()), "32768 7");  // 512-byte sectors
+    std::string inquiry = "x", address, size;
+    getInquiry(m.blank.name(), inquiry, 1);
+    EXPECT_EQ(inquiry, std::string(28, ' '));
+    getScsiAddress(m.blank.device(), address);
+    EXPECT_EQ(address, "None");
+    vessa::sal::fs::Stat st(m.blank.device());
+    EXPECT_TRUE(st.exists() && st.isBlockDevice() && st.blockSize() > 0);
+    EXPECT_EQ(st.size(), 16 << 20);
+    EXPECT_EQ(st.blockSizeByRC() + st.blockSizeByRC16(), 0u);
+    EXPECT_EQ(quickRun("blockdev", {"--getsize64", m.blank.device()}, size), 0);
+    EXPECT_EQ(size, "16777216\n");
+
+    Owned<MTableEntry> mounts;
+    ASSERT_TRUE(MTableEntry::readMTab(mounts.list, nullptr));
+    std::string found;
+    for (const MTableEntry* e : mounts.list) {
+        found += e->mountPoint() == m.mountPoint ? e->deviceName() + " " + e->fileSystemType() : "";
+    }
+    EXPECT_EQ(found, m.mounted.device() + " ext4");
+
+    // Volumes are named loopN, without "/dev/". Current tools print "PE Size" without "(KByte)".
+    Owned<PhysicalVolume> pvs;
+    EXPECT_TRUE(PhysicalVolume::readPvDisplay(pvs.list, nullptr));
+    for (const auto& [loop, expected] : {std::pair{&m.pvA, m.volumeGroup + "|yes|15|"},
+                                         {&m.pvB, m.volumeGroup + "|yes|15|"},
+                                         {&lone, "|NO|0|"}}) {
+        const PhysicalVolume* pv = pvs.named(loop->name());
+        ASSERT_NE(pv, nullptr) << loop->name();
+        EXPECT_EQ(pv->vgName() + "|" + pv->allocatable() + "|" + pv->totalPE() + "|" + pv->peSize(),
+                  expected);
+    }
+    Owned<VolumeGroup> vgs;
+    EXPECT_TRUE(VolumeGroup::readVgDisplay(vgs.list, nullptr));
+    VolumeGroup* group = vgs.named(m.volumeGroup);
+    ASSERT_NE(group, nullptr);
+    EXPECT_EQ(group->value(VolumeGroup::CurrentPV) + " " + group->value(VolumeGroup::ActualPV) + " " +
+                  group->value(VolumeGroup::CurrentLV) + " " + group->value(VolumeGroup::TotalPE),
+              "2 2 0 30");
+    Storage::exclusions ex = 0;
+    group->getExclusions(ex);
+    EXPECT_EQ(ex, Storage::kVolumeGroup);
+    Owned<LogicalVolume> lvs;
+    EXPECT_TRUE(LogicalVolume::readLvDisplay(lvs.list, nullptr));
+    for (const LogicalVolume* lv : lvs.list) {
+        EXPECT_NE(lv->vgName(), m.volumeGroup) << lv->name();
+    }
+    vessa::hax::clearHostCache();
 }
 
 }  // namespace

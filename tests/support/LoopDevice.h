@@ -2,7 +2,9 @@
 // its file removed on destruction, also when the test fails.
 #pragma once
 
+#include <functional>
 #include <string>
+#include <vector>
 
 namespace vessa::test {
 
@@ -27,38 +29,20 @@ class LoopDevice {
     std::string device_;
 };
 
-}  // namespace vessa::test
-
-namespace vessa::test {
-
-// The machine the live tests of the command look at: a mounted ext4 loop device, two loop devices
-// that are the physical volumes of a volume group, a blank one, and a GPT disk whose first partition
-// is mounted where no table names it and whose second is active swap. Everything is undone on
-// destruction, also when a test fails half-way. ok() tells whether all of it could be made.
-class TestMachine {
-  public:
+// The machine the live tests look at: a mounted ext4 loop device, two loop devices that are the
+// physical volumes of a volume group, a blank one, and a GPT disk whose first partition is mounted
+// where no table names it and whose second is active swap. Everything is undone on destruction, also
+// when a test fails half-way. `ok` tells whether all of it could be made.
+struct TestMachine {
     TestMachine();
     ~TestMachine();
-    TestMachine(const TestMachine&) = delete;
-    TestMachine& operator=(const TestMachine&) = delete;
 
-    bool ok() const { return ok_; }
-    LoopDevice mounted{32 << 20};
-    LoopDevice pvA{64 << 20};
-    LoopDevice pvB{64 << 20};
-    LoopDevice blank{16 << 20};
-    LoopDevice gpt{40 << 20};
-    const std::string& mountPoint() const { return mountPoint_; }
-    const std::string& partitionMountPoint() const { return partMountPoint_; }
-    const std::string& volumeGroup() const { return vg_; }
+    LoopDevice mounted{32 << 20}, pvA{64 << 20}, pvB{64 << 20}, blank{16 << 20}, gpt{40 << 20};
+    std::string mountPoint, partitionMountPoint, volumeGroup;
+    bool ok = false;
 
   private:
-    std::string mountPoint_;
-    std::string partMountPoint_;
-    std::string vg_;
-    bool mountedOk_ = false;
-    bool partitioned_ = false, partMounted_ = false, swapOn_ = false;
-    bool ok_ = false;
+    std::vector<std::function<void()>> undo_;  // run last first
 };
 
 }  // namespace vessa::test

@@ -6,50 +6,48 @@ namespace vessa::test {
 
 namespace sys = vessa::sal::sys;
 
+namespace {
+
+// The scripted answer for `key`, or null.
+template <class Map>
+const typename Map::mapped_type* find(const Map& map, const std::string& key) {
+    auto it = map.find(key);
+    return it == map.end() ? nullptr : &it->second;
+}
+
+}  // namespace
+
 bool ScriptedView::readFile(const std::string& path, std::string& content) {
-    auto it = files.find(path);
-    if (it == files.end()) {
-        return false;
+    const std::string* found = find(files, path);
+    if (found != nullptr) {
+        content = *found;
     }
-    content = it->second;
-    return true;
+    return found != nullptr;
 }
 
 bool ScriptedView::listDirectory(const std::string& path, std::vector<sys::DirEntry>& entries) {
-    auto it = dirs.find(path);
-    if (it == dirs.end()) {
-        return false;
+    const std::vector<std::string>* names = find(dirs, path);
+    for (std::size_t i = 0; names != nullptr && i < names->size(); ++i) {
+        entries.emplace_back().name = (*names)[i];
     }
-    for (const std::string& name : it->second) {
-        sys::DirEntry e;
-        e.name = name;
-        entries.push_back(e);
-    }
-    return true;
+    return names != nullptr;
 }
 
 bool ScriptedView::status(const std::string& path, sys::FileStatus& st) {
     st = sys::FileStatus();
-    if (dirs.count(path)) {
-        st.isDirectory = true;
-        return true;
-    }
-    auto it = files.find(path);
-    if (it == files.end()) {
-        return false;
-    }
-    st.isRegular = true;
-    st.size = static_cast<long long>(it->second.size());
-    return true;
+    const std::string* file = find(files, path);
+    st.isDirectory = dirs.count(path) != 0;
+    st.isRegular = !st.isDirectory && file != nullptr;
+    st.size = st.isRegular ? static_cast<long long>(file->size()) : 0;
+    return st.isDirectory || st.isRegular;
 }
 
 bool ScriptedView::readLink(const std::string& path, std::string& target, std::size_t limit) {
-    auto it = links.find(path);
-    if (it == links.end()) {
-        return false;
+    const std::string* found = find(links, path);
+    if (found != nullptr) {
+        target = found->substr(0, limit);
     }
-    target = it->second.substr(0, limit);
-    return true;
+    return found != nullptr;
 }
 
 bool ScriptedView::fsStatus(const std::string& path, sys::FsStatus& /*st*/) {
@@ -57,63 +55,42 @@ bool ScriptedView::fsStatus(const std::string& path, sys::FsStatus& /*st*/) {
 }
 
 bool ScriptedView::deviceReadable(const std::string& path) {
-    auto it = files.find(path);
-    return it != files.end() && !it->second.empty();
+    const std::string* found = find(files, path);
+    return found != nullptr && !found->empty();
 }
 
 sys::RunOutcome ScriptedView::run(const std::string& program, const std::list<std::string>& args,
                                   std::string& output, int& status) {
-    const std::string name = sys::commandFileName(program, args);
-    ran.push_back(name);
-    auto it = commands.find(name);
-    if (it == commands.end()) {
-        return sys::RunOutcome::NotStarted;
+    ran.push_back(sys::commandFileName(program, args));
+    const Command* c = find(commands, ran.back());
+    if (c != nullptr && c->outcome == sys::RunOutcome::Exited) {
+        output += c->output;
+        status = c->status;
     }
-    if (it->second.outcome != sys::RunOutcome::Exited) {
-        return it->second.outcome;
-    }
-    output += it->second.output;
-    status = it->second.status;
-    return sys::RunOutcome::Exited;
+    return c == nullptr ? sys::RunOutcome::NotStarted : c->outcome;
 }
 
+// What is not scripted answers as a device that is no SCSI device.
 sys::IoctlResult ScriptedView::scsiInquiry(const std::string& device, unsigned int timeoutSeconds) {
     inquiryTimeouts.push_back(timeoutSeconds);
-    auto it = inquiries.find(sys::kernelName(device));
-    if (it != inquiries.end()) {
-        return it->second;
-    }
-    sys::IoctlResult r;
-    r.rc = -1;
-    r.err = ENOTTY;
-    r.data.assign(96, 0);
-    return r;
+    const sys::IoctlResult* found = find(inquiries, sys::kernelName(device));
+    return found != nullptr ? *found : sys::IoctlResult{-1, ENOTTY, std::vector<std::uint8_t>(96, 0)};
 }
 
 sys::ScsiAddressResult ScriptedView::scsiAddress(const std::string& device) {
-    auto it = addresses.find(sys::kernelName(device));
-    if (it != addresses.end()) {
-        return it->second;
-    }
-    sys::ScsiAddressResult r;
-    r.scsiIdErrno = ENOTTY;
-    return r;
+    const sys::ScsiAddressResult* found = find(addresses, sys::kernelName(device));
+    return found != nullptr ? *found : sys::ScsiAddressResult{sys::ScsiAddressResult::None, ENOTTY, ""};
 }
 
 sys::ExclusiveOpen ScriptedView::exclusiveOpen(const std::string& device) {
-    sys::ExclusiveOpen r;
-    auto it = exclusive.find(sys::kernelName(device));
-    if (it == exclusive.end()) {
-        r.err = ENOENT;
-    } else {
-        r.result = it->second;
-    }
-    return r;
+    const sys::ExclusiveOpen::Result* found = find(exclusive, sys::kernelName(device));
+    return found != nullptr ? sys::ExclusiveOpen{*found, 0}
+                            : sys::ExclusiveOpen{sys::ExclusiveOpen::Failed, ENOENT};
 }
 
 unsigned int ScriptedView::readCapacityBlockSize(const std::string& device, bool /*sixteen*/) {
-    auto it = capacities.find(sys::kernelName(device));
-    return it == capacities.end() ? 0 : it->second;
+    const unsigned int* found = find(capacities, sys::kernelName(device));
+    return found == nullptr ? 0 : *found;
 }
 
 ScopedView::ScopedView(std::unique_ptr<sys::View> view) {

@@ -17,13 +17,12 @@ class ScriptedView : public vessa::sal::sys::View {
         int status = 0;
         std::string output;
         Command() = default;
-        // `starts` false: the program cannot be started.
-        Command(bool starts, int st, std::string out)
-            : outcome(starts ? vessa::sal::sys::RunOutcome::Exited : vessa::sal::sys::RunOutcome::NotStarted),
-              status(st),
-              output(std::move(out)) {}
         Command(vessa::sal::sys::RunOutcome o, int st, std::string out)
             : outcome(o), status(st), output(std::move(out)) {}
+        // `starts` false: the program cannot be started.
+        Command(bool starts, int st, std::string out)
+            : Command(starts ? vessa::sal::sys::RunOutcome::Exited : vessa::sal::sys::RunOutcome::NotStarted,
+                      st, std::move(out)) {}
     };
 
     std::map<std::string, std::string> files;              // host path -> content

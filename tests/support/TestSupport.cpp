@@ -1,5 +1,6 @@
 #include "support/TestSupport.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -20,8 +21,7 @@ LogCapture::~LogCapture() {
 std::vector<std::string> LogCapture::lines() const {
     std::vector<std::string> result;
     std::istringstream in(out_.str());
-    std::string line;
-    while (std::getline(in, line)) {
+    for (std::string line; std::getline(in, line);) {
         result.push_back(line);
     }
     return result;
@@ -30,10 +30,9 @@ std::vector<std::string> LogCapture::lines() const {
 std::vector<std::string> LogCapture::messages() const {
     std::vector<std::string> result;
     for (const std::string& line : lines()) {
-        // "[unit] trace: message" - the trace may itself hold ": " (never in practice), so cut at
-        // the first ": " after the closing bracket.
-        std::string::size_type bracket = line.find("] ");
-        std::string::size_type colon =
+        // "[unit] trace: message": cut at the first ": " after the closing bracket.
+        const std::string::size_type bracket = line.find("] ");
+        const std::string::size_type colon =
             bracket == std::string::npos ? std::string::npos : line.find(": ", bracket + 2);
         result.push_back(colon == std::string::npos ? line : line.substr(colon + 2));
     }
@@ -41,12 +40,8 @@ std::vector<std::string> LogCapture::messages() const {
 }
 
 bool LogCapture::hasMessage(const std::string& message) const {
-    for (const std::string& m : messages()) {
-        if (m == message) {
-            return true;
-        }
-    }
-    return false;
+    const std::vector<std::string> all = messages();
+    return std::find(all.begin(), all.end(), message) != all.end();
 }
 
 TempDir::TempDir() {

@@ -15,56 +15,62 @@ std::unique_ptr<Host> hostBuiltFor(const std::string& buildOs) {
     return std::unique_ptr<Host>(Host::named("127.0.0.1", false));
 }
 
-TEST(HostExec, HostCommandGoesThroughTheLauncher) {
+// A host command goes through the launcher, in an xterm window when asked, with the workdir written
+// the way of the host's build OS; a local one starts the program itself, in an xterm when asked.
+TEST(HostExec, LocallyOrThroughTheLauncher) {
     const struct {
-        const char* buildOs;
-        const char* workdir;
-        bool create;
+        const char *buildOs, *workdir;
+        bool inXterm, create;
+        const char* program;  // the one started here
         std::vector<std::string> args;
     } cases[] = {
         {"win",
          "C:/tests//run",
          false,
+         false,
+         "pelo",
          {"--workdir", "C:\\tests\\run", "--host", "127.0.0.1", "--exec", "prog", "a b"}},
         {"linux",
          "\\opt\\run",
+         false,
          true,
+         "pelo",
          {"--create-workdir", "--workdir", "/opt/run", "--host", "127.0.0.1", "--exec", "prog", "a b"}},
-        {"linux", "", false, {"--workdir", "", "--host", "127.0.0.1", "--exec", "prog", "a b"}},
+        {"linux",
+         "",
+         false,
+         false,
+         "pelo",
+         {"--workdir", "", "--host", "127.0.0.1", "--exec", "prog", "a b"}},
+        {"linux",
+         "/w",
+         true,
+         false,
+         "xterm",
+         {"-iconic", "-T", "127.0.0.1: prog", "-e", "pelo", "--workdir", "/w", "--host", "127.0.0.1",
+          "--exec", "prog", "a b"}},
     };
     for (const auto& c : cases) {
         auto host = hostBuiltFor(c.buildOs);
-        FakeProgram pelo("pelo", "");
+        FakeProgram started(c.program, "");
         std::list<std::string> command = {"prog", "a b"};
-        vessa::sal::exec::Process p = host->exec(command, c.workdir, false, false, c.create, {});
-        EXPECT_EQ(p.wait(), 0);
-        ASSERT_EQ(pelo.calls().size(), 1u);
-        EXPECT_EQ(pelo.calls()[0], c.args) << c.buildOs << " " << c.workdir;
-        EXPECT_EQ(std::vector<std::string>(command.begin(), command.end()), c.args);  // changed in place
+        EXPECT_EQ(host->exec(command, c.workdir, c.inXterm, c.inXterm, c.create, {}).wait(), 0);
+        EXPECT_EQ(started.calls(), std::vector<std::vector<std::string>>{c.args})
+            << c.buildOs << " " << c.workdir;
+        if (!c.inXterm) {
+            EXPECT_EQ(std::vector<std::string>(command.begin(), command.end()), c.args);  // changed in place
+        }
     }
-    vessa::hax::clearHostCache();
-}
-
-TEST(HostExec, XtermWindowWrapsTheProgram) {
-    auto host = hostBuiltFor("linux");
     FakeProgram xterm("xterm", "");
-    std::list<std::string> command = {"prog", "x"};
-    host->exec(command, "/w", true, true, false, {}).wait();
-    ASSERT_EQ(xterm.calls().size(), 1u);
-    EXPECT_EQ(xterm.calls()[0],
-              (std::vector<std::string>{"-iconic", "-T", "127.0.0.1: prog", "-e", "pelo", "--workdir", "/w",
-                                        "--host", "127.0.0.1", "--exec", "prog", "x"}));
     std::list<std::string> args = {"1"};
-    host->exec("T", "prog", args, "", false, {}, true, false).wait();
-    EXPECT_EQ(xterm.calls()[1], (std::vector<std::string>{"-T", "T", "-e", "prog", "1"}));
-    vessa::hax::clearHostCache();
-}
-
-TEST(HostExec, ExecUsesTheGivenEnvironment) {
-    auto host = hostBuiltFor("linux");
+    hostBuiltFor("linux")->exec("T", "prog", args, "", false, {}, true, false).wait();
+    EXPECT_EQ(xterm.calls(), (std::vector<std::vector<std::string>>{{"-T", "T", "-e", "prog", "1"}}));
+    // The local form runs the program with the environment given.
     vessa::test::TempDir dir;
-    std::list<std::string> args = {"-c", "echo \"$ONLY\" > \"$OUT\""};
-    host->exec("t", "/bin/sh", args, "", false, {{"ONLY", "this"}, {"OUT", dir.path() + "/o"}}, false, false)
+    std::list<std::string> script = {"-c", "echo \"$ONLY\" > \"$OUT\""};
+    hostBuiltFor("linux")
+        ->exec("t", "/bin/sh", script, "", false, {{"ONLY", "this"}, {"OUT", dir.path() + "/o"}}, false,
+               false)
         .wait();
     EXPECT_EQ(vessa::test::readFile(dir.path() + "/o"), "this\n");
     vessa::hax::clearHostCache();
@@ -75,18 +81,7 @@ TEST(QuickExec, LargeOutputArrivesWholeAndMissingProgramFails) {
     for (int i = 0; i < 400; ++i) {
         answer += "filler.key" + std::to_string(i) + "=value\n";
     }
-    answer += "cpu.name=last line\n";
-    {
-        auto host = hostBuiltFor("linux");
-        (void)host;
-    }
-    vessa::hax::clearHostCache();
-    {
-        FakeProgram pelo("pelo", answer);
-        std::unique_ptr<Host> host(Host::named("127.0.0.1", false));
-        EXPECT_GT(answer.size(), 1024u);
-        EXPECT_EQ(host->cpuName(), "last line");
-    }
+    EXPECT_EQ(hostBuiltFor("linux\n" + answer + "cpu.name=last line")->cpuName(), "last line");
     vessa::hax::clearHostCache();
     vessa::test::TempDir empty;
     const std::string oldPath = std::getenv("PATH");

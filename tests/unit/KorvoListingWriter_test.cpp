@@ -73,16 +73,15 @@ TEST(KorvoListingWriter, EveryScenarioSurvivesTheRoundTrip) {
 TEST(KorvoListingWriter, TextsThatWouldBreakALineAndReasonsWithoutTheirFields) {
     vessa::hax::clearHostCache();
     vessa::test::ScopedView view(std::make_unique<vessa::test::ScriptedView>());
-    std::map<std::string, vessa::target::Property> none;
     Storage blanks(Storage::discoveredBlockDevice, "my disk 1", "/dev/disk/by-label/my disk", 1 << 20, 0, "",
-                   0, none);
+                   0, {});
     Storage tilde(Storage::fileSystemStorage, "~user~", "/home/~user/targetfile.dat", 4096, 1, "A~B",
-                  Storage::kBoot, none);
+                  Storage::kBoot, {});
     Storage lineEnd(Storage::discoveredBlockDevice, "two\nlines", "/dev/sdx", 1 << 30, 2, "",
-                    Storage::kPartitioned | Storage::kVolumeGroup | Storage::kSwap, none);
+                    Storage::kPartitioned | Storage::kVolumeGroup | Storage::kSwap, {});
     Storage emptySized(Storage::discoveredBlockDevice, "sdy", "/dev/sdy", 4096, 3, "",
-                       Storage::kEmpty | Storage::kSystem, none);
-    Storage tiny(Storage::discoveredBlockDevice, "nas", "/mnt/nas", 0, 4, "", 0, none);
+                       Storage::kEmpty | Storage::kSystem, {});
+    Storage tiny(Storage::discoveredBlockDevice, "nas", "/mnt/nas", 0, 4, "", 0, {});
     roundTrip("hand-made", {&blanks, &tilde, &lineEnd, &emptySized, &tiny});
     EXPECT_EQ(vessa::target::korvoListingLine(lineEnd),
               "[2]~/dev/sdx~two\\x0alines~~~?~~    P  VW ~36~0~1~1073741824~0~0~1");
