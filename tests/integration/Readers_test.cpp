@@ -1,5 +1,5 @@
-// Discovery readers against this machine's real loop devices and mounts (LVM: LvmReaders_test). Root only; everything
-// made here is undone by the fixtures' destructors, also when a test fails.
+// Discovery readers against this machine's real loop devices and mounts (LVM: LvmReaders_test). Root only;
+// everything made here is undone by the fixtures' destructors, also when a test fails.
 #include <gtest/gtest.h>
 
 #include <sys/mount.h>
@@ -8,6 +8,7 @@
 #include "lin/ProcPartition.h"
 #include "lin/SysBlock.h"
 #include "support/LoopDevice.h"
+#include "support/Owned.h"
 #include "support/TestSupport.h"
 #include "target/Host.h"
 
@@ -40,7 +41,7 @@ class LiveReaders : public ::testing::Test {
 TEST_F(LiveReaders, LoopDevicesAppearWithTheirSizes) {
     LoopDevice loop(32 * 1024 * 1024);
     ASSERT_TRUE(loop.ok());
-    std::list<ProcPartition*> parts;
+    vessa::test::Owned<ProcPartition> parts;
     ProcPartition::readProcPartitions(parts);
     ProcPartition* p = named(parts, loop.name());
     ASSERT_NE(p, nullptr);
@@ -48,7 +49,7 @@ TEST_F(LiveReaders, LoopDevicesAppearWithTheirSizes) {
     EXPECT_EQ(p->major(), 7);
 
     std::unique_ptr<vessa::target::Host> host(vessa::target::Host::named("127.0.0.1", false));
-    std::list<SysBlock*> disks;
+    vessa::test::Owned<SysBlock> disks;
     SysBlock::readSysFs(disks, parts, host.get());
     SysBlock* s = named(disks, loop.name());
     ASSERT_NE(s, nullptr);
@@ -67,7 +68,7 @@ TEST_F(LiveReaders, MountedExtFourIsAMountTableEntry) {
         ~Unmount() { ::umount2(dir.c_str(), MNT_DETACH); }
     } unmount{mountPoint.path()};
 
-    std::list<MTableEntry*> entries;
+    vessa::test::Owned<MTableEntry> entries;
     ASSERT_TRUE(MTableEntry::readMTab(entries, nullptr));
     MTableEntry* found = nullptr;
     for (MTableEntry* e : entries) {

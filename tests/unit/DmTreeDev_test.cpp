@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "platform/Exception.h"
+#include "support/Owned.h"
 #include "support/ScriptedView.h"
 #include "support/TestSupport.h"
 
@@ -50,7 +51,7 @@ TEST(DmTreeDev, TreeLines) {
 
 TEST(DmTreeDev, ChildrenAttachToTheNearestShallowerNode) {
     auto multipaths = DmTreeDev::parseMultipathList("mpatha (253, 0)\n");
-    std::list<DmTreeDev*> roots;
+    vessa::test::Owned<DmTreeDev> roots;
     DmTreeDev::parseTree("mpatha (253:0)\n |- (8:16)\n `- (8:32)\nvg-lv (253:1)\n  `- (253:0)\n", multipaths,
                          roots);
     ASSERT_EQ(roots.size(), 2u);
@@ -69,7 +70,7 @@ TEST(DmTreeDev, ChildrenAttachToTheNearestShallowerNode) {
 }
 
 TEST(DmTreeDev, RealTreesParse) {
-    std::list<DmTreeDev*> roots;
+    vessa::test::Owned<DmTreeDev> roots;
     DmTreeDev::parseTree(vessa::test::dataBody("dmsetup/cn-dmsetup-ls-tree-hp-eva-cciss-multipath.txt"),
                          DmTreeDev::parseMultipathList(""), roots);
     ASSERT_FALSE(roots.empty());
@@ -84,7 +85,7 @@ TEST(DmTreeDev, RealTreesParse) {
 // A real multipath tree in which the drawing glues every child's name to the tree characters: only
 // the multipath maps get a name back, from the multipath list.
 TEST(DmTreeDev, RealMultipathTreeNamesItsMapsFromTheList) {
-    std::list<DmTreeDev*> roots;
+    vessa::test::Owned<DmTreeDev> roots;
     DmTreeDev::parseTree(vessa::test::dataBody("dmsetup/cn-dmsetup-ls-tree-hp-eva-cciss-multipath.txt"),
                          DmTreeDev::parseMultipathList(
                              vessa::test::dataBody("dmsetup/cn-dmsetup-ls-target-multipath-handmade.txt")),
@@ -123,7 +124,7 @@ TEST(DmTreeDev, ReaderLogsMatchesAndTheTreeAndMarksThePartitionOfAMap) {
         true, 0, vessa::test::dataBody("dmsetup/handmade-dmsetup-ls-tree-kpartx-partition-on-mpath.txt")};
     vessa::test::ScopedView scoped(std::move(view));
     vessa::test::LogCapture log;
-    std::list<DmTreeDev*> roots;
+    vessa::test::Owned<DmTreeDev> roots;
     ASSERT_TRUE(DmTreeDev::readDmTree(roots, nullptr));
     EXPECT_TRUE(log.hasMessage("Adding \"mpatha\" @ (253:0)"));
     EXPECT_TRUE(log.hasMessage("Matched device (253:0)  with mpatha (253:0)"));
@@ -155,7 +156,7 @@ TEST(DmTreeDev, NumbersThatDoNotConvertStopTheReaderAndLeaveWhatWasBuilt) {
     view->commands["dmsetup ls --target multipath"] = {true, 1, ""};
     view->commands["dmsetup ls --tree -o notrunc"] = {true, 0, "vg-lv (253:0)\n `- (8:1)\nvg-bad (253:x)\n"};
     vessa::test::ScopedView scoped(std::move(view));
-    std::list<DmTreeDev*> roots;
+    vessa::test::Owned<DmTreeDev> roots;
     EXPECT_THROW(DmTreeDev::readDmTree(roots, nullptr), vessa::Exception);
     ASSERT_EQ(roots.size(), 1u);
     EXPECT_EQ(roots.front()->children().size(), 1u);
@@ -180,7 +181,7 @@ TEST(DmTreeDev, ReaderRunsDmsetupTwiceAndOnlyTheRunnerFailureSkips) {
         view->commands["dmsetup ls --tree -o notrunc"] = {c.treeStarts, c.treeStatus,
                                                           "mpatha (253:0)\n |- (8:16)\n"};
         vessa::test::ScopedView scoped(std::move(view));
-        std::list<DmTreeDev*> roots;
+        vessa::test::Owned<DmTreeDev> roots;
         EXPECT_TRUE(DmTreeDev::readDmTree(roots, nullptr));
         ASSERT_EQ(roots.size(), c.roots);
         if (c.roots) {
@@ -199,7 +200,7 @@ TEST(DmTreeDev, PartitionExclusionForANodeRootingANamesakeMultipath) {
                  {"other", true, 0},
                  {"mpatha1", false, 0}};
     for (const auto& c : cases) {
-        std::list<DmTreeDev*> roots;
+        vessa::test::Owned<DmTreeDev> roots;
         std::map<std::string, std::pair<int, int>> mp;
         if (c.multipath) {
             mp[c.child] = {253, 1};
@@ -210,7 +211,7 @@ TEST(DmTreeDev, PartitionExclusionForANodeRootingANamesakeMultipath) {
         EXPECT_EQ(ex, c.ex) << c.child;
     }
     // Down the tree from the top: the child's own check is made too.
-    std::list<DmTreeDev*> roots;
+    vessa::test::Owned<DmTreeDev> roots;
     DmTreeDev::parseTree("top (253:9)\n `- mpatha (253:0)\n    `- mpatha1 (253:1)\n", {{"mpatha1", {253, 1}}},
                          roots);
     vessa::test::LogCapture log;

@@ -4,6 +4,7 @@
 #include "lin/FsTableEntry.h"
 #include "lin/MTableEntry.h"
 #include "lin/Partition.h"
+#include "support/Owned.h"
 #include "support/ScriptedView.h"
 #include "support/TestSupport.h"
 
@@ -26,7 +27,7 @@ std::vector<std::string> mountPoints(const std::list<MTableEntry*>& list) {
 
 TEST(MTableEntry, WhatIsKeptAndWhy) {
     vessa::test::LogCapture log;
-    std::list<MTableEntry*> list;
+    vessa::test::Owned<MTableEntry> list;
     MTableEntry::parse(
         "/dev/sda1 / ext4 rw 0 0\n"
         "# comment\n"
@@ -59,7 +60,7 @@ TEST(MTableEntry, WhatIsKeptAndWhy) {
 }
 
 TEST(MTableEntry, RealTablesAndMissingOne) {
-    std::list<MTableEntry*> list;
+    vessa::test::Owned<MTableEntry> list;
     MTableEntry::parse(vessa::test::dataBody("mounts/libstorage-proc-mounts-octal-escape.txt"), list,
                        [](const std::string&) { return true; });
     EXPECT_EQ(mountPoints(list), (std::vector<std::string>{"/data", "/test/mountpoint with spaces"}));
@@ -95,7 +96,7 @@ TEST(FsTableEntry, ColumnsSplitAtBlanksOnlyAndMountPointsAreQueried) {
     view->dirs["/boot"] = {};
     vessa::test::ScopedView scoped(std::move(view));
     vessa::test::LogCapture log;
-    std::list<FsTableEntry*> list;
+    vessa::test::Owned<FsTableEntry> list;
     FsTableEntry::parse(
         "# /etc/fstab\n"
         "UUID=1234-ABCD /boot vfat defaults 0 2\n"

@@ -6,6 +6,7 @@
 #include "lin/DmTreeDev.h"
 #include "lin/ProcPartition.h"
 #include "platform/Exception.h"
+#include "support/Owned.h"
 #include "support/ScriptedView.h"
 #include "support/TestSupport.h"
 #include "target/Host.h"
@@ -157,7 +158,7 @@ TEST(Discovery, MultipathDeviceOverTwoPaths) {
 TEST(Discovery, MultipathPairsAreRecordedTwice) {
     vessa::test::ScopedView scoped(std::make_unique<vessa::test::ScriptedView>());
     std::list<vessa::target::lin::ProcPartition*> parts;
-    std::list<vessa::target::lin::DmTreeDev*> roots;
+    vessa::test::Owned<vessa::target::lin::DmTreeDev> roots;
     vessa::target::lin::DmTreeDev::parseTree("mpatha (253:0)\n |- (8:0)\n `- (8:16)\n",
                                              {{"mpatha", {253, 0}}}, roots);
     std::list<vessa::target::lin::SysBlock*> sb;
