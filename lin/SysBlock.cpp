@@ -40,17 +40,24 @@ SysBlock::SysBlock(const std::string& name) : name_(name) {}
 
 SysBlock::SysBlock(const std::string& path, Host* host) : path_(path) {
     name_ = path.size() > kSysBlock.size() ? path.substr(kSysBlock.size()) : std::string();
-    readDevFile(path);
-    readDevModel(path);
-    readHolders(path, host);
-    readPartitions(host);
-    readRange(path);
-    readRemovable(path);
-    readRevision(path);
-    readScsiLevel(path);
-    readSize(path);
-    readSlaves(path, host);
-    readVendor(path);
+    try {
+        readDevFile(path);
+        readDevModel(path);
+        readHolders(path, host);
+        readPartitions(host);
+        readRange(path);
+        readRemovable(path);
+        readRevision(path);
+        readScsiLevel(path);
+        readSize(path);
+        readSlaves(path, host);
+        readVendor(path);
+    } catch (...) {
+        // An attribute that does not convert ends the constructor; no object is left to reach the
+        // devices it made, so they are freed here.
+        releaseRelated();
+        throw;
+    }
     if (vessa::log::enabled()) {
         VESSA_TRACE(kUnit, "SysBlock.ctor");
         dump("");
@@ -59,6 +66,22 @@ SysBlock::SysBlock(const std::string& path, Host* host) : path_(path) {
             p->dump("    ");
         }
     }
+}
+
+void SysBlock::releaseRelated() {
+    for (SysBlock* p : partitions_) {
+        p->releaseRelated();
+        delete p;
+    }
+    for (SysBlock* h : holders_) {
+        delete h;
+    }
+    for (SysBlock* s : slaves_) {
+        delete s;
+    }
+    partitions_.clear();
+    holders_.clear();
+    slaves_.clear();
 }
 
 void SysBlock::dump(const std::string& indent) const {
@@ -178,7 +201,10 @@ void SysBlock::readPartitions(Host* host) {
         if (entry.size() <= name_.size() || entry.compare(0, name_.size(), name_) != 0) {
             continue;
         }
+        // Listed before it is read, so that a failure while reading it leaves it where its disk frees it.
         auto* partition = new SysBlock(entry);
+        partition->parents_.push_back(this);
+        partitions_.push_back(partition);
         const std::string partitionPath = path_ + "/" + entry;
         partition->path_ = partitionPath;
         partition->readDevFile(partitionPath);
@@ -191,8 +217,6 @@ void SysBlock::readPartitions(Host* host) {
         partition->readSize(partitionPath);
         partition->readSlaves(partitionPath, host);
         partition->readVendor(partitionPath);
-        partition->parents_.push_back(this);
-        partitions_.push_back(partition);
     }
 }
 

@@ -67,6 +67,8 @@ class SysBlock {
     void readPartitions(Host* host);
 
   private:
+    // Frees the related devices this one made, its partitions' own included, and empties the lists.
+    void releaseRelated();
     void dump(const std::string& indent) const;
     void readRelated(const std::string& directory, Host* host, std::list<SysBlock*>& into);
 
