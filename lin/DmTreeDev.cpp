@@ -97,6 +97,12 @@ std::map<std::string, std::pair<int, int>> DmTreeDev::parseMultipathList(const s
 void DmTreeDev::parseTree(const std::string& output,
                           const std::map<std::string, std::pair<int, int>>& multipaths,
                           std::list<DmTreeDev*>& result) {
+    // A node matches the first multipath map, in name order, with its numbers. Indexed once by numbers:
+    // looking through every map for every line took time in the product of the two lists' lengths.
+    std::map<std::pair<int, int>, const std::string*> byNumbers;
+    for (const auto& [mpName, mpNumbers] : multipaths) {
+        byNumbers.emplace(mpNumbers, &mpName);
+    }
     std::deque<std::pair<int, DmTreeDev*>> open;
     forEachLine(output, [&](const std::string& line) {
         std::string name;
@@ -104,17 +110,16 @@ void DmTreeDev::parseTree(const std::string& output,
         int depth = 0;
         parseTreeLine(line, name, numbers, depth);
         auto* node = new DmTreeDev(name, numbers.first, numbers.second);
-        for (const auto& [mpName, mpNumbers] : multipaths) {
-            if (mpNumbers.first == node->major_ && mpNumbers.second == node->minor_) {
-                VESSA_LOG_AT(kUnit, "readDmTree")
-                    << "Matched " << node->name_ << " (" << node->major_ << ":" << node->minor_ << ")  with "
-                    << mpName << " (" << mpNumbers.first << ":" << mpNumbers.second << ")";
-                if (node->name_ == "device") {
-                    node->name_ = mpName;
-                }
-                node->multipath_ = true;
-                break;
+        const auto match = byNumbers.find(numbers);
+        if (match != byNumbers.end()) {
+            const std::string& mpName = *match->second;
+            VESSA_LOG_AT(kUnit, "readDmTree")
+                << "Matched " << node->name_ << " (" << node->major_ << ":" << node->minor_ << ")  with "
+                << mpName << " (" << numbers.first << ":" << numbers.second << ")";
+            if (node->name_ == "device") {
+                node->name_ = mpName;
             }
+            node->multipath_ = true;
         }
         while (!open.empty() && open.back().first >= depth) {
             open.pop_back();

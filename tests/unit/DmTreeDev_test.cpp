@@ -69,6 +69,16 @@ TEST(DmTreeDev, ChildrenAttachToTheNearestShallowerNode) {
     EXPECT_TRUE(lv->children().front()->multipath());
 }
 
+TEST(DmTreeDev, OfTwoMapsWithTheSameNumbersTheFirstByNameNamesTheNode) {
+    vessa::test::Owned<DmTreeDev> roots;
+    DmTreeDev::parseTree("top (253:9)\n `- (253:0)\n", {{"mpathb", {253, 0}}, {"mpatha", {253, 0}}}, roots);
+    ASSERT_EQ(roots.size(), 1u);
+    EXPECT_FALSE(roots.front()->multipath());
+    ASSERT_EQ(roots.front()->children().size(), 1u);
+    EXPECT_EQ(roots.front()->children().front()->name(), "mpatha");
+    EXPECT_TRUE(roots.front()->children().front()->multipath());
+}
+
 TEST(DmTreeDev, RealTreesParse) {
     vessa::test::Owned<DmTreeDev> roots;
     DmTreeDev::parseTree(vessa::test::dataBody("dmsetup/cn-dmsetup-ls-tree-hp-eva-cciss-multipath.txt"),
