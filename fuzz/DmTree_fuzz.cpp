@@ -1,5 +1,6 @@
 // Fuzzes the device-mapper parsers: the input up to its first NUL byte is the multipath list, the rest
 // the tree (without a NUL byte the same text is both), as the two dmsetup runs give them.
+// Seeds: tests/data/dmsetup tests/scenarios/*/root/.vessa/commands/dmsetup*
 #include <algorithm>
 #include <vector>
 
@@ -19,34 +20,53 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const std::string list = nul == std::string::npos ? input : input.substr(0, nul);
     const std::string tree = nul == std::string::npos ? input : input.substr(nul + 1);
 
+    // Each line alone: a name always, the depth of its first non-blank, numbers only behind a "(".
+    std::string::size_type start = 0;
+    while (start < tree.size()) {
+        const std::string::size_type nl = tree.find('\n', start);
+        const std::string line = tree.substr(start, nl == std::string::npos ? std::string::npos : nl - start);
+        start = nl == std::string::npos ? tree.size() : nl + 1;
+        std::string name;
+        std::pair<int, int> numbers(0, 0);
+        int depth = 0;
+        try {
+            const bool hasNumbers = DmTreeDev::parseTreeLine(line, name, numbers, depth);
+            vessa::fuzz::require(hasNumbers == (line.find('(') != std::string::npos), "numbers behind a (");
+        } catch (const vessa::util::str::Exception&) {
+        }
+        const std::string::size_type first = line.find_first_not_of(' ');
+        vessa::fuzz::require(!name.empty(), "every line names its node");
+        vessa::fuzz::require(depth == (first == std::string::npos ? -1 : static_cast<int>(first)),
+                             "depth is the first non-blank column");
+    }
+
     std::map<std::string, std::pair<int, int>> multipaths;
     try {
         multipaths = DmTreeDev::parseMultipathList(list);
     } catch (const vessa::util::str::Exception&) {
     }
     std::list<DmTreeDev*> roots;
+    bool threw = false;
     try {
         DmTreeDev::parseTree(tree, multipaths, roots);
     } catch (const vessa::util::str::Exception&) {
+        threw = true;  // the nodes of the lines before stay
     }
 
     // Every line makes one node, each printed under at most one other: a forest, walked once.
     std::vector<DmTreeDev*> nodes(roots.begin(), roots.end());
     for (std::size_t i = 0; i < nodes.size(); ++i) {
         DmTreeDev* node = nodes[i];
-        if (node->parents().size() > 1 || (i < roots.size()) != node->parents().empty()) {
-            std::abort();
-        }
+        vessa::fuzz::require(node->parents().size() <= 1 && (i < roots.size()) == node->parents().empty(),
+                             "a root has no parent, every other node one");
         for (DmTreeDev* child : node->children()) {
-            if (child->parents().empty() || child->parents().front() != node) {
-                std::abort();
-            }
+            vessa::fuzz::require(!child->parents().empty() && child->parents().front() == node,
+                                 "a child's parent is the node that lists it");
             nodes.push_back(child);
         }
     }
-    if (nodes.size() > static_cast<std::size_t>(std::count(tree.begin(), tree.end(), '\n')) + 1) {
-        std::abort();
-    }
+    const std::size_t lines = vessa::fuzz::lineCount(tree);
+    vessa::fuzz::require(threw ? nodes.size() < lines : nodes.size() == lines, "one node per line read");
     // Each node's own check, the walk down from every root and the walk up from the last node: every
     // link is followed a bounded number of times.
     vessa::target::Storage::exclusions ex = 0;

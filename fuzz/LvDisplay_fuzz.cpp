@@ -1,4 +1,5 @@
 // Fuzzes the lvdisplay parser on arbitrary output text.
+// Seeds: tests/data/lvm/*lvdisplay* tests/scenarios/*/root/.vessa/commands/lvdisplay
 #include "fuzz/FuzzSupport.h"
 #include "lin/LogicalVolume.h"
 

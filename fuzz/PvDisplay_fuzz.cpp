@@ -1,4 +1,5 @@
 // Fuzzes the pvdisplay parser on arbitrary output text.
+// Seeds: tests/data/lvm/*pvdisplay* tests/scenarios/*/root/.vessa/commands/pvdisplay
 #include "fuzz/FuzzSupport.h"
 #include "lin/PhysicalVolume.h"
 

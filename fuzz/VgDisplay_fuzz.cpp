@@ -1,4 +1,5 @@
 // Fuzzes the vgdisplay parser on arbitrary output text.
+// Seeds: tests/data/lvm/*vgdisplay* tests/scenarios/*/root/.vessa/commands/vgdisplay
 #include "fuzz/FuzzSupport.h"
 #include "lin/VolumeGroup.h"
 

@@ -176,7 +176,13 @@ void Host::refreshHostInfo() {
         VESSA_LOG << "Execution failed";
         return;
     }
-    VESSA_LOG << "Parsing output";
+    parseHostInfo(output);
+}
+
+void Host::parseHostInfo(const std::string& output) {
+    // No trace of its own: the lines read as refreshHostInfo's, as they always have.
+    const char* const trace = "Host::refreshHostInfo";
+    VESSA_LOG_AT(kUnit, trace) << "Parsing output";
     std::string* const members[] = {&toolsVersion_, &installDir_, &buildOs_, &buildCpu_, &osName_,
                                     &osVersion_,    &osBits_,     &cpuName_, &cpuCount_};
     static const char* const keys[] = {"vltt.version", "vltt.installdir", "build.os", "build.cpu", "os.name",
@@ -186,7 +192,7 @@ void Host::refreshHostInfo() {
         const std::string::size_type eq = line.find('=');
         const std::string key = line.substr(0, eq);
         const std::string value = eq == std::string::npos ? "" : line.substr(eq + 1);
-        VESSA_LOG << "Setting " << key << " = " << value;
+        VESSA_LOG_AT(kUnit, trace) << "Setting " << key << " = " << value;
         for (std::size_t k = 0; k < 9; ++k) {
             if (key == keys[k]) {
                 *members[k] = util::str::trim(value);
@@ -194,7 +200,7 @@ void Host::refreshHostInfo() {
             }
         }
     }
-    VESSA_LOG << "Finished parsing output.";
+    VESSA_LOG_AT(kUnit, trace) << "Finished parsing output.";
 }
 
 }  // namespace vessa::target

@@ -93,6 +93,10 @@ class Host {
     // it started and counts as a program that failed.
     static void setCommandTimeout(unsigned int seconds);
     void refreshHostInfo();
+    // The parsing half of refreshHostInfo: sets the description from the environment tool's output,
+    // lines of a key, "=" and a value (see refreshHostInfo); keys it does not know are ignored and
+    // members whose key is absent keep their value. Logs as refreshHostInfo does.
+    void parseHostInfo(const std::string& output);
 
     // Programs: a local process (optionally in an xterm), or a command run on this host through the
     // launcher. Errors of the platform reach the caller.

@@ -1,7 +1,6 @@
 #include "target/Property.h"
 
 #include <cctype>
-#include <cstdio>
 
 #include "platform/Log.h"
 
@@ -15,46 +14,63 @@ Property::Property(const Property&) = default;
 Property& Property::operator=(const Property&) = default;
 Property::~Property() = default;
 
+// Both rules build a new string in one pass: replacing in place, character by character, costs time in
+// the square of the length, and a hostile snapshot can hand us values of many megabytes.
 void Property::cleanForXmlElement(std::string& s) {
-    for (std::string::size_type i = 0; i < s.size(); ++i) {
-        const unsigned char c = static_cast<unsigned char>(s[i]);
+    std::string out;
+    out.reserve(s.size() + 1);
+    for (const char ch : s) {
+        const unsigned char c = static_cast<unsigned char>(ch);
         const bool keep =
             (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || c == '-';
-        if (!keep) {
-            char hex[3];
-            std::snprintf(hex, sizeof hex, "%02x", c);
-            // The second hex digit is examined next and always kept.
-            s.replace(i, 1, hex, 2);
+        if (keep) {
+            out += ch;
+        } else {
+            static const char kHex[] = "0123456789abcdef";  // as "%02x" writes the byte
+            out += kHex[c >> 4];
+            out += kHex[c & 0xf];
         }
     }
     // An empty name has no first character; its terminating NUL is not alphabetic either.
-    if (s.empty() || !std::isalpha(static_cast<unsigned char>(s[0]))) {
-        s.insert(0, "x");
+    if (out.empty() || !std::isalpha(static_cast<unsigned char>(out[0]))) {
+        out.insert(0, "x");
     }
+    s.swap(out);
 }
-
-namespace {
-
-void replaceAll(std::string& s, char from, const char* to) {
-    for (std::string::size_type pos = s.find(from); pos != std::string::npos; pos = s.find(from, pos + 1)) {
-        s.replace(pos, 1, to);
-    }
-}
-
-}  // namespace
 
 void Property::cleanForXmlText(std::string& s) {
     // Only the first character decides: a text that starts unprintable is blanked whole, one that
     // starts printable keeps any control characters further on.
     if (!s.empty() && !std::isprint(static_cast<unsigned char>(s[0]))) {
         s.assign(s.size(), ' ');
+        return;
     }
-    // Ampersands first, so that the entities written below are not escaped again.
-    replaceAll(s, '&', "&amp;");
-    replaceAll(s, '<', "&lt;");
-    replaceAll(s, '>', "&gt;");
-    replaceAll(s, '"', "&quot;");
-    replaceAll(s, '\'', "&apos;");
+    // The entities hold none of the five characters, so one pass gives what one pass per character
+    // (ampersands first) would: each character of the input is escaped exactly once.
+    std::string out;
+    out.reserve(s.size());
+    for (const char c : s) {
+        switch (c) {
+            case '&':
+                out += "&amp;";
+                break;
+            case '<':
+                out += "&lt;";
+                break;
+            case '>':
+                out += "&gt;";
+                break;
+            case '"':
+                out += "&quot;";
+                break;
+            case '\'':
+                out += "&apos;";
+                break;
+            default:
+                out += c;
+        }
+    }
+    s.swap(out);
 }
 
 namespace {

@@ -5,6 +5,7 @@
 #include <filesystem>
 
 #include "lin/ProcPartition.h"
+#include "support/Owned.h"
 #include "support/ScriptedView.h"
 #include "support/TestSupport.h"
 #include "target/Host.h"
@@ -72,13 +73,13 @@ TEST(SysBlock, ReadsDisksOfThePartitionListWithTheirRelations) {
     vessa::hax::clearHostCache();
     vessa::test::ScopedView scoped(root.path());
     std::unique_ptr<Host> host(Host::named("127.0.0.1", false));
-    std::list<ProcPartition*> parts;
+    vessa::test::Owned<ProcPartition> parts;
     for (const char* line :
          {"8 0 1 sda", "8 1 1 sda1", "253 0 1 dm-0", "104 0 1 cciss/c0d0", "65 144 1 sdz"}) {
         parts.push_back(new ProcPartition(line, 0, 1, 2, 3));
     }
     parts.push_front(new ProcPartition(".nfs.", -1, -1, -1, -1));
-    std::list<SysBlock*> disks;
+    vessa::test::Owned<SysBlock> disks;
     ASSERT_TRUE(SysBlock::readSysFs(disks, parts, host.get()));
     std::vector<std::string> described;
     for (SysBlock* s : disks) {

@@ -1,0 +1,50 @@
+// Fuzzes the host-description parser: the environment tool's "key=value" lines.
+// Seeds: fuzz/corpus/HostInfo
+#include "fuzz/FuzzSupport.h"
+#include "platform/hax/Hax.h"
+#include "target/Host.h"
+
+using vessa::fuzz::require;
+
+namespace {
+
+vessa::hax::Host* agent = nullptr;
+vessa::test::ScriptedView* view = nullptr;
+
+bool trimmed(const std::string& s) {
+    return s == vessa::util::str::trim(s);
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerInitialize(int*, char***) {
+    vessa::fuzz::discardLog();
+    view = &vessa::fuzz::scriptedView();  // the launcher has no recording: a new Host learns nothing
+    agent = new vessa::hax::Host(vessa::hax::Host::named("127.0.0.1", false));
+    return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    const std::string input = vessa::fuzz::text(data, size);
+    view->ran.clear();
+    vessa::target::Host host(*agent);
+    host.parseHostInfo(input);
+    const struct {
+        const char* key;
+        const std::string& value;
+    } fields[] = {{"vltt.version=", host.toolsVersion()},
+                  {"vltt.installdir=", host.installDir()},
+                  {"build.os=", host.buildOs()},
+                  {"build.cpu=", host.buildCpu()},
+                  {"os.name=", host.osName()},
+                  {"os.version=", host.osVersion()},
+                  {"os.bits=", host.osBits()},
+                  {"cpu.name=", host.cpuName()},
+                  {"cpu.count=", host.cpuCount()}};
+    for (const auto& f : fields) {
+        require(trimmed(f.value), "values are stored trimmed");
+        require(f.value.empty() || input.find(f.key) != std::string::npos, "a value comes from its own key");
+        require(f.value.size() < input.size() || f.value.empty(), "a value is part of the output");
+    }
+    return 0;
+}
