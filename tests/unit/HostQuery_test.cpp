@@ -1,16 +1,21 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "cli/ErrorText.h"
 #include "platform/Str.h"
 #include "support/FakeProgram.h"
 #include "support/TestSupport.h"
 #include "target/Host.h"
+#include "target/ListingLineError.h"
 
 using vessa::target::Host;
 using vessa::target::Storage;
 using vessa::test::FakeProgram;
+using namespace std::string_literals;
 
 namespace {
+
+const std::string kMiB(1 << 20, 'x');
 
 class ScriptedTransport : public vessa::hax::Transport {
   public:
@@ -110,6 +115,78 @@ TEST_F(RemoteQuery, WorkerThreadFillsTheList) {
     EXPECT_EQ(worker.failure(), "");
     EXPECT_EQ(host->storage().size(), 2u);
     EXPECT_TRUE(g_progress.empty());  // the worker reports no progress
+}
+
+// Listings (version 136) through the launcher. Missing trailing fields keep their defaults; a numeric
+// field that does not convert throws out of Host::fill, keeps the items of the lines before, and names
+// its line, which the command line's error text shows.
+TEST_F(RemoteQuery, MalformedListingLines) {
+    const struct {
+        const char* name;
+        std::string listing;
+        const char* items;    // "path size" of each item
+        std::string failure;  // the failing line's number, then the command line's text up to the reason
+    } cases[] = {
+        // Too few fields: path and name only, or the index alone (an item with an empty path).
+        {"few fields", "/dev/sda~sda\n[2]\n/dev/sdb\n", "/dev/sda 0\n 0\n/dev/sdb 0\n", ""},
+        // Carriage returns are trimmed with the numbers; fields behind swap are ignored.
+        {"crlf and extra", "/dev/sda~a~~~~~~0~0~1~512~0~0~0~extra~more\r\n", "/dev/sda 512\n", ""},
+        // The stream reads "-1" for an unsigned size as its two's complement: no failure.
+        {"negative size", "/dev/sda~a~~~~~~0~0~1~-1\n", "/dev/sda 18446744073709551615\n", ""},
+        {"bad drive type", "/dev/ok~ok\n/dev/x~x~~~~~~x~1\n/dev/after~a\n", "/dev/ok 0\n",
+         "2 listing line 2 \"/dev/x~x~~~~~~x~1\""},
+        {"size overflow", "/dev/ok~ok\n/dev/x~x~~~~~~0~0~1~99999999999999999999\n", "/dev/ok 0\n",
+         "2 listing line 2 \"/dev/x~x~~~~~~0~0~1~99999999999999999999\""},
+        {"boot not 0 or 1", "/dev/x~x~~~~~~0~0~1~512~2\n", "",
+         "1 listing line 1 \"/dev/x~x~~~~~~0~0~1~512~2\""},
+        {"bad index", "[x]~/dev/x\n", "", "1 listing line 1 \"[x]~/dev/x\""},
+        // A 1 MiB line without a newline is one device; 1 MiB of separators has an empty drive type, and
+        // its text is cut.
+        {"1MiB name", "/dev/big~" + kMiB, "/dev/big 0\n", ""},
+        {"1MiB separators", std::string(1 << 20, '~'), "",
+         "1 listing line 1 \"" + std::string(160, '~') + "... (1048576 characters)\""},
+    };
+    for (const auto& c : cases) {
+        FakeProgram pelo("pelo", "136\n" + c.listing);
+        std::string failure;
+        try {
+            host->fill(Storage::physicalStorage, nullptr, false, {});
+        } catch (const vessa::target::ListingLineError& e) {
+            const std::string text = vessa::cli::errorText(e);  // one line, whatever the listing held
+            EXPECT_EQ(text.find('\n'), std::string::npos);
+            failure =
+                std::to_string(e.lineNumber()) + " " + text.substr(0, text.find(": conversion from \""));
+        }
+        EXPECT_EQ(failure, c.failure) << c.name;
+        std::string items;
+        for (Storage* s : host->storage()) {
+            items += s->path() + " " + std::to_string(s->size()) + "\n";
+            delete s;
+        }
+        host->storage().clear();
+        EXPECT_EQ(items, c.items) << c.name;
+    }
+}
+
+// The environment tool's answer: lines of key=value, the last one without a newline; nothing else.
+TEST_F(RemoteQuery, MalformedHostDescriptions) {
+    const struct {
+        const char* name;
+        std::string output;
+        std::string osName;
+        std::string cpuCount;
+    } cases[] = {
+        {"1MiB value, no newline", "cpu.count=2\nos.name=" + kMiB, kMiB, "2"},
+        {"1MiB without \"=\"", kMiB + kMiB, "", ""},
+        {"NUL bytes and CR", "os.name=Li\0nux\r\ncpu.count=\x01\r\n"s, "Li\0nux"s, "\x01"},
+        {"blank before =", "os.name = Linux\ncpu.count=4=5", "", "4=5"},
+    };
+    for (const auto& c : cases) {
+        FakeProgram pelo("pelo", c.output);
+        std::unique_ptr<Host> remote(Host::named("192.0.2.20", false));
+        EXPECT_EQ(remote->osName(), c.osName) << c.name;
+        EXPECT_EQ(remote->cpuCount(), c.cpuCount) << c.name;
+    }
 }
 
 TEST(RemoteHost, NoTransportNamesHostAndOperation) {
