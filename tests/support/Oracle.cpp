@@ -16,6 +16,7 @@
 #include "lin/SysBlock.h"
 #include "lin/VolumeGroup.h"
 #include "platform/Log.h"
+#include "support/Owned.h"
 
 namespace vessa::test::oracle {
 
@@ -29,39 +30,19 @@ namespace {
 constexpr const char* kUnit = "lin/lin";
 constexpr unsigned int kTimeout = 1;  // seconds, the inquiry timeout of a run without arguments
 
+// Each list frees its records with the run, trees through their own links (support/Owned.h); the
+// links go first, as they point into the others.
 struct Records {
-    std::list<ProcPartition*> procPartitions;
-    std::list<SysBlock*> sysBlocks;
-    std::list<DmTreeDev*> dmDevs;
-    std::list<PhysicalVolume*> physicalVolumes;
-    std::list<LogicalVolume*> logicalVolumes;
-    std::list<VolumeGroup*> volumeGroups;
-    std::list<FsTableEntry*> fsTableEntries;
-    std::list<MTableEntry*> mTableEntries;
-    std::list<DiskBy*> diskBys;
-    std::list<DeviceLink*> links;
-
-    static void release(DmTreeDev* d) {
-        for (DmTreeDev* c : d->children()) {
-            release(c);
-        }
-        delete d;
-    }
-    template <class T>
-    static void release(T* t) {
-        delete t;
-    }
-    template <class... T>
-    static void freeAll(std::list<T*>&... lists) {
-        (std::for_each(lists.begin(), lists.end(), [](T* t) { release(t); }), ...);
-    }
-    ~Records() {
-        for (SysBlock* s : sysBlocks) {
-            s->releaseRelated();
-        }
-        freeAll(links, procPartitions, sysBlocks, dmDevs, physicalVolumes, logicalVolumes, volumeGroups,
-                fsTableEntries, mTableEntries, diskBys);
-    }
+    Owned<ProcPartition> procPartitions;
+    Owned<SysBlock> sysBlocks;
+    Owned<DmTreeDev> dmDevs;
+    Owned<PhysicalVolume> physicalVolumes;
+    Owned<LogicalVolume> logicalVolumes;
+    Owned<VolumeGroup> volumeGroups;
+    Owned<FsTableEntry> fsTableEntries;
+    Owned<MTableEntry> mTableEntries;
+    Owned<DiskBy> diskBys;
+    Owned<DeviceLink> links;
 };
 
 // Runs `reader(list, args...)` between its check line and its count line. A source that cannot be
