@@ -2,7 +2,6 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <signal.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -97,15 +96,6 @@ TEST(SshTransport, EveryOperationThroughALoopbackShell) {
     EXPECT_EQ(t.listDirectory(address, dir.path(), items), 2);  // source and back, in name order
     EXPECT_EQ(items.front().name(), "back");
 
-    // A process started, seen running, ended.
-    const int pid = t.startProcess(address, "sleep", {"30"});
-    EXPECT_EQ(t.runningProcesses(address, {pid, 999999}), std::vector<int>{pid});
-    t.signalProcesses(address, {pid}, SIGKILL);
-    for (int i = 0; i < 200 && !t.runningProcesses(address, {pid}).empty(); ++i) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-    EXPECT_TRUE(t.runningProcesses(address, {pid}).empty());
-
     // A run reports the status, passes the streams on and names what could not run.
     exec::RunLimits limits;
     std::string out, err;
@@ -193,16 +183,24 @@ TEST(SshTransport, ConfigurationFileAndSocketDirectory) {
     keep.empty() ? ::unsetenv("XDG_RUNTIME_DIR") : ::setenv("XDG_RUNTIME_DIR", keep.c_str(), 1);
 }
 
+// Processes that the agent's host starts run there, are listed while they run (and only they), and
+// are ended for real.
 TEST(SshTransport, AgentHostRunsRemoteProcessesThroughTheTransport) {
     vessa::hax::clearHostCache();
-    vessa::hax::setTransport(std::make_shared<SshTransport>(loopback()));
+    const auto t = std::make_shared<SshTransport>(loopback());
+    vessa::hax::setTransport(t);
     vessa::hax::Host remote = vessa::hax::Host::named("127.0.0.9", false);
     ASSERT_FALSE(remote.isLocal());
-    remote.launch("sleep", {"30"});
-    remote.launch("sleep", {"31"});
+    const std::vector<int> pids = {remote.launch("sleep", {"30"}).pid(),
+                                   remote.launch("sleep", {"31"}).pid()};
     std::list<vessa::hax::Process> running;
     EXPECT_EQ(remote.fill(running), 2);
+    EXPECT_EQ(t->runningProcesses("127.0.0.9", {pids[0], 999999, pids[1]}), pids);
     remote.killAllProcesses();
+    for (int i = 0; i < 200 && !t->runningProcesses("127.0.0.9", pids).empty(); ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    EXPECT_TRUE(t->runningProcesses("127.0.0.9", pids).empty());
     running.clear();
     EXPECT_EQ(remote.fill(running), 0);
     EXPECT_THROW(remote.launch("no-such-program-here", {}), vessa::Exception);

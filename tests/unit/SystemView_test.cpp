@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <tuple>
 
 #include "support/TestSupport.h"
 
@@ -12,8 +13,7 @@ namespace fs = std::filesystem;
 namespace {
 
 // Replay answers from the snapshot alone. (Its device answers, .vessa/ioctl, are compared through the
-// scenario snapshots; links and ".." resolve as RootedFiles_test shows; the live view is what every
-// live test and run uses.)
+// scenario snapshots; links and ".." resolve as RootedFiles_test shows.)
 TEST(SystemView, ReplayAnswersFromTheSnapshotOnly) {
     EXPECT_EQ(sys::commandFileName("a%b", {"/dev/sda"}), "a%25b %2Fdev%2Fsda");  // recording names
     vessa::test::TempDir root;
@@ -30,9 +30,7 @@ TEST(SystemView, ReplayAnswersFromTheSnapshotOnly) {
     for (const auto& [path, content] : files) {
         root.write(path, content);
     }
-    fs::create_directories(root.path() + "/dev/disk");
     fs::create_symlink("/proc/mounts", root.path() + "/etc/mtab");
-    fs::create_symlink("../../../../../../etc", root.path() + "/dev/disk/escape");
     auto view = sys::makeReplayView(root.path() + "/");
 
     std::string content;
@@ -45,11 +43,6 @@ TEST(SystemView, ReplayAnswersFromTheSnapshotOnly) {
     EXPECT_EQ(entries[0].name + " " + entries[1].name, "sda sdb");  // sorted, whatever the directory's order
     EXPECT_EQ(entries[0].type, sys::DirEntry::Directory);
     EXPECT_FALSE(view->listDirectory("/nowhere", entries));
-    // ".." beyond the root stops at the root: this is the snapshot's /etc, not the machine's.
-    entries.clear();
-    ASSERT_TRUE(view->listDirectory("/dev/disk/escape", entries));
-    ASSERT_EQ(entries.size(), 2u);
-    EXPECT_EQ(entries[0].name + " " + entries[1].name, "hostname mtab");
 
     std::string out = "before;";
     int status = -7;
@@ -61,10 +54,10 @@ TEST(SystemView, ReplayAnswersFromTheSnapshotOnly) {
     status = -7;
     EXPECT_EQ(view->run("lvdisplay", {}, out, status), sys::RunOutcome::NotStarted);
     EXPECT_EQ(status, -7);
-
-    EXPECT_TRUE(view->deviceReadable("/dev/sda"));
-    EXPECT_FALSE(view->deviceReadable("/dev/sdb"));  // empty: not readable
-    EXPECT_FALSE(view->deviceReadable("/dev/sdc"));
+    // An empty device file is not readable.
+    EXPECT_EQ(std::make_tuple(view->deviceReadable("/dev/sda"), view->deviceReadable("/dev/sdb"),
+                              view->deviceReadable("/dev/sdc")),
+              std::make_tuple(true, false, false));
     EXPECT_EQ(view->hostName(), "snaphost");
 }
 
