@@ -1,7 +1,6 @@
-// Fuzzes how replay resolves host paths inside a snapshot. A small snapshot made once per process
-// holds the links a hostile one would: absolute ones, ones that climb out with "..", loops, a chain at
-// the kernel's bound, links to the file "secret" that sits beside the root, a FIFO. The input is a
-// path (up to its first NUL byte); it is resolved by the kernel (openat2) and by the fallback walk.
+// Fuzzes how replay resolves host paths inside a snapshot: the hostile one of support/HostileRoot.h,
+// made once per process. The input is a path (up to its first NUL byte); it is resolved by the kernel
+// (openat2) and by the fallback walk.
 // Invariants: whatever either opens is a file of the snapshot, never anything outside it; both reach
 // the same file, or both fail with the same error; reads, listings and link reads agree.
 // Seeds: fuzz/corpus/ReplayResolve
@@ -19,6 +18,7 @@
 #include <vector>
 
 #include "platform/view/RootedFiles.h"
+#include "support/HostileRoot.h"
 
 namespace fs = std::filesystem;
 using vessa::sal::posix::RootedFiles;
@@ -40,63 +40,21 @@ void removeSnapshot() {
     fs::remove_all(g_snapshot->top, ec);
 }
 
-void write(const std::string& path, const std::string& content) {
-    fs::create_directories(fs::path(path).parent_path());
-    FILE* f = std::fopen(path.c_str(), "w");
-    std::fputs(content.c_str(), f);
-    std::fclose(f);
-}
-
-void link(const std::string& target, const std::string& at) {
-    fs::create_directories(fs::path(at).parent_path());
-    fs::create_symlink(target, at);
-}
-
 Snapshot* makeSnapshot() {
     auto* s = new Snapshot;
     char templ[] = "/tmp/vessa-fuzz-XXXXXX";
-    if (::mkdtemp(templ) == nullptr) {
+    if (::mkdtemp(templ) == nullptr || (s->root = vessa::test::makeHostileRoot(s->top = templ)).empty()) {
         std::abort();
     }
-    s->top = templ;
-    s->root = s->top + "/root";
-    const std::string& r = s->root;
-    write(s->top + "/secret", "SECRET");
-    write(r + "/proc/mounts", "inside\n");
-    write(r + "/proc/partitions", "major minor  #blocks  name\n");
-    write(r + "/sys/devices/pci/sda/size", "16\n");
-    write(r + "/sys/devices/pci/sda/sda1/size", "8\n");
-    write(r + "/.vessa/commands/pvdisplay", "pv\n");
-    fs::create_directories(r + "/empty");
-    link("/proc/mounts", r + "/etc/mtab");
-    link("../devices/pci/sda", r + "/sys/block/sda");
-    link("../../sda1", r + "/dev/disk/by-id/a");
-    link("../../../../../../..", r + "/up");
-    link("/", r + "/abs");
-    link("..", r + "/dotdot");
-    link("proc/", r + "/slash");
-    link("../secret", r + "/out-rel");
-    link("/../secret", r + "/out-abs");
-    link(s->top + "/secret", r + "/out-full");
-    link(s->top, r + "/out-top");
-    link("loop-b", r + "/loop-a");
-    link("loop-a", r + "/loop-b");
-    link("self", r + "/self");
-    link("nowhere/at/all", r + "/dangling");
-    for (int i = 0; i <= 40; ++i) {
-        link(i == 40 ? "proc/mounts" : "c" + std::to_string(i + 1), r + "/c" + std::to_string(i));
-    }
-    ::mkfifo((r + "/fifo").c_str(), 0644);
-
     struct stat st;
-    ::lstat(r.c_str(), &st);
+    ::lstat(s->root.c_str(), &st);
     s->inside.emplace(st.st_dev, st.st_ino);
-    for (const auto& e : fs::recursive_directory_iterator(r)) {
+    for (const auto& e : fs::recursive_directory_iterator(s->root)) {
         ::lstat(e.path().c_str(), &st);
         s->inside.emplace(st.st_dev, st.st_ino);
     }
-    s->kernel = new RootedFiles(r, RootedFiles::Resolver::Kernel);
-    s->walk = new RootedFiles(r, RootedFiles::Resolver::Portable);
+    s->kernel = new RootedFiles(s->root, RootedFiles::Resolver::Kernel);
+    s->walk = new RootedFiles(s->root, RootedFiles::Resolver::Portable);
     return s;
 }
 
