@@ -6,12 +6,8 @@
 
 using vessa::fuzz::require;
 
-extern "C" int LLVMFuzzerInitialize(int*, char***) {
-    vessa::fuzz::discardLog();
-    return 0;
-}
-
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    vessa::fuzz::discardLog();
     const std::string input = vessa::fuzz::text(data, size);
     const std::size_t lines = vessa::fuzz::lineCount(input);
 

@@ -50,14 +50,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const std::size_t items = host.storage().size();
     require(threw ? items < lines : items == lines, "every line read is one item");
     require(progressCalls == items, "one progress report per item");
-    static const char kLetters[] = "AGIMPSUVWZ";
     for (Storage* item : host.storage()) {
-        const std::string& ex = item->exclusionString();
-        require(ex.size() == 10, "an exclusion string has ten columns");
-        for (std::size_t i = 0; i < ex.size(); ++i) {
-            require(ex[i] == ' ' || ex[i] == kLetters[i], "each column blank or its own letter");
-        }
-        std::ostringstream xml;
+        std::ostringstream xml;  // printing reads every field
         item->print(xml);
     }
     return 0;

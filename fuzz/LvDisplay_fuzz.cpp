@@ -3,11 +3,6 @@
 #include "fuzz/FuzzSupport.h"
 #include "lin/LogicalVolume.h"
 
-extern "C" int LLVMFuzzerInitialize(int*, char***) {
-    vessa::fuzz::discardLog();
-    return 0;
-}
-
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     vessa::fuzz::parseLvmDisplay<vessa::target::lin::LogicalVolume>(vessa::fuzz::text(data, size));
     return 0;

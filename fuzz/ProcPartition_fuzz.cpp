@@ -9,11 +9,6 @@
 using vessa::fuzz::require;
 using vessa::target::lin::ProcPartition;
 
-extern "C" int LLVMFuzzerInitialize(int*, char***) {
-    vessa::fuzz::discardLog();
-    return 0;
-}
-
 namespace {
 
 void publish(ProcPartition& entry) {
@@ -21,12 +16,12 @@ void publish(ProcPartition& entry) {
     entry.getExclusions(ex);
     std::map<std::string, vessa::target::Property> properties;
     entry.addProperties("fuzz ", properties);
-    require(properties.size() == 5, "five properties per entry");
 }
 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    vessa::fuzz::discardLog();
     const std::string input = vessa::fuzz::text(data, size);
     const std::string header = input.substr(0, input.find('\n'));
     for (const std::string& token : vessa::target::lin::blankTokens(header)) {
