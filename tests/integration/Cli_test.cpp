@@ -59,20 +59,17 @@ TEST(CliLive, ListCaptureAndReportOfWhatTheTestMade) {
               vessa::test::readFile(work.path() + "/live.xml"));
 
     EXPECT_EQ(nlohmann::json::parse(live)["complete"], true) << live;
-    const std::map<std::string, std::string> got = rows(live),
-                                             expected = {
-                                                 {"36 " + m.gpt.device(),
-                                                  "    P     |through " + m.gpt.name() + "p1: mounted at " +
-                                                      m.partitionMountPoint + "; through " + m.gpt.name() +
-                                                      "p2: active swap"},
-                                                 {"26 " + m.gpt.device() + "p1",
-                                                  "          |mounted at " + m.partitionMountPoint},
-                                                 {"26 " + m.gpt.device() + "p2", "          |active swap"},
-                                                 {"36 " + m.pvA.device(), "       V  |"},
-                                                 {"36 " + m.blank.device(), "          |"},
-                                                 {"1 " + m.mountPoint + "/targetfile.dat",
-                                                  "          |mounted at " + m.mountPoint},
-                                             };
+    const std::string gpt = m.gpt.device(), mounted = "mounted at " + m.partitionMountPoint;
+    const std::map<std::string, std::string> got = rows(live);
+    const std::map<std::string, std::string> expected = {
+        {"36 " + gpt, "    P     |through " + m.gpt.name() + "p1: " + mounted + "; through " + m.gpt.name() +
+                          "p2: active swap"},
+        {"26 " + gpt + "p1", "          |" + mounted},
+        {"26 " + gpt + "p2", "          |active swap"},
+        {"36 " + m.pvA.device(), "       V  |"},
+        {"36 " + m.blank.device(), "          |"},
+        {"1 " + m.mountPoint + "/targetfile.dat", "          |mounted at " + m.mountPoint},
+    };
     for (const auto& [key, value] : expected) {
         EXPECT_EQ(got.count(key) ? got.at(key) : "missing", value) << key;
     }

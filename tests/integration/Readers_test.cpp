@@ -2,7 +2,6 @@
 // any group. Root only; everything is undone by destructors, also when the test fails.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <memory>
 
 #include "lin/LogicalVolume.h"
@@ -14,24 +13,15 @@
 #include "lin/common.h"
 #include "platform/Stat.h"
 #include "support/LoopDevice.h"
+#include "support/Owned.h"
 #include "target/Host.h"
 
 using namespace vessa::target::lin;
 using vessa::target::Storage;
+using vessa::test::Owned;
 using vessa::test::run;
 
 namespace {
-
-// What a reader appended, freed at the end.
-template <class T>
-struct Owned {
-    std::list<T*> list;
-    ~Owned() { std::for_each(list.begin(), list.end(), std::default_delete<T>()); }
-    T* named(const std::string& name) const {
-        auto it = std::find_if(list.begin(), list.end(), [&name](T* t) { return t->name() == name; });
-        return it == list.end() ? nullptr : *it;
-    }
-};
 
 TEST(LiveReaders, EveryReaderSeesWhatTheTestMachineMade) {
     if (!vessa::test::runningAsRoot()) {
@@ -47,13 +37,13 @@ TEST(LiveReaders, EveryReaderSeesWhatTheTestMachineMade) {
 
     // The blank 16 MiB loop device: kernel lists, node, and no SCSI device behind it.
     Owned<ProcPartition> parts;
-    ProcPartition::readProcPartitions(parts.list);
+    ProcPartition::readProcPartitions(parts);
     const ProcPartition* p = parts.named(m.blank.name());
     ASSERT_NE(p, nullptr);
     EXPECT_EQ(std::to_string(p->blocks()) + " " + std::to_string(p->major()), "16384 7");
     std::unique_ptr<vessa::target::Host> host(vessa::target::Host::named("127.0.0.1", false));
     Owned<SysBlock> disks;
-    SysBlock::readSysFs(disks.list, parts.list, host.get());
+    SysBlock::readSysFs(disks, parts, host.get());
     const SysBlock* s = disks.named(m.blank.name());
     ASSERT_NE(s, nullptr);
     EXPECT_EQ(std::to_string(s->size()) + " " + std::to_string(s->major()), "32768 7");  // 512-byte sectors
@@ -70,16 +60,16 @@ TEST(LiveReaders, EveryReaderSeesWhatTheTestMachineMade) {
     EXPECT_EQ(size, "16777216\n");
 
     Owned<MTableEntry> mounts;
-    ASSERT_TRUE(MTableEntry::readMTab(mounts.list, nullptr));
+    ASSERT_TRUE(MTableEntry::readMTab(mounts, nullptr));
     std::string found;
-    for (const MTableEntry* e : mounts.list) {
+    for (const MTableEntry* e : mounts) {
         found += e->mountPoint() == m.mountPoint ? e->deviceName() + " " + e->fileSystemType() : "";
     }
     EXPECT_EQ(found, m.mounted.device() + " ext4");
 
     // Volumes are named loopN, without "/dev/". Current tools print "PE Size" without "(KByte)".
     Owned<PhysicalVolume> pvs;
-    EXPECT_TRUE(PhysicalVolume::readPvDisplay(pvs.list, nullptr));
+    EXPECT_TRUE(PhysicalVolume::readPvDisplay(pvs, nullptr));
     for (const auto& [loop, expected] : {std::pair{&m.pvA, m.volumeGroup + "|yes|15|"},
                                          {&m.pvB, m.volumeGroup + "|yes|15|"},
                                          {&lone, "|NO|0|"}}) {
@@ -89,7 +79,7 @@ TEST(LiveReaders, EveryReaderSeesWhatTheTestMachineMade) {
                   expected);
     }
     Owned<VolumeGroup> vgs;
-    EXPECT_TRUE(VolumeGroup::readVgDisplay(vgs.list, nullptr));
+    EXPECT_TRUE(VolumeGroup::readVgDisplay(vgs, nullptr));
     VolumeGroup* group = vgs.named(m.volumeGroup);
     ASSERT_NE(group, nullptr);
     EXPECT_EQ(group->value(VolumeGroup::CurrentPV) + " " + group->value(VolumeGroup::ActualPV) + " " +
@@ -99,8 +89,8 @@ TEST(LiveReaders, EveryReaderSeesWhatTheTestMachineMade) {
     group->getExclusions(ex);
     EXPECT_EQ(ex, Storage::kVolumeGroup);
     Owned<LogicalVolume> lvs;
-    EXPECT_TRUE(LogicalVolume::readLvDisplay(lvs.list, nullptr));
-    for (const LogicalVolume* lv : lvs.list) {
+    EXPECT_TRUE(LogicalVolume::readLvDisplay(lvs, nullptr));
+    for (const LogicalVolume* lv : lvs) {
         EXPECT_NE(lv->vgName(), m.volumeGroup) << lv->name();
     }
     vessa::hax::clearHostCache();

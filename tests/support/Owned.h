@@ -1,9 +1,10 @@
 // A reader's result list that frees its records with the test: readers hand every record they append to
-// the caller, so a test that keeps them in a plain list leaks them. Records that own nothing are
-// deleted one by one; trees are deleted through their own links, as the discovery run frees them.
+// the caller. Trees are freed through their own links, as the discovery run frees them.
 #pragma once
 
+#include <algorithm>
 #include <list>
+#include <string>
 
 #include "lin/DmTreeDev.h"
 #include "lin/SysBlock.h"
@@ -17,17 +18,8 @@ inline void freeRecord(vessa::target::lin::DmTreeDev* node) {
     delete node;
 }
 
-// A disk's partitions are read with their own holders and slaves; holders and slaves are names only.
 inline void freeRecord(vessa::target::lin::SysBlock* device) {
-    for (vessa::target::lin::SysBlock* p : device->partitions()) {
-        freeRecord(p);
-    }
-    for (vessa::target::lin::SysBlock* h : device->holders()) {
-        delete h;
-    }
-    for (vessa::target::lin::SysBlock* s : device->slaves()) {
-        delete s;
-    }
+    device->releaseRelated();
     delete device;
 }
 
@@ -46,6 +38,11 @@ struct Owned : std::list<T*> {
         for (T* record : *this) {
             freeRecord(record);
         }
+    }
+    // The first record of that name, or null.
+    T* named(const std::string& name) const {
+        auto it = std::find_if(this->begin(), this->end(), [&name](T* t) { return t->name() == name; });
+        return it == this->end() ? nullptr : *it;
     }
 };
 

@@ -19,10 +19,7 @@ const typename Map::mapped_type* find(const Map& map, const std::string& key) {
 
 bool ScriptedView::readFile(const std::string& path, std::string& content) {
     const std::string* found = find(files, path);
-    if (found != nullptr) {
-        content = *found;
-    }
-    return found != nullptr;
+    return found != nullptr && (content = *found, true);
 }
 
 bool ScriptedView::listDirectory(const std::string& path, std::vector<sys::DirEntry>& entries) {
@@ -44,10 +41,7 @@ bool ScriptedView::status(const std::string& path, sys::FileStatus& st) {
 
 bool ScriptedView::readLink(const std::string& path, std::string& target, std::size_t limit) {
     const std::string* found = find(links, path);
-    if (found != nullptr) {
-        target = found->substr(0, limit);
-    }
-    return found != nullptr;
+    return found != nullptr && (target = found->substr(0, limit), true);
 }
 
 bool ScriptedView::fsStatus(const std::string& path, sys::FsStatus& /*st*/) {

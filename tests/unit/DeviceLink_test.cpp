@@ -4,33 +4,28 @@
 
 #include "lin/DiskBy.h"
 #include "lin/FsTableEntry.h"
+#include "lin/LogicalVolume.h"
 #include "lin/MTableEntry.h"
+#include "lin/PhysicalVolume.h"
 #include "lin/ProcPartition.h"
+#include "lin/VolumeGroup.h"
+#include "support/Owned.h"
 
 using namespace vessa::target::lin;
 
 namespace {
 
-template <class... Lists>
-void freeAll(Lists&... lists) {
-    (..., [](auto& list) {
-        for (auto* p : list) {
-            delete p;
-        }
-    }(lists));
-}
-
 // Sources for links made in a test; everything is freed with the fixture.
 struct Sources {
-    std::list<ProcPartition*> parts;
-    std::list<SysBlock*> sysBlocks;
-    std::list<DmTreeDev*> dmDevs;
-    std::list<PhysicalVolume*> pvs;
-    std::list<LogicalVolume*> lvs;
-    std::list<VolumeGroup*> vgs;
-    std::list<FsTableEntry*> fstab;
-    std::list<MTableEntry*> mtab;
-    std::list<DiskBy*> aliases;
+    vessa::test::Owned<ProcPartition> parts;
+    vessa::test::Owned<SysBlock> sysBlocks;
+    vessa::test::Owned<DmTreeDev> dmDevs;
+    vessa::test::Owned<PhysicalVolume> pvs;
+    vessa::test::Owned<LogicalVolume> lvs;
+    vessa::test::Owned<VolumeGroup> vgs;
+    vessa::test::Owned<FsTableEntry> fstab;
+    vessa::test::Owned<MTableEntry> mtab;
+    vessa::test::Owned<DiskBy> aliases;
     std::list<std::unique_ptr<DeviceLink>> links;
 
     DeviceLink* link(const std::string& line) {
@@ -39,7 +34,6 @@ struct Sources {
             new DeviceLink(parts.back(), sysBlocks, dmDevs, pvs, lvs, vgs, fstab, mtab, aliases));
         return links.back().get();
     }
-    ~Sources() { freeAll(parts, fstab, mtab, aliases); }
 };
 
 // The mount points of a link's fstab and mtab entries and the number of its aliases.

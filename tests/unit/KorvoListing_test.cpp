@@ -51,14 +51,12 @@ TEST_F(Listing, FieldsIndexAndTrimming) {
     EXPECT_TRUE(log.hasMessage("Partition exclusion found when no partitions present!"));
 }
 
-// The failing line adds nothing and the lines after it are not read.
+// The failing line adds nothing and the lines after it are not read. (A bad drive type, boot flag or index
+// fail the same way through a remote host's fill, where the bad-input catalogue has them.)
 TEST_F(Listing, ConversionFailuresStopAtTheFailingLine) {
     const char* const bad[] = {
-        "/dev/x~x~~~~~~x~1~0~4096",         // drive type, never used, still checked
         "/dev/x~x~~~~~~0~1~0~~0",           // empty size (a trailing empty field is never read)
-        "/dev/x~x~~~~~~0~1~0~4096~2",       // boot must be 0 or 1
         "/dev/x~x~~~~~~0~1~0~4096~0~true",  // system as a word
-        "[x]~/dev/x",                       // index
     };
     for (const char* line : bad) {
         for (Storage* s : host->storage()) {

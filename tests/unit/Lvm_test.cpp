@@ -5,23 +5,15 @@
 #include "lin/PhysicalVolume.h"
 #include "lin/VolumeGroup.h"
 #include "platform/Exception.h"
+#include "support/Owned.h"
 #include "support/ScriptedView.h"
 #include "support/TestSupport.h"
 
 using vessa::target::Storage;
 using namespace vessa::target::lin;
+using vessa::test::Owned;
 
 namespace {
-
-template <class T>
-struct Owned {
-    std::list<T*> list;
-    ~Owned() {
-        for (T* t : list) {
-            delete t;
-        }
-    }
-};
 
 TEST(Lvm, ValueExtraction) {
     EXPECT_EQ(lvmValue("  PV Name               /dev/loop0  ", "PV Name"), "/dev/loop0");
@@ -55,19 +47,19 @@ TEST(Lvm, PhysicalVolumesOfRealMachines) {
     };
     for (const auto& [file, expected, last] : cases) {
         Owned<PhysicalVolume> pvs;
-        PhysicalVolume::parse(vessa::test::dataBody(file), pvs.list);
+        PhysicalVolume::parse(vessa::test::dataBody(file), pvs);
         std::vector<std::string> names;
-        for (const PhysicalVolume* pv : pvs.list) {
+        for (const PhysicalVolume* pv : pvs) {
             names.push_back(pv->name());
         }
         EXPECT_EQ(names, expected) << file;
-        ASSERT_FALSE(pvs.list.empty());
-        const PhysicalVolume& pv = *pvs.list.back();
+        ASSERT_FALSE(pvs.empty());
+        const PhysicalVolume& pv = *pvs.back();
         EXPECT_EQ(
             pv.vgName() + "|" + pv.allocatable() + "|" + pv.peSize() + "|" + pv.totalPE() + "|" + pv.uuid(),
             last);
         Storage::exclusions ex = 0;
-        pvs.list.front()->getExclusions(ex);
+        pvs.front()->getExclusions(ex);
         EXPECT_EQ(ex, 0u);
     }
 }
@@ -87,17 +79,17 @@ TEST(Lvm, VolumeGroupsOfRealMachines) {
     for (const auto& [file, expected] : cases) {
         vessa::test::LogCapture log;
         Owned<VolumeGroup> vgs;
-        VolumeGroup::parse(vessa::test::dataBody(file), vgs.list);
-        ASSERT_EQ(vgs.list.size(), 1u);
-        std::string values = vgs.list.front()->value(VolumeGroup::Name);
+        VolumeGroup::parse(vessa::test::dataBody(file), vgs);
+        ASSERT_EQ(vgs.size(), 1u);
+        std::string values = vgs.front()->value(VolumeGroup::Name);
         for (int f = VolumeGroup::Name + 1; f < VolumeGroup::FieldCount; ++f) {
-            values += "|" + vgs.list.front()->value(static_cast<VolumeGroup::Field>(f));
+            values += "|" + vgs.front()->value(static_cast<VolumeGroup::Field>(f));
         }
         EXPECT_EQ(values, expected);
         EXPECT_EQ(log.lines(), std::vector<std::string>{"[lin/VolumeGroup.cpp] readVgDisplay: Current VG: " +
-                                                        vgs.list.front()->name()});
+                                                        vgs.front()->name()});
         Storage::exclusions ex = 0;
-        vgs.list.front()->getExclusions(ex);
+        vgs.front()->getExclusions(ex);
         EXPECT_EQ(ex, Storage::kVolumeGroup);
     }
 }
@@ -115,12 +107,12 @@ TEST(Lvm, LogicalVolumesOldAndCurrentForms) {
     };
     for (const auto& [file, expected] : cases) {
         Owned<LogicalVolume> lvs;
-        LogicalVolume::parse(vessa::test::dataBody(file), lvs.list);
-        ASSERT_FALSE(lvs.list.empty()) << file;
-        const LogicalVolume& lv = *lvs.list.front();
+        LogicalVolume::parse(vessa::test::dataBody(file), lvs);
+        ASSERT_FALSE(lvs.empty()) << file;
+        const LogicalVolume& lv = *lvs.front();
         EXPECT_EQ(lv.name() + " " + lv.deviceName() + " " + std::to_string(lv.major()) + ":" +
                       std::to_string(lv.minor()) + " " + lv.value(LogicalVolume::OpenCount) + " " +
-                      std::to_string(lvs.list.size()),
+                      std::to_string(lvs.size()),
                   expected);
     }
 }
@@ -133,13 +125,13 @@ TEST(Lvm, ReadersRunTheirToolsAndIgnoreOnlyRunnerFailures) {
     Owned<PhysicalVolume> pvs;
     Owned<VolumeGroup> vgs;
     Owned<LogicalVolume> lvs;
-    EXPECT_TRUE(PhysicalVolume::readPvDisplay(pvs.list, nullptr));
-    EXPECT_TRUE(VolumeGroup::readVgDisplay(vgs.list, nullptr));
-    EXPECT_TRUE(LogicalVolume::readLvDisplay(lvs.list, nullptr));
-    ASSERT_EQ(pvs.list.size(), 1u);
-    EXPECT_EQ(pvs.list.front()->name(), "sdb");
-    EXPECT_TRUE(vgs.list.empty());
-    EXPECT_TRUE(lvs.list.empty());
+    EXPECT_TRUE(PhysicalVolume::readPvDisplay(pvs, nullptr));
+    EXPECT_TRUE(VolumeGroup::readVgDisplay(vgs, nullptr));
+    EXPECT_TRUE(LogicalVolume::readLvDisplay(lvs, nullptr));
+    ASSERT_EQ(pvs.size(), 1u);
+    EXPECT_EQ(pvs.front()->name(), "sdb");
+    EXPECT_TRUE(vgs.empty());
+    EXPECT_TRUE(lvs.empty());
 }
 
 }  // namespace

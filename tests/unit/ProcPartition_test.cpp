@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "support/Owned.h"
 #include "support/ScriptedView.h"
 #include "support/TestSupport.h"
 
@@ -10,23 +11,15 @@ using vessa::target::lin::ProcPartition;
 
 namespace {
 
-struct Parsed {
-    std::list<ProcPartition*> list;
-    ~Parsed() {
-        for (ProcPartition* p : list) {
-            delete p;
-        }
+// Every entry as "name major:minor blocks", joined by ", "; an invalid entry is marked "!".
+std::string dump(const std::list<ProcPartition*>& list) {
+    std::string out;
+    for (const ProcPartition* p : list) {
+        out += (out.empty() ? "" : ", ") + p->name() + " " + std::to_string(p->major()) + ":" +
+               std::to_string(p->minor()) + " " + std::to_string(p->blocks()) + (p->valid() ? "" : "!");
     }
-    // Every entry as "name major:minor blocks", joined by ", "; an invalid entry is marked "!".
-    std::string dump() const {
-        std::string out;
-        for (const ProcPartition* p : list) {
-            out += (out.empty() ? "" : ", ") + p->name() + " " + std::to_string(p->major()) + ":" +
-                   std::to_string(p->minor()) + " " + std::to_string(p->blocks()) + (p->valid() ? "" : "!");
-        }
-        return out;
-    }
-};
+    return out;
+}
 
 // The header decides which column is which; a line with a missing name or a negative major is dropped.
 TEST(ProcPartition, HeaderColumnsDecideAndBadLinesAreDropped) {
@@ -42,10 +35,10 @@ TEST(ProcPartition, HeaderColumnsDecideAndBadLinesAreDropped) {
     };
     for (const auto& [text, entries, logged] : cases) {
         vessa::test::LogCapture log;
-        Parsed p;
+        vessa::test::Owned<ProcPartition> p;
         std::set<std::string> names;
-        ProcPartition::parse(text, p.list, names);
-        EXPECT_EQ(p.dump(), entries) << text;
+        ProcPartition::parse(text, p, names);
+        EXPECT_EQ(dump(p), entries) << text;
         EXPECT_TRUE(log.hasMessage(logged)) << log.text();
     }
 }
@@ -81,12 +74,12 @@ TEST(ProcPartition, RealListsParseWhole) {
         {"partitions/libstorage-proc-partitions-dm.txt", 12, "sda 8:0 976762584"},
     };
     for (const auto& [file, count, first] : cases) {
-        Parsed p;
+        vessa::test::Owned<ProcPartition> p;
         std::set<std::string> names;
-        ProcPartition::parse(vessa::test::dataBody(file), p.list, names);
-        EXPECT_EQ(p.list.size(), count) << file;
-        EXPECT_EQ(p.dump().rfind(std::string(first) + ",", 0), 0u) << p.dump();
-        EXPECT_EQ(p.dump().find('!'), std::string::npos) << p.dump();
+        ProcPartition::parse(vessa::test::dataBody(file), p, names);
+        EXPECT_EQ(p.size(), count) << file;
+        EXPECT_EQ(dump(p).rfind(std::string(first) + ",", 0), 0u) << dump(p);
+        EXPECT_EQ(dump(p).find('!'), std::string::npos) << dump(p);
     }
 }
 
@@ -101,27 +94,21 @@ TEST(ProcPartition, ReaderAddsPseudoEntriesAndDisksThatAnswerReadCapacity) {
     view->files["/dev/sdd"] = "x";
     view->capacities["sdd"] = 512;
     view->files["/sys/block/sdd/dev"] = "garbage\n";
+    vessa::test::ScriptedView& raw = *view;
     vessa::test::ScopedView scoped(std::move(view));
     vessa::test::LogCapture log;
-    Parsed p;
-    ProcPartition::readProcPartitions(p.list);
-    EXPECT_EQ(p.dump(), ".cifs. -1:-1 0, .nfs. -1:-1 0, .fusefs. -1:-1 0, sda 8:0 1024, sdb 8:16 1");
-    EXPECT_TRUE(log.hasMessage("sda already processed from /proc/partitions"));
-    EXPECT_TRUE(log.hasMessage("/dev/sdc doesn't exist"));
-    EXPECT_TRUE(log.hasMessage("/dev/loop0 block size by RC == 0"));
-    EXPECT_TRUE(log.hasMessage("failed to tokenize major:minor"));
-    EXPECT_TRUE(log.hasMessage("Got procPart (via /sys/block): sdb (8:16) blocks=1"));
-}
-
-// A number that does not convert ends the reading, and what was read stays.
-TEST(ProcPartition, MalformedListStopsTheReading) {
-    auto view = std::make_unique<vessa::test::ScriptedView>();
-    view->files["/proc/partitions"] = "major minor #blocks name\n8 0 10 sda\n8 x 10 sdb\n8 32 10 sdc\n";
-    vessa::test::ScopedView scoped(std::move(view));
-    vessa::test::LogCapture log;
-    Parsed p;
-    ProcPartition::readProcPartitions(p.list);
-    EXPECT_EQ(p.dump(), ".cifs. -1:-1 0, .nfs. -1:-1 0, .fusefs. -1:-1 0, sda 8:0 10");
+    vessa::test::Owned<ProcPartition> p, cut;
+    ProcPartition::readProcPartitions(p);
+    EXPECT_EQ(dump(p), ".cifs. -1:-1 0, .nfs. -1:-1 0, .fusefs. -1:-1 0, sda 8:0 1024, sdb 8:16 1");
+    for (const char* line : {"sda already processed from /proc/partitions", "/dev/sdc doesn't exist",
+                             "/dev/loop0 block size by RC == 0", "failed to tokenize major:minor",
+                             "Got procPart (via /sys/block): sdb (8:16) blocks=1"}) {
+        EXPECT_TRUE(log.hasMessage(line)) << line;
+    }
+    // A number that does not convert ends the reading, and what was read stays.
+    raw.files = {{"/proc/partitions", "major minor #blocks name\n8 0 10 sda\n8 x 10 sdb\n8 32 10 sdc\n"}};
+    ProcPartition::readProcPartitions(cut);
+    EXPECT_EQ(dump(cut), ".cifs. -1:-1 0, .nfs. -1:-1 0, .fusefs. -1:-1 0, sda 8:0 10");
     EXPECT_TRUE(log.hasMessage("Failed to finish reading...like a boss..."));
 }
 
