@@ -1,9 +1,13 @@
 #include "lin/SysBlock.h"
 
+#include <algorithm>
+#include <vector>
+
 #include "lin/ProcPartition.h"
 #include "platform/Log.h"
 #include "platform/Stat.h"
 #include "platform/Str.h"
+#include "platform/view/RunScope.h"
 #include "platform/view/SystemView.h"
 #include "target/Host.h"
 
@@ -25,6 +29,23 @@ bool firstLine(const std::string& file, std::string& line) {
     line = text.substr(0, text.find('\n'));
     return !line.empty();
 }
+
+// What the constructor reads of each device, in its order (a partition's own files are found only by
+// listing the device), for the view to read ahead while the run works on the devices before.
+const std::vector<sal::sys::RunScope::Ahead> kDeviceReads = {
+    {sal::sys::RunScope::Ahead::Directory, ""},
+    {sal::sys::RunScope::Ahead::File, "/dev"},
+    {sal::sys::RunScope::Ahead::Directory, "/device"},
+    {sal::sys::RunScope::Ahead::File, "/device/model"},
+    {sal::sys::RunScope::Ahead::Directory, "/holders"},
+    {sal::sys::RunScope::Ahead::File, "/range"},
+    {sal::sys::RunScope::Ahead::File, "/removable"},
+    {sal::sys::RunScope::Ahead::File, "/device/rev"},
+    {sal::sys::RunScope::Ahead::File, "/device/scsi_level"},
+    {sal::sys::RunScope::Ahead::File, "/size"},
+    {sal::sys::RunScope::Ahead::Directory, "/slaves"},
+    {sal::sys::RunScope::Ahead::File, "/device/vendor"},
+};
 
 std::string names(const std::list<SysBlock*>& list) {
     std::string out;
@@ -99,14 +120,15 @@ bool SysBlock::readSysFs(std::list<SysBlock*>& result, std::list<ProcPartition*>
                          Host* host) {
     VESSA_TRACE(kUnit, "readSysFs");
     VESSA_LOG << "Get all the drives from /sys/block that have a corresponding entry in /proc/partitions";
-    for (ProcPartition* p : procPartitions) {
+    std::vector<std::string> paths;
+    paths.reserve(procPartitions.size());
+    for (const ProcPartition* p : procPartitions) {
         std::string name = p->name();
-        for (char& c : name) {
-            if (c == '/') {
-                c = '!';
-            }
-        }
-        const std::string path = kSysBlock + name;
+        std::replace(name.begin(), name.end(), '/', '!');
+        paths.push_back(kSysBlock + name);
+    }
+    sal::sys::RunScope::readAhead(paths, kDeviceReads);
+    for (const std::string& path : paths) {
         if (host->existsFSItem(path, vessa::hax::FSItem::any)) {
             result.push_back(new SysBlock(path, host));
         }

@@ -31,6 +31,8 @@ class ReplayView : public View {
         return files_.readListedFile(path, content);
     }
     bool prefersListedReads() const override { return true; }
+    // Every read opens its own descriptors below a root that does not change.
+    bool allowsConcurrentReads() const override { return true; }
     bool listDirectory(const std::string& path, std::vector<DirEntry>& entries) override {
         return files_.listDirectory(path, entries);
     }

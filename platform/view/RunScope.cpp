@@ -1,5 +1,8 @@
 #include "platform/view/RunScope.h"
 
+#include <atomic>
+#include <string_view>
+#include <thread>
 #include <unordered_map>
 #include <unordered_set>
 
@@ -20,7 +23,146 @@ struct Listing {
     std::unordered_multimap<std::string, DirEntry::Type> byLoweredName;
     bool indexed = false;
     std::unordered_map<std::string, DirEntry::Type> byName;  // made when first needed
+};
 
+// What a second thread read for the run ahead of it: the same items below each of a list of
+// directories. Each item is taken once, by whichever thread claims it first: the second thread to read
+// it, or the run's thread to do its own reading.
+class ReadAhead {
+  public:
+    ReadAhead(View& view, std::vector<std::string> bases, std::vector<RunScope::Ahead> within)
+        : view_(view), bases_(std::move(bases)), within_(std::move(within)) {
+        slots_ = std::make_unique<Slot[]>(bases_.size() * within_.size());
+        index_.reserve(bases_.size());
+        for (std::size_t i = 0; i < bases_.size(); ++i) {
+            index_.emplace(bases_[i], i);  // a directory named twice is read once, for its first place
+        }
+        worker_ = std::thread([this] { work(); });
+    }
+    ~ReadAhead() {
+        stop_.store(true, std::memory_order_relaxed);
+        worker_.join();
+    }
+    ReadAhead(const ReadAhead&) = delete;
+    ReadAhead& operator=(const ReadAhead&) = delete;
+
+    // The content of `path` if the second thread read it; false when the caller must read it itself.
+    bool takeFile(const std::string& path, bool& read, std::string& content) {
+        Slot* slot = claim(RunScope::Ahead::File, path);
+        if (slot == nullptr) {
+            return false;
+        }
+        read = slot->ok;
+        if (read) {
+            content = std::move(slot->content);
+        }
+        return true;
+    }
+    bool takeDirectory(const std::string& path, bool& listed, std::vector<DirEntry>& entries) {
+        Slot* slot = claim(RunScope::Ahead::Directory, path);
+        if (slot == nullptr) {
+            return false;
+        }
+        listed = slot->ok;
+        entries = std::move(slot->entries);
+        return true;
+    }
+
+  private:
+    enum State : int { Open, Reading, Done, Taken };
+    struct Slot {
+        std::atomic<int> state{Open};
+        bool ok = false;
+        std::string content;
+        std::vector<DirEntry> entries;
+    };
+
+    Slot* claim(RunScope::Ahead::Kind kind, const std::string& path) {
+        Slot* found = nullptr;
+        for (std::size_t i = 0; i < within_.size() && found == nullptr; ++i) {
+            const std::string& tail = within_[i].path;
+            if (within_[i].kind == kind && path.size() > tail.size() &&
+                path.compare(path.size() - tail.size(), tail.size(), tail) == 0) {
+                auto base = index_.find(std::string_view(path).substr(0, path.size() - tail.size()));
+                if (base != index_.end()) {
+                    found = &slots_[base->second * within_.size() + i];
+                }
+            }
+        }
+        if (found == nullptr) {
+            return nullptr;
+        }
+        Slot& slot = *found;
+        int state = Open;
+        if (slot.state.compare_exchange_strong(state, Taken, std::memory_order_acq_rel)) {
+            return nullptr;  // not reached yet: the caller reads it, and the second thread passes it by
+        }
+        while (state == Reading) {
+            std::this_thread::yield();
+            state = slot.state.load(std::memory_order_acquire);
+        }
+        if (state != Done) {
+            return nullptr;  // taken before
+        }
+        slot.state.store(Taken, std::memory_order_relaxed);
+        return &slot;
+    }
+
+    void work() {
+        // The entries of the directories this thread listed, by name: a file that its directory lists
+        // as regular is read the shorter way, and one that it does not list is not tried, as the run's
+        // own reads do.
+        std::unordered_map<std::string, std::unordered_map<std::string, DirEntry::Type>> listed;
+        std::size_t at = 0;
+        for (const std::string& base : bases_) {
+            listed.clear();  // only the items below one directory look at each other's listings
+            for (const RunScope::Ahead& item : within_) {
+                Slot& slot = slots_[at++];
+                int state = Open;
+                if (stop_.load(std::memory_order_relaxed)) {
+                    return;
+                }
+                if (!slot.state.compare_exchange_strong(state, Reading, std::memory_order_acq_rel)) {
+                    continue;
+                }
+                read(base + item.path, item.kind, listed, slot);
+                slot.state.store(Done, std::memory_order_release);
+            }
+        }
+    }
+
+    void read(const std::string& path, RunScope::Ahead::Kind kind,
+              std::unordered_map<std::string, std::unordered_map<std::string, DirEntry::Type>>& listed,
+              Slot& slot) {
+        if (kind == RunScope::Ahead::Directory) {
+            slot.ok = view_.listDirectory(path, slot.entries);
+            if (slot.ok) {
+                auto& names = listed[path];
+                for (const DirEntry& e : slot.entries) {
+                    names.emplace(e.name, e.type);
+                }
+            }
+            return;
+        }
+        const std::string::size_type slash = path.rfind('/');
+        auto dir = slash == std::string::npos ? listed.end() : listed.find(path.substr(0, slash));
+        if (dir == listed.end()) {
+            slot.ok = view_.readFile(path, slot.content);
+            return;
+        }
+        auto entry = dir->second.find(path.substr(slash + 1));
+        slot.ok = entry != dir->second.end() &&
+                  (entry->second == DirEntry::File ? view_.readListedFile(path, slot.content)
+                                                   : view_.readFile(path, slot.content));
+    }
+
+    View& view_;
+    const std::vector<std::string> bases_;
+    const std::vector<RunScope::Ahead> within_;
+    std::unique_ptr<Slot[]> slots_;                            // within_.size() for each base, in order
+    std::unordered_map<std::string_view, std::size_t> index_;  // into bases_
+    std::atomic<bool> stop_{false};
+    std::thread worker_;
 };
 
 }  // namespace
@@ -33,6 +175,10 @@ class RunScope::CachingView : public View {
 
     bool readFile(const std::string& path, std::string& content) override {
         bool read = false;
+        if (ahead_ && ahead_->takeFile(path, read, content)) {
+            noteRead(path, read);
+            return read;
+        }
         switch (known(path)) {
             case Known::Absent:
                 break;  // a listing of the run shows it is not there: no need to try
@@ -43,10 +189,14 @@ class RunScope::CachingView : public View {
                 read = inner_.readFile(path, content);
                 break;
         }
-        if (!read && unreadableSet_.insert(path).second) {
-            unreadable_.push_back(path);
-        }
+        noteRead(path, read);
         return read;
+    }
+
+    void startReadAhead(std::vector<std::string> bases, std::vector<Ahead> within) {
+        if (!ahead_ && inner_.allowsConcurrentReads() && !bases.empty() && !within.empty()) {
+            ahead_ = std::make_unique<ReadAhead>(inner_, std::move(bases), std::move(within));
+        }
     }
 
     bool listDirectory(const std::string& path, std::vector<DirEntry>& entries) override {
@@ -157,13 +307,23 @@ class RunScope::CachingView : public View {
         auto it = listings_.find(path);
         if (it == listings_.end()) {
             it = listings_.emplace(path, Listing()).first;
-            it->second.listed = inner_.listDirectory(path, it->second.entries);
+            Listing& l = it->second;
+            if (!ahead_ || !ahead_->takeDirectory(path, l.listed, l.entries)) {
+                l.listed = inner_.listDirectory(path, l.entries);
+            }
         }
         return it->second;
     }
 
+    void noteRead(const std::string& path, bool read) {
+        if (!read && unreadableSet_.insert(path).second) {
+            unreadable_.push_back(path);
+        }
+    }
+
     View& inner_;
     std::unordered_map<std::string, Listing> listings_;
+    std::unique_ptr<ReadAhead> ahead_;  // last: its thread ends before the members above go
 };
 
 namespace {
@@ -199,6 +359,12 @@ const std::vector<std::string>& RunScope::unreadable() const {
 
 bool RunScope::wasUnreadable(const std::string& path) const {
     return view_->unreadableSet_.count(path) != 0;
+}
+
+void RunScope::readAhead(std::vector<std::string> bases, std::vector<Ahead> within) {
+    if (t_scope != nullptr) {
+        t_scope->view_->startReadAhead(std::move(bases), std::move(within));
+    }
 }
 
 }  // namespace vessa::sal::sys

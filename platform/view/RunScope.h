@@ -47,6 +47,23 @@ class RunScope {
     const std::vector<std::string>& unreadable() const;
     bool wasUnreadable(const std::string& path) const;
 
+    // Something a run is about to ask of the view below a directory: a file's content or a
+    // directory's listing; `path` is the rest of the path after the directory's ("" for itself).
+    struct Ahead {
+        enum Kind { File, Directory } kind;
+        std::string path;
+    };
+    // Starts reading the items `within` below each of `bases` (absolute paths without a final "/"),
+    // in that order, on a second thread, when the current thread's scope reads through a view that
+    // allows it (a snapshot's); the scope then answers those reads from memory. The answers are the
+    // ones the view gives on this thread: a file that cannot be read is still reported unreadable,
+    // and an item asked for before the second thread reached it is read here as before. On a host
+    // with thousands of devices most of a run's time goes to reading small files one after another;
+    // this way the reading and the run's own work share the processors. Nothing happens outside a
+    // scope, for other views, or when the scope has a read-ahead already. The second thread ends, at
+    // the latest, with the scope.
+    static void readAhead(std::vector<std::string> bases, std::vector<Ahead> within);
+
     class CachingView;
 
   private:

@@ -110,6 +110,8 @@ class View {
     // Whether listing a file's directory and then reading it as listed costs less than reading it
     // unlisted (a snapshot, where an unlisted file is looked at before it is opened).
     virtual bool prefersListedReads() const { return false; }
+    // readFile and listDirectory may be called from a second thread while this one uses the view.
+    virtual bool allowsConcurrentReads() const { return false; }
     // Entries of a directory, without "." and "..", sorted by name (byte order) so that a live run and
     // the replay of its capture see the same order.
     virtual bool listDirectory(const std::string& path, std::vector<DirEntry>& entries) = 0;

@@ -1,0 +1,95 @@
+#include "platform/view/RunScope.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <mutex>
+#include <thread>
+
+#include "support/ScriptedView.h"
+
+namespace sys = vessa::sal::sys;
+
+namespace {
+
+// A scripted view that two threads may read at once, counting what it was asked.
+class SharedView : public vessa::test::ScriptedView {
+  public:
+    bool allowsConcurrentReads() const override { return true; }
+    bool readFile(const std::string& path, std::string& content) override {
+        count(path);
+        return ScriptedView::readFile(path, content);
+    }
+    bool listDirectory(const std::string& path, std::vector<sys::DirEntry>& entries) override {
+        count(path + "/");
+        return ScriptedView::listDirectory(path, entries);
+    }
+    int asked(const std::string& what) {
+        std::lock_guard<std::mutex> lock(mutex_);
+        return asked_[what];
+    }
+    std::atomic<int> calls{0};
+
+  private:
+    void count(const std::string& what) {
+        std::lock_guard<std::mutex> lock(mutex_);
+        ++asked_[what];
+        ++calls;
+    }
+    std::mutex mutex_;
+    std::map<std::string, int> asked_;
+};
+
+}  // namespace
+
+// What was read ahead is answered from memory, once, exactly as the view answers; what was not (a
+// partition below a device, whose path ends like a device's file) is read as before.
+TEST(RunScope, ReadAheadAnswersAsTheViewWould) {
+    auto owned = std::make_unique<SharedView>();
+    SharedView& view = *owned;
+    view.files = {{"/sys/block/sda/dev", "8:0\n"},
+                  {"/sys/block/sda/sda1/dev", "8:1\n"},
+                  {"/sys/block/sdb/dev", "8:16\n"}};
+    view.dirs = {
+        {"/sys/block/sda", {"dev", "sda1"}}, {"/sys/block/sdb", {"dev"}}, {"/sys/block/sda/sda1", {"dev"}}};
+    vessa::test::ScopedView scoped(std::move(owned));
+    sys::RunScope scope;
+    using Ahead = sys::RunScope::Ahead;
+    sys::RunScope::readAhead({"/sys/block/sda", "/sys/block/sdb", "/sys/block/sdc"},
+                             {{Ahead::Directory, ""}, {Ahead::File, "/dev"}, {Ahead::File, "/size"}});
+    // The second thread is done when it has asked for all it may: the sizes of sda and sdb are not in
+    // their listings, so not tried.
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    while (view.calls < 7 && std::chrono::steady_clock::now() < deadline) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    ASSERT_EQ(view.calls, 7);
+
+    const struct {
+        const char* path;
+        bool read;
+        const char* content;
+    } files[] = {{"/sys/block/sda/dev", true, "8:0\n"},  {"/sys/block/sda/sda1/dev", true, "8:1\n"},
+                 {"/sys/block/sdb/dev", true, "8:16\n"}, {"/sys/block/sdb/size", false, "kept"},
+                 {"/sys/block/sdc/dev", false, "kept"},  {"/sys/block/sda/dev", true, "8:0\n"}};
+    for (const auto& f : files) {
+        std::string content = "kept";
+        EXPECT_EQ(sys::current().readFile(f.path, content), f.read) << f.path;
+        EXPECT_EQ(content, f.content) << f.path;
+    }
+    std::vector<sys::DirEntry> entries;
+    EXPECT_TRUE(sys::current().listDirectory("/sys/block/sda", entries));
+    EXPECT_EQ(entries.size(), 2u);
+    EXPECT_FALSE(sys::current().listDirectory("/sys/block/sdc", entries));
+
+    // Each item was asked of the view once; the file read twice above only once more, by the run's
+    // own reading after the read-ahead's answer was taken.
+    for (const char* once : {"/sys/block/sda/", "/sys/block/sdb/", "/sys/block/sdc/", "/sys/block/sdc/dev",
+                             "/sys/block/sdc/size", "/sys/block/sda/sda1/dev", "/sys/block/sdb/dev"}) {
+        EXPECT_EQ(view.asked(once), 1) << once;
+    }
+    EXPECT_EQ(view.asked("/sys/block/sda/dev"), 2);
+    EXPECT_EQ(view.asked("/sys/block/sdb/size"), 0);
+    EXPECT_EQ(scope.unreadable(), (std::vector<std::string>{"/sys/block/sdb/size", "/sys/block/sdc/dev"}));
+}
