@@ -1,6 +1,10 @@
 #include "lin/DiskBy.h"
 
+#include <utility>
+#include <vector>
+
 #include "platform/Log.h"
+#include "platform/view/RunScope.h"
 #include "platform/view/SystemView.h"
 #include "target/Host.h"
 
@@ -40,6 +44,12 @@ const char* displayName(int kind) {
     }
 }
 
+// The alias directories, in the order they are read.
+const std::pair<const char*, int> kDirectories[] = {{"/dev/disk/by-id/", DiskBy::ById},
+                                                    {"/dev/disk/by-label/", DiskBy::ByLabel},
+                                                    {"/dev/disk/by-path/", DiskBy::ByPath},
+                                                    {"/dev/disk/by-uuid/", DiskBy::ByUuid}};
+
 }  // namespace
 
 DiskBy::DiskBy(const std::string& target, const std::string& alias, int kind)
@@ -61,13 +71,20 @@ void DiskBy::readEntries(const std::string& directory, std::list<DiskBy*>& resul
     }
 }
 
+void DiskBy::readAhead() {
+    std::vector<std::string> directories;
+    for (const auto& [directory, kind] : kDirectories) {
+        directories.push_back(directory);
+    }
+    sal::sys::RunScope::readAhead(std::move(directories), {{sal::sys::RunScope::Ahead::Links, ""}});
+}
+
 bool DiskBy::readDisksBy(std::list<DiskBy*>& result, Host* host) {
     VESSA_TRACE(kUnit, "readDisksBy");
     std::list<DiskBy*> found;
-    readEntries("/dev/disk/by-id/", found, host, ById);
-    readEntries("/dev/disk/by-label/", found, host, ByLabel);
-    readEntries("/dev/disk/by-path/", found, host, ByPath);
-    readEntries("/dev/disk/by-uuid/", found, host, ByUuid);
+    for (const auto& [directory, kind] : kDirectories) {
+        readEntries(directory, found, host, kind);
+    }
     for (const DiskBy* d : found) {
         VESSA_LOG << "Alias by " << kindWord(d->kind()) << ": " << d->alias() << " -> " << d->target();
     }

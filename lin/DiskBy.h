@@ -23,6 +23,9 @@ class DiskBy {
 
     // Collects the aliases of /dev/disk/by-id, by-label, by-path and by-uuid; always returns true.
     static bool readDisksBy(std::list<DiskBy*>& result, Host* host);
+    // Lets the view read the alias directories and their links ahead, on threads of its own, while
+    // the run reads its other sources (see RunScope::readAhead); readDisksBy then finds them read.
+    static void readAhead();
     // Lists one directory through the host and reads each entry's link (at most 512 bytes); entries
     // that are not links are skipped.
     static void readEntries(const std::string& directory, std::list<DiskBy*>& result, Host* host, int kind);

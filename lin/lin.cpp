@@ -338,6 +338,7 @@ std::uint32_t GetStorage(Host* host, Storage::storageType type, unsigned int inq
     Host* lh = localHost.get();
     DiscoveryReport report;
     auto& failed = report.failedSources;
+    DiskBy::readAhead();
 
     reading("/proc/partitions");
     readSource("CHECK /proc/partions", " items from /proc/partitions", "/proc/partitions", r.procPartitions,

@@ -30,6 +30,10 @@ struct Listing {
 // it, or the run's thread to do its own reading.
 class ReadAhead {
   public:
+    static constexpr std::size_t kThreads = 4;
+    // Links are read with the length bound that the view takes when none is given.
+    static constexpr std::size_t kLinkLimit = 512;
+
     ReadAhead(View& view, std::vector<std::string> bases, std::vector<RunScope::Ahead> within)
         : view_(view), bases_(std::move(bases)), within_(std::move(within)) {
         slots_ = std::make_unique<Slot[]>(bases_.size() * within_.size());
@@ -37,11 +41,15 @@ class ReadAhead {
         for (std::size_t i = 0; i < bases_.size(); ++i) {
             index_.emplace(bases_[i], i);  // a directory named twice is read once, for its first place
         }
-        worker_ = std::thread([this] { work(); });
+        for (std::size_t first = 0; first < kThreads; ++first) {
+            workers_.emplace_back([this, first] { work(first); });
+        }
     }
     ~ReadAhead() {
         stop_.store(true, std::memory_order_relaxed);
-        worker_.join();
+        for (std::thread& w : workers_) {
+            w.join();
+        }
     }
     ReadAhead(const ReadAhead&) = delete;
     ReadAhead& operator=(const ReadAhead&) = delete;
@@ -61,11 +69,34 @@ class ReadAhead {
     bool takeDirectory(const std::string& path, bool& listed, std::vector<DirEntry>& entries) {
         Slot* slot = claim(RunScope::Ahead::Directory, path);
         if (slot == nullptr) {
+            slot = claim(RunScope::Ahead::Links, path);
+        }
+        if (slot == nullptr) {
             return false;
         }
         listed = slot->ok;
         entries = std::move(slot->entries);
         return true;
+    }
+    // The target of the link `path` if it lies in a directory whose links were read ahead. A link is
+    // asked for after its directory's listing, which has waited for the reading.
+    bool takeLink(const std::string& path, bool& read, std::string& target) {
+        const std::string::size_type slash = path.rfind('/');
+        if (slash == std::string::npos) {
+            return false;
+        }
+        for (const std::string::size_type end : {slash + 1, slash}) {
+            const Slot* slot = find(RunScope::Ahead::Links, path.substr(0, end));
+            if (slot != nullptr && slot->state.load(std::memory_order_acquire) == Taken && slot->linksRead) {
+                auto it = slot->targets.find(path.substr(slash + 1));
+                read = it != slot->targets.end();
+                if (read) {
+                    target = it->second;
+                }
+                return true;
+            }
+        }
+        return false;
     }
 
   private:
@@ -75,20 +106,26 @@ class ReadAhead {
         bool ok = false;
         std::string content;
         std::vector<DirEntry> entries;
+        bool linksRead = false;                                // Links: the targets below are complete
+        std::unordered_map<std::string, std::string> targets;  // Links: by name, the links read
     };
 
-    Slot* claim(RunScope::Ahead::Kind kind, const std::string& path) {
-        Slot* found = nullptr;
-        for (std::size_t i = 0; i < within_.size() && found == nullptr; ++i) {
+    Slot* find(RunScope::Ahead::Kind kind, const std::string& path) {
+        for (std::size_t i = 0; i < within_.size(); ++i) {
             const std::string& tail = within_[i].path;
             if (within_[i].kind == kind && path.size() > tail.size() &&
                 path.compare(path.size() - tail.size(), tail.size(), tail) == 0) {
                 auto base = index_.find(std::string_view(path).substr(0, path.size() - tail.size()));
                 if (base != index_.end()) {
-                    found = &slots_[base->second * within_.size() + i];
+                    return &slots_[base->second * within_.size() + i];
                 }
             }
         }
+        return nullptr;
+    }
+
+    Slot* claim(RunScope::Ahead::Kind kind, const std::string& path) {
+        Slot* found = find(kind, path);
         if (found == nullptr) {
             return nullptr;
         }
@@ -108,14 +145,15 @@ class ReadAhead {
         return &slot;
     }
 
-    void work() {
+    // Takes every kThreads-th directory from `first` on.
+    void work(std::size_t first) {
         // The entries of the directories this thread listed, by name: a file that its directory lists
         // as regular is read the shorter way, and one that it does not list is not tried, as the run's
         // own reads do.
         std::unordered_map<std::string, std::unordered_map<std::string, DirEntry::Type>> listed;
-        std::size_t at = 0;
-        for (const std::string& base : bases_) {
+        for (std::size_t b = first; b < bases_.size(); b += kThreads) {
             listed.clear();  // only the items below one directory look at each other's listings
+            std::size_t at = b * within_.size();
             for (const RunScope::Ahead& item : within_) {
                 Slot& slot = slots_[at++];
                 int state = Open;
@@ -125,7 +163,7 @@ class ReadAhead {
                 if (!slot.state.compare_exchange_strong(state, Reading, std::memory_order_acq_rel)) {
                     continue;
                 }
-                read(base + item.path, item.kind, listed, slot);
+                read(bases_[b] + item.path, item.kind, listed, slot);
                 slot.state.store(Done, std::memory_order_release);
             }
         }
@@ -134,6 +172,18 @@ class ReadAhead {
     void read(const std::string& path, RunScope::Ahead::Kind kind,
               std::unordered_map<std::string, std::unordered_map<std::string, DirEntry::Type>>& listed,
               Slot& slot) {
+        if (kind == RunScope::Ahead::Links) {
+            slot.ok = view_.listDirectory(path, slot.entries);
+            const std::string dir = path.empty() || path.back() == '/' ? path : path + "/";
+            for (const DirEntry& e : slot.entries) {
+                std::string target;
+                if (view_.readLink(dir + e.name, target, kLinkLimit)) {
+                    slot.targets.emplace(e.name, std::move(target));
+                }
+            }
+            slot.linksRead = true;
+            return;
+        }
         if (kind == RunScope::Ahead::Directory) {
             slot.ok = view_.listDirectory(path, slot.entries);
             if (slot.ok) {
@@ -162,7 +212,7 @@ class ReadAhead {
     std::unique_ptr<Slot[]> slots_;                            // within_.size() for each base, in order
     std::unordered_map<std::string_view, std::size_t> index_;  // into bases_
     std::atomic<bool> stop_{false};
-    std::thread worker_;
+    std::vector<std::thread> workers_;
 };
 
 }  // namespace
@@ -175,9 +225,11 @@ class RunScope::CachingView : public View {
 
     bool readFile(const std::string& path, std::string& content) override {
         bool read = false;
-        if (ahead_ && ahead_->takeFile(path, read, content)) {
-            noteRead(path, read);
-            return read;
+        for (const auto& ahead : ahead_) {
+            if (ahead->takeFile(path, read, content)) {
+                noteRead(path, read);
+                return read;
+            }
         }
         switch (known(path)) {
             case Known::Absent:
@@ -194,8 +246,8 @@ class RunScope::CachingView : public View {
     }
 
     void startReadAhead(std::vector<std::string> bases, std::vector<Ahead> within) {
-        if (!ahead_ && inner_.allowsConcurrentReads() && !bases.empty() && !within.empty()) {
-            ahead_ = std::make_unique<ReadAhead>(inner_, std::move(bases), std::move(within));
+        if (inner_.allowsConcurrentReads() && !bases.empty() && !within.empty()) {
+            ahead_.push_back(std::make_unique<ReadAhead>(inner_, std::move(bases), std::move(within)));
         }
     }
 
@@ -225,6 +277,12 @@ class RunScope::CachingView : public View {
 
     bool status(const std::string& path, FileStatus& st) override { return inner_.status(path, st); }
     bool readLink(const std::string& path, std::string& target, std::size_t limit) override {
+        bool read = false;
+        for (const auto& ahead : ahead_) {
+            if (limit == ReadAhead::kLinkLimit && ahead->takeLink(path, read, target)) {
+                return read;
+            }
+        }
         return inner_.readLink(path, target, limit);
     }
     bool fsStatus(const std::string& path, FsStatus& st) override { return inner_.fsStatus(path, st); }
@@ -308,7 +366,11 @@ class RunScope::CachingView : public View {
         if (it == listings_.end()) {
             it = listings_.emplace(path, Listing()).first;
             Listing& l = it->second;
-            if (!ahead_ || !ahead_->takeDirectory(path, l.listed, l.entries)) {
+            bool taken = false;
+            for (auto ahead = ahead_.begin(); ahead != ahead_.end() && !taken; ++ahead) {
+                taken = (*ahead)->takeDirectory(path, l.listed, l.entries);
+            }
+            if (!taken) {
                 l.listed = inner_.listDirectory(path, l.entries);
             }
         }
@@ -323,7 +385,7 @@ class RunScope::CachingView : public View {
 
     View& inner_;
     std::unordered_map<std::string, Listing> listings_;
-    std::unique_ptr<ReadAhead> ahead_;  // last: its thread ends before the members above go
+    std::vector<std::unique_ptr<ReadAhead>> ahead_;  // last: their threads end before the members above go
 };
 
 namespace {

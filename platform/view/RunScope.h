@@ -47,10 +47,11 @@ class RunScope {
     const std::vector<std::string>& unreadable() const;
     bool wasUnreadable(const std::string& path) const;
 
-    // Something a run is about to ask of the view below a directory: a file's content or a
-    // directory's listing; `path` is the rest of the path after the directory's ("" for itself).
+    // Something a run is about to ask of the view below a directory: a file's content, a directory's
+    // listing, or a directory's listing and the target of every link in it (read with the view's
+    // default length bound); `path` is the rest of the path after the directory's ("" for itself).
     struct Ahead {
-        enum Kind { File, Directory } kind;
+        enum Kind { File, Directory, Links } kind;
         std::string path;
     };
     // Starts reading the items `within` below each of `bases` (absolute paths without a final "/"),
@@ -60,8 +61,7 @@ class RunScope {
     // and an item asked for before the second thread reached it is read here as before. On a host
     // with thousands of devices most of a run's time goes to reading small files one after another;
     // this way the reading and the run's own work share the processors. Nothing happens outside a
-    // scope, for other views, or when the scope has a read-ahead already. The second thread ends, at
-    // the latest, with the scope.
+    // scope or for other views. The reading threads end, at the latest, with the scope.
     static void readAhead(std::vector<std::string> bases, std::vector<Ahead> within);
 
     class CachingView;
