@@ -25,6 +25,10 @@ class SharedView : public vessa::test::ScriptedView {
         count(path + "/");
         return ScriptedView::listDirectory(path, entries);
     }
+    bool readLink(const std::string& path, std::string& target, std::size_t limit) override {
+        count(path + "@");
+        return ScriptedView::readLink(path, target, limit);
+    }
     int asked(const std::string& what) {
         std::lock_guard<std::mutex> lock(mutex_);
         return asked_[what];
@@ -51,20 +55,24 @@ TEST(RunScope, ReadAheadAnswersAsTheViewWould) {
     view.files = {{"/sys/block/sda/dev", "8:0\n"},
                   {"/sys/block/sda/sda1/dev", "8:1\n"},
                   {"/sys/block/sdb/dev", "8:16\n"}};
-    view.dirs = {
-        {"/sys/block/sda", {"dev", "sda1"}}, {"/sys/block/sdb", {"dev"}}, {"/sys/block/sda/sda1", {"dev"}}};
+    view.dirs = {{"/sys/block/sda", {"dev", "sda1"}},
+                 {"/sys/block/sdb", {"dev"}},
+                 {"/sys/block/sda/sda1", {"dev"}},
+                 {"/dev/disk/by-id/", {"a", "plain"}}};
+    view.links = {{"/dev/disk/by-id/a", "../../sda"}};
     vessa::test::ScopedView scoped(std::move(owned));
     sys::RunScope scope;
     using Ahead = sys::RunScope::Ahead;
     sys::RunScope::readAhead({"/sys/block/sda", "/sys/block/sdb", "/sys/block/sdc"},
                              {{Ahead::Directory, ""}, {Ahead::File, "/dev"}, {Ahead::File, "/size"}});
-    // The second thread is done when it has asked for all it may: the sizes of sda and sdb are not in
-    // their listings, so not tried.
+    sys::RunScope::readAhead({"/dev/disk/by-id/"}, {{Ahead::Links, ""}});
+    // The reading threads are done when they have asked for all they may: the sizes of sda and sdb are
+    // not in their listings, so not tried; the alias directory is listed and each entry's link read.
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-    while (view.calls < 7 && std::chrono::steady_clock::now() < deadline) {
+    while (view.calls < 10 && std::chrono::steady_clock::now() < deadline) {
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
-    ASSERT_EQ(view.calls, 7);
+    ASSERT_EQ(view.calls, 10);
 
     const struct {
         const char* path;
@@ -82,6 +90,17 @@ TEST(RunScope, ReadAheadAnswersAsTheViewWould) {
     EXPECT_TRUE(sys::current().listDirectory("/sys/block/sda", entries));
     EXPECT_EQ(entries.size(), 2u);
     EXPECT_FALSE(sys::current().listDirectory("/sys/block/sdc", entries));
+    // Links: answered from memory once their directory's listing was taken, and only for the view's
+    // default length bound.
+    EXPECT_TRUE(sys::current().listDirectory("/dev/disk/by-id/", entries));
+    std::string target;
+    EXPECT_TRUE(sys::current().readLink("/dev/disk/by-id/a", target, 512));
+    EXPECT_EQ(target, "../../sda");
+    EXPECT_FALSE(sys::current().readLink("/dev/disk/by-id/plain", target, 512));
+    EXPECT_TRUE(sys::current().readLink("/dev/disk/by-id/a", target, 100));
+    EXPECT_EQ(view.asked("/dev/disk/by-id//"), 1);
+    EXPECT_EQ(view.asked("/dev/disk/by-id/a@"), 2);
+    EXPECT_EQ(view.asked("/dev/disk/by-id/plain@"), 1);
 
     // Each item was asked of the view once; the file read twice above only once more, by the run's
     // own reading after the read-ahead's answer was taken.
