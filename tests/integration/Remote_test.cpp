@@ -93,11 +93,13 @@ struct TestSshd {
             .setStdout(exec::LaunchProperty::Stream::Null)
             .setStderr(exec::LaunchProperty::Stream::Null);
         // The first process of a PID namespace of its own: when it ends, so does every session, and with
-        // them the shared connections on this side.
-        daemon = exec::Process::create(
-            "/usr/bin/unshare",
-            {"--pid", "--fork", "--kill-child", "/usr/sbin/sshd", "-D", "-e", "-f", t + "/sshd_config"},
-            launch);
+        // them the shared connections on this side. The namespace gets its own /proc, so that a program
+        // of a session sees itself there (the leak checker of a sanitized build stops its threads
+        // through it).
+        daemon = exec::Process::create("/usr/bin/unshare",
+                                       {"--pid", "--fork", "--kill-child", "--mount-proc", "/usr/sbin/sshd",
+                                        "-D", "-e", "-f", t + "/sshd_config"},
+                                       launch);
         for (int i = 0; i < 100 && !socketAt(port, false); ++i) {
             std::this_thread::sleep_for(std::chrono::milliseconds(50));
         }

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "platform/Exception.h"
+#include "support/Owned.h"
 #include "support/ScriptedView.h"
 #include "support/TestSupport.h"
 
@@ -68,7 +69,7 @@ TEST(DmTreeDev, ChildrenAttachToTheNearestShallowerNode) {
     EXPECT_EQ(DmTreeDev::parseMultipathList(
                   vessa::test::dataBody("dmsetup/hp3par-dmsetup-ls-target-multipath-comma.txt")),
               (std::map<std::string, std::pair<int, int>>{{"350002ac001dc0031", {253, 0}}}));
-    std::list<DmTreeDev*> roots;
+    vessa::test::Owned<DmTreeDev> roots;
     DmTreeDev::parseTree("mpatha (253:0)\n |- (8:16)\n `- (8:32)\nvg-lv (253:1)\n  `- (253:0)\n",
                          DmTreeDev::parseMultipathList("mpatha (253, 0)\n"), roots);
     EXPECT_EQ(dump(roots), "mpatha(253:0)*{device(8:16) device(8:32)} vg-lv(253:1){mpatha(253:0)*}");
@@ -79,7 +80,7 @@ TEST(DmTreeDev, ChildrenAttachToTheNearestShallowerNode) {
 // only: paths drawn behind a vertical bar start in column 1, so they attach beside their map, and the
 // drawing of their level is read as their name.
 TEST(DmTreeDev, RealMultipathTreeNamesItsMapsFromTheList) {
-    std::list<DmTreeDev*> roots;
+    vessa::test::Owned<DmTreeDev> roots;
     DmTreeDev::parseTree(vessa::test::dataBody("dmsetup/cn-dmsetup-ls-tree-hp-eva-cciss-multipath.txt"),
                          DmTreeDev::parseMultipathList(
                              vessa::test::dataBody("dmsetup/cn-dmsetup-ls-target-multipath-handmade.txt")),
@@ -105,7 +106,7 @@ TEST(DmTreeDev, ReaderLogsMatchesAndTheTreeAndMarksThePartitionOfAMap) {
         {true, 0, vessa::test::dataBody("dmsetup/handmade-dmsetup-ls-target-multipath-tab.txt")},
         {true, 0, vessa::test::dataBody("dmsetup/handmade-dmsetup-ls-tree-kpartx-partition-on-mpath.txt")});
     vessa::test::LogCapture log;
-    std::list<DmTreeDev*> roots;
+    vessa::test::Owned<DmTreeDev> roots;
     ASSERT_TRUE(DmTreeDev::readDmTree(roots, nullptr));
     EXPECT_TRUE(log.hasMessage("Adding \"mpatha\" @ (253:0)"));
     EXPECT_TRUE(log.hasMessage("Matched device (253:0)  with mpatha (253:0)"));
@@ -140,7 +141,7 @@ TEST(DmTreeDev, ReaderRunsDmsetupTwice) {
     for (const auto& [listStarts, treeStatus, treeStarts, tree] : cases) {
         auto scoped = dmsetup({listStarts, 0, "mpatha\t(253:0)\n"},
                               {treeStarts, treeStatus, "mpatha (253:0)\n |- (8:16)\n"});
-        std::list<DmTreeDev*> roots;
+        vessa::test::Owned<DmTreeDev> roots;
         EXPECT_TRUE(DmTreeDev::readDmTree(roots, nullptr));
         EXPECT_EQ(dump(roots), tree);
     }
@@ -154,7 +155,7 @@ TEST(DmTreeDev, PartitionExclusionForANodeRootingANamesakeMultipath) {
         {"other", true, 0},
         {"mpatha1", false, 0}};
     for (const auto& [child, multipath, ex] : cases) {
-        std::list<DmTreeDev*> roots;
+        vessa::test::Owned<DmTreeDev> roots;
         std::map<std::string, std::pair<int, int>> mp;
         if (multipath) {
             mp[child] = {253, 1};
@@ -163,7 +164,7 @@ TEST(DmTreeDev, PartitionExclusionForANodeRootingANamesakeMultipath) {
         EXPECT_EQ(exclusionsOf(roots.front(), false, false), ex) << child;
     }
     // Down the tree from the top: the child's own check is made too.
-    std::list<DmTreeDev*> roots;
+    vessa::test::Owned<DmTreeDev> roots;
     DmTreeDev::parseTree("top (253:9)\n `- mpatha (253:0)\n    `- mpatha1 (253:1)\n", {{"mpatha1", {253, 1}}},
                          roots);
     vessa::test::LogCapture log;

@@ -4,6 +4,7 @@
 #include "lin/FsTableEntry.h"
 #include "lin/MTableEntry.h"
 #include "lin/Partition.h"
+#include "support/Owned.h"
 #include "support/ScriptedView.h"
 #include "support/TestSupport.h"
 
@@ -26,7 +27,7 @@ std::vector<std::string> mountPoints(const std::list<MTableEntry*>& list) {
 
 TEST(MTableEntry, WhatIsKeptAndWhy) {
     vessa::test::LogCapture log;
-    std::list<MTableEntry*> list;
+    vessa::test::Owned<MTableEntry> list;
     MTableEntry::parse(
         "/dev/sda1 / ext4 rw 0 0\n# comment\n\nproc /proc proc rw 0 0\ntmpfs /run tmpfs rw 0 0\n"
         "server:/export /mnt/nfs nfs4 rw 0 0\n//srv/share /mnt/cifs cifs rw 0 0\n"
@@ -42,13 +43,13 @@ TEST(MTableEntry, WhatIsKeptAndWhy) {
     EXPECT_TRUE(log.hasMessage("Found /dev/sdr, but could not read from it."));
     EXPECT_TRUE(log.hasMessage("Adding drive server:/export"));
     EXPECT_TRUE(log.hasMessage("Filesystem \"/dev/sda1\" mounted at \"/\" formatted as ext4"));
-    list.clear();
-    MTableEntry::parse(vessa::test::dataBody("mounts/libstorage-proc-mounts-octal-escape.txt"), list,
+    vessa::test::Owned<MTableEntry> real;
+    MTableEntry::parse(vessa::test::dataBody("mounts/libstorage-proc-mounts-octal-escape.txt"), real,
                        [](const std::string&) { return true; });
-    EXPECT_EQ(mountPoints(list), (std::vector<std::string>{"/data", "/test/mountpoint with spaces"}));
+    EXPECT_EQ(mountPoints(real), (std::vector<std::string>{"/data", "/test/mountpoint with spaces"}));
     vessa::test::ScopedView scoped(std::make_unique<vessa::test::ScriptedView>());
-    EXPECT_FALSE(MTableEntry::readMTab(list, nullptr));  // no table at all
-    EXPECT_EQ(list.size(), 2u);
+    EXPECT_FALSE(MTableEntry::readMTab(real, nullptr));  // no table at all
+    EXPECT_EQ(real.size(), 2u);
 }
 
 TEST(MountTables, ExclusionsByExactMountPoint) {
@@ -77,7 +78,7 @@ TEST(FsTableEntry, ColumnsSplitAtBlanksOnlyAndMountPointsAreQueried) {
     view->dirs["/boot"] = {};
     vessa::test::ScopedView scoped(std::move(view));
     vessa::test::LogCapture log;
-    std::list<FsTableEntry*> list;
+    vessa::test::Owned<FsTableEntry> list;
     FsTableEntry::parse(
         "# /etc/fstab\nUUID=1234-ABCD /boot vfat defaults 0 2\n/dev/sda1   /   ext4   defaults 1 1\n"
         "/dev/sda3\t/data\text4\tdefaults\t0 0\n/dev/sda2 swap swap defaults 0 0\nLABEL=x\n",
