@@ -260,6 +260,14 @@ class RunScope::CachingView : public View {
     bool entryTypes(const std::string& directory, const std::string& loweredName,
                     std::vector<DirEntry::Type>& types) override {
         Listing& l = listing(directory);
+        if (l.entries.size() < kIndexFrom) {
+            for (const DirEntry& e : l.entries) {
+                if (equalLowered(e.name, loweredName)) {
+                    types.push_back(e.type);
+                }
+            }
+            return l.listed;
+        }
         if (!l.indexed) {
             l.byLoweredName.reserve(l.entries.size());
             for (const DirEntry& e : l.entries) {
@@ -348,17 +356,46 @@ class RunScope::CachingView : public View {
 
     // What the listing of the directory that ends at `slash` says of the next name of `path`.
     static Known lookUp(Listing& l, const std::string& path, std::string::size_type slash) {
-        if (l.byName.empty() && !l.entries.empty()) {
-            for (const DirEntry& e : l.entries) {
-                l.byName.emplace(e.name, e.type);
-            }
-        }
         const std::string::size_type end = path.find('/', slash + 1);
-        auto entry = l.byName.find(path.substr(slash + 1, end == std::string::npos ? end : end - slash - 1));
-        if (entry == l.byName.end()) {
+        const std::string_view name =
+            std::string_view(path).substr(slash + 1, end == std::string::npos ? end : end - slash - 1);
+        const DirEntry::Type* type = nullptr;
+        if (l.entries.size() < kIndexFrom) {
+            for (const DirEntry& e : l.entries) {
+                type = e.name == name ? &e.type : type;
+            }
+        } else {
+            if (l.byName.empty()) {
+                for (const DirEntry& e : l.entries) {
+                    l.byName.emplace(e.name, e.type);
+                }
+            }
+            auto entry = l.byName.find(std::string(name));
+            type = entry == l.byName.end() ? nullptr : &entry->second;
+        }
+        if (type == nullptr) {
             return Known::Absent;
         }
-        return end == std::string::npos && entry->second == DirEntry::File ? Known::Regular : Known::Unknown;
+        return end == std::string::npos && *type == DirEntry::File ? Known::Regular : Known::Unknown;
+    }
+
+    // Listings shorter than this are searched entry by entry: the thousands of small directories of a
+    // large host (a device's own, its holders) would otherwise each carry name tables of their own.
+    static constexpr std::size_t kIndexFrom = 32;
+
+    // Whether `name` lower-cased is `lowered`, as util::str::toLower lowers (ASCII letters only).
+    static bool equalLowered(const std::string& name, const std::string& lowered) {
+        if (name.size() != lowered.size()) {
+            return false;
+        }
+        for (std::size_t i = 0; i < name.size(); ++i) {
+            const char c =
+                name[i] >= 'A' && name[i] <= 'Z' ? static_cast<char>(name[i] - 'A' + 'a') : name[i];
+            if (c != lowered[i]) {
+                return false;
+            }
+        }
+        return true;
     }
 
     Listing& listing(const std::string& path) {

@@ -6,6 +6,7 @@
 #include <chrono>
 #include <mutex>
 #include <thread>
+#include <tuple>
 
 #include "support/ScriptedView.h"
 
@@ -60,6 +61,10 @@ TEST(RunScope, ReadAheadAnswersAsTheViewWould) {
                  {"/sys/block/sda/sda1", {"dev"}},
                  {"/dev/disk/by-id/", {"a", "plain"}}};
     view.links = {{"/dev/disk/by-id/a", "../../sda"}};
+    view.dirs["/short"] = {"Holders", "x"};
+    for (int i = 0; i < 40; ++i) {
+        view.dirs["/long"].push_back("N" + std::to_string(i));
+    }
     vessa::test::ScopedView scoped(std::move(owned));
     sys::RunScope scope;
     using Ahead = sys::RunScope::Ahead;
@@ -111,4 +116,13 @@ TEST(RunScope, ReadAheadAnswersAsTheViewWould) {
     EXPECT_EQ(view.asked("/sys/block/sda/dev"), 2);
     EXPECT_EQ(view.asked("/sys/block/sdb/size"), 0);
     EXPECT_EQ(scope.unreadable(), (std::vector<std::string>{"/sys/block/sdb/size", "/sys/block/sdc/dev"}));
+
+    // Names are looked up lower-cased, in a short listing entry by entry and in a long one by index.
+    for (const auto& [directory, name, found] :
+         {std::make_tuple("/short", "holders", 1u), std::make_tuple("/short", "holder", 0u),
+          std::make_tuple("/long", "n37", 1u), std::make_tuple("/long", "n40", 0u)}) {
+        std::vector<sys::DirEntry::Type> types;
+        sys::current().entryTypes(directory, name, types);
+        EXPECT_EQ(types.size(), found) << directory << " " << name;
+    }
 }
