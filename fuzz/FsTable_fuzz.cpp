@@ -32,11 +32,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     for (FsTableEntry* entry : entries) {
         require(!entry->flag() || entry->mountPoint() == "/" || entry->mountPoint() == "/boot",
                 "only a mount point that answered is queried");
-        vessa::target::Storage::exclusions ex = 0;
-        entry->getExclusions(ex);
-        std::map<std::string, vessa::target::Property> properties;
-        entry->addProperties("fuzz ", properties);
-        delete entry;
+        vessa::fuzz::publishAndFree(entry);
     }
     return 0;
 }

@@ -20,6 +20,7 @@
 
 #include "platform/Log.h"
 #include "platform/Str.h"
+#include "platform/hax/Hax.h"
 #include "platform/view/SystemView.h"
 #include "support/ScriptedView.h"
 #include "target/Property.h"
@@ -59,6 +60,20 @@ inline vessa::test::ScriptedView& scriptedView() {
     return ref;
 }
 
+// For targets that parse what a host says of itself: the local agent over a fresh scripted view, in
+// which the launcher has no recording, so that a Host made from it learns nothing by itself. Made
+// once per process and kept to its end.
+struct LocalAgent {
+    vessa::test::ScriptedView* view = nullptr;
+    vessa::hax::Host* agent = nullptr;
+};
+inline LocalAgent localAgent() {
+    LocalAgent local;
+    local.view = &scriptedView();
+    local.agent = new vessa::hax::Host(vessa::hax::Host::named("127.0.0.1", false));
+    return local;
+}
+
 // The lines std::getline reads from `s`.
 inline std::size_t lineCount(const std::string& s) {
     std::size_t n = 0;
@@ -67,6 +82,16 @@ inline std::size_t lineCount(const std::string& s) {
         start = nl == std::string::npos ? s.size() : nl + 1;
     }
     return n;
+}
+
+// Asks a record for its exclusions and properties, as a run does, then frees it.
+template <class T>
+void publishAndFree(T* record) {
+    vessa::target::Storage::exclusions ex = 0;
+    record->getExclusions(ex);
+    std::map<std::string, vessa::target::Property> properties;
+    record->addProperties("fuzz ", properties);
+    delete record;
 }
 
 // Parses `input` with `T::parse`, publishes every record and frees it. Text that is not a number
@@ -82,11 +107,7 @@ void parseLvmDisplay(const std::string& input) {
     }
     for (T* record : records) {
         require(!record->name().empty(), "a record is only made for a name");
-        std::map<std::string, vessa::target::Property> properties;
-        record->addProperties("fuzz ", properties);
-        vessa::target::Storage::exclusions ex = 0;
-        record->getExclusions(ex);
-        delete record;
+        publishAndFree(record);
     }
 }
 

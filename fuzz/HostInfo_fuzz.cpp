@@ -1,15 +1,13 @@
 // Fuzzes the host-description parser: the environment tool's "key=value" lines.
 // Seeds: fuzz/corpus/HostInfo
 #include "fuzz/FuzzSupport.h"
-#include "platform/hax/Hax.h"
 #include "target/Host.h"
 
 using vessa::fuzz::require;
 
 namespace {
 
-vessa::hax::Host* agent = nullptr;
-vessa::test::ScriptedView* view = nullptr;
+vessa::fuzz::LocalAgent local;
 
 bool trimmed(const std::string& s) {
     return s == vessa::util::str::trim(s);
@@ -19,15 +17,14 @@ bool trimmed(const std::string& s) {
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
     vessa::fuzz::discardLog();
-    view = &vessa::fuzz::scriptedView();  // the launcher has no recording: a new Host learns nothing
-    agent = new vessa::hax::Host(vessa::hax::Host::named("127.0.0.1", false));
+    local = vessa::fuzz::localAgent();
     return 0;
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const std::string input = vessa::fuzz::text(data, size);
-    view->ran.clear();
-    vessa::target::Host host(*agent);
+    local.view->ran.clear();
+    vessa::target::Host host(*local.agent);
     host.parseHostInfo(input);
     const struct {
         const char* key;

@@ -4,7 +4,6 @@
 #include <sstream>
 
 #include "fuzz/FuzzSupport.h"
-#include "platform/hax/Hax.h"
 #include "target/Host.h"
 
 using vessa::fuzz::require;
@@ -12,8 +11,7 @@ using vessa::target::Storage;
 
 namespace {
 
-vessa::hax::Host* agent = nullptr;
-vessa::test::ScriptedView* view = nullptr;
+vessa::fuzz::LocalAgent local;
 std::size_t progressCalls = 0;
 
 void countProgress(int percent, std::string) {
@@ -25,15 +23,14 @@ void countProgress(int percent, std::string) {
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
     vessa::fuzz::discardLog();
-    view = &vessa::fuzz::scriptedView();  // the launcher has no recording: a new Host learns nothing
-    agent = new vessa::hax::Host(vessa::hax::Host::named("127.0.0.1", false));
+    local = vessa::fuzz::localAgent();
     return 0;
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const std::string input = vessa::fuzz::text(data, size);
-    view->ran.clear();
-    vessa::target::Host host(*agent);
+    local.view->ran.clear();
+    vessa::target::Host host(*local.agent);
     // Half the inputs come from a host of the other separator convention.
     host.parseHostInfo(size % 2 ? "build.os=win" : "build.os=linux");
     std::istringstream listing(input);

@@ -31,11 +31,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     MTableEntry::parse(input, entries, evenLength);
     require(entries.size() <= lines.size(), "at most one entry a mount line");
     for (MTableEntry* entry : entries) {
-        vessa::target::Storage::exclusions ex = 0;
-        entry->getExclusions(ex);
-        std::map<std::string, vessa::target::Property> properties;
-        entry->addProperties("fuzz ", properties);
-        delete entry;
+        vessa::fuzz::publishAndFree(entry);
     }
     return 0;
 }
