@@ -25,6 +25,7 @@
 #include "cli/Capture.h"
 #include "cli/ErrorText.h"
 #include "cli/Fleet.h"
+#include "cli/Heap.h"
 #include "cli/ListOutput.h"
 #include "platform/Exception.h"
 #include "platform/hax/SshTransport.h"
@@ -348,6 +349,7 @@ int capture(const Options& o) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    vessa::cli::preferLargePages();
     CLI::App app{"Discover this machine's storage and which of it may be destroyed by testing."};
     app.set_version_flag("--version", std::string("vessa-storage ") + VESSA_VERSION);
     app.require_subcommand(1, 1);
