@@ -7,23 +7,12 @@
 #include <benchmark/benchmark.h>
 
 #include <cstdint>
-#include <filesystem>
-#include <fstream>
 #include <map>
 #include <memory>
 
-#include "lin/DeviceLink.h"
-#include "lin/DiskBy.h"
-#include "lin/DmTreeDev.h"
-#include "lin/FsTableEntry.h"
-#include "lin/LogicalVolume.h"
-#include "lin/MTableEntry.h"
-#include "lin/PhysicalVolume.h"
-#include "lin/ProcPartition.h"
-#include "lin/SysBlock.h"
-#include "lin/VolumeGroup.h"
+#include "bench/SanSnapshot.h"
+#include "lin/RunRecords.h"
 #include "lin/lin.h"
-#include "platform/Process.h"
 #include "platform/view/SystemView.h"
 #include "target/Host.h"
 
@@ -31,39 +20,16 @@ namespace {
 
 using namespace vessa::target::lin;
 
-// Every record of one snapshot. Kept for the whole benchmark run; the process ends with them.
-struct Records {
-    std::list<ProcPartition*> procPartitions;
-    std::list<SysBlock*> sysBlocks;
-    std::list<DmTreeDev*> dmDevs;
-    std::list<PhysicalVolume*> physicalVolumes;
-    std::list<LogicalVolume*> logicalVolumes;
-    std::list<VolumeGroup*> volumeGroups;
-    std::list<FsTableEntry*> fsTableEntries;
-    std::list<MTableEntry*> mTableEntries;
-    std::list<DiskBy*> diskBys;
-};
-
-Records& records(int luns) {
-    static std::map<int, std::unique_ptr<Records>> cache;
-    std::unique_ptr<Records>& r = cache[luns];
+// Every record of one snapshot, read once and kept for the whole benchmark run.
+RunRecords& records(int luns) {
+    static std::map<int, std::unique_ptr<RunRecords>> cache;
+    std::unique_ptr<RunRecords>& r = cache[luns];
     if (r) {
         return *r;
     }
-    const std::string dir =
-        (std::filesystem::temp_directory_path() / ("vessa-bench-san-" + std::to_string(luns))).string();
-    if (!std::filesystem::exists(dir + "/.made")) {
-        std::string out;
-        vessa::sal::exec::runCaptured("python3",
-                                      {std::string(VESSA_SOURCE_DIR) + "/bench/san_snapshot.py", dir,
-                                       "--luns", std::to_string(luns), "--seed", "1"},
-                                      out);
-        std::filesystem::create_directories(dir);
-        std::ofstream(dir + "/.made");
-    }
-    vessa::sal::sys::useRoot(dir);
+    vessa::sal::sys::useRoot(vessa::bench::sanSnapshot(luns));
     std::unique_ptr<vessa::target::Host> host(vessa::target::Host::named("127.0.0.1", false));
-    r = std::make_unique<Records>();
+    r = std::make_unique<RunRecords>();
     ProcPartition::readProcPartitions(r->procPartitions);
     SysBlock::readSysFs(r->sysBlocks, r->procPartitions, host.get());
     DmTreeDev::readDmTree(r->dmDevs, host.get());
@@ -77,7 +43,7 @@ Records& records(int luns) {
 }
 
 // The matchers give unnamed tree nodes their device's name; building again finds them named.
-std::list<DeviceLink*> buildLinks(Records& r) {
+std::list<DeviceLink*> buildLinks(RunRecords& r) {
     std::list<DeviceLink*> links;
     for (ProcPartition* p : r.procPartitions) {
         links.push_back(new DeviceLink(p, r.sysBlocks, r.dmDevs, r.physicalVolumes, r.logicalVolumes,
@@ -100,13 +66,13 @@ void count(const DmTreeDev* d, long& sum) {
     }
 }
 
-void setCounters(benchmark::State& state, const Records& r) {
+void setCounters(benchmark::State& state, const RunRecords& r) {
     state.counters["devices"] = static_cast<double>(r.procPartitions.size());
     state.SetComplexityN(static_cast<std::int64_t>(r.procPartitions.size()));
 }
 
 void BM_Baseline_OnePassOverRecords(benchmark::State& state) {
-    Records& r = records(static_cast<int>(state.range(0)));
+    RunRecords& r = records(static_cast<int>(state.range(0)));
     for (auto _ : state) {
         long sum = 0;
         for (const ProcPartition* p : r.procPartitions) {
@@ -145,7 +111,7 @@ void BM_Baseline_OnePassOverRecords(benchmark::State& state) {
 }
 
 void BM_BuildLinks(benchmark::State& state) {
-    Records& r = records(static_cast<int>(state.range(0)));
+    RunRecords& r = records(static_cast<int>(state.range(0)));
     for (auto _ : state) {
         std::list<DeviceLink*> links = buildLinks(r);
         state.PauseTiming();
@@ -156,7 +122,7 @@ void BM_BuildLinks(benchmark::State& state) {
 }
 
 void BM_CleanLinks(benchmark::State& state) {
-    Records& r = records(static_cast<int>(state.range(0)));
+    RunRecords& r = records(static_cast<int>(state.range(0)));
     for (auto _ : state) {
         state.PauseTiming();
         std::list<DeviceLink*> links = buildLinks(r);
@@ -171,7 +137,7 @@ void BM_CleanLinks(benchmark::State& state) {
 }
 
 void BM_MakeUnique(benchmark::State& state) {
-    Records& r = records(static_cast<int>(state.range(0)));
+    RunRecords& r = records(static_cast<int>(state.range(0)));
     for (auto _ : state) {
         state.PauseTiming();
         std::list<DeviceLink*> links = buildLinks(r);

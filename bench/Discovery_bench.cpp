@@ -5,33 +5,16 @@
 // for whole processes, beside lsblk and the floor).
 #include <benchmark/benchmark.h>
 
-#include <filesystem>
-#include <fstream>
 #include <memory>
 
-#include "platform/Process.h"
+#include "bench/SanSnapshot.h"
 #include "platform/view/SystemView.h"
 #include "target/Host.h"
 
 namespace {
 
-std::string snapshot(int luns) {
-    const std::string dir =
-        (std::filesystem::temp_directory_path() / ("vessa-bench-san-" + std::to_string(luns))).string();
-    if (!std::filesystem::exists(dir + "/.made")) {
-        std::string out;
-        vessa::sal::exec::runCaptured("python3",
-                                      {std::string(VESSA_SOURCE_DIR) + "/bench/san_snapshot.py", dir,
-                                       "--luns", std::to_string(luns), "--seed", "1"},
-                                      out);
-        std::filesystem::create_directories(dir);
-        std::ofstream(dir + "/.made");
-    }
-    return dir;
-}
-
 void BM_ReadSources(benchmark::State& state) {
-    vessa::sal::sys::useRoot(snapshot(static_cast<int>(state.range(0))));
+    vessa::sal::sys::useRoot(vessa::bench::sanSnapshot(static_cast<int>(state.range(0))));
     for (auto _ : state) {
         std::string text;
         vessa::sal::sys::View& view = vessa::sal::sys::current();
@@ -50,7 +33,7 @@ void BM_ReadSources(benchmark::State& state) {
 }
 
 void BM_Discover(benchmark::State& state) {
-    vessa::sal::sys::useRoot(snapshot(static_cast<int>(state.range(0))));
+    vessa::sal::sys::useRoot(vessa::bench::sanSnapshot(static_cast<int>(state.range(0))));
     for (auto _ : state) {
         std::unique_ptr<vessa::target::Host> host(vessa::target::Host::named("127.0.0.1", false));
         host->fill(vessa::target::Storage::allStorage, nullptr, false, {});

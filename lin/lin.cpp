@@ -19,6 +19,7 @@
 #include "lin/PhysicalVolume.h"
 #include "lin/ProcPartition.h"
 #include "lin/RecordIndex.h"
+#include "lin/RunRecords.h"
 #include "lin/SysBlock.h"
 #include "lin/VolumeGroup.h"
 #include "platform/Exception.h"
@@ -37,51 +38,6 @@ std::uint64_t numbersKey(int major, int minor) {
 namespace {
 
 constexpr const char* kUnit = "lin/lin";
-
-// Every record and link of one run. The links point into the records, so both live until the run's
-// items are made; the items are self-contained copies, and the run frees everything on its way out.
-struct RunRecords {
-    std::list<ProcPartition*> procPartitions;
-    std::list<SysBlock*> sysBlocks;
-    std::list<DmTreeDev*> dmDevs;
-    std::list<PhysicalVolume*> physicalVolumes;
-    std::list<LogicalVolume*> logicalVolumes;
-    std::list<VolumeGroup*> volumeGroups;
-    std::list<FsTableEntry*> fsTableEntries;
-    std::list<MTableEntry*> mTableEntries;
-    std::list<DiskBy*> diskBys;
-    std::list<DeviceLink*> allLinks;
-
-    static void freeDmTree(DmTreeDev* d) {
-        for (DmTreeDev* c : d->children()) {
-            freeDmTree(c);
-        }
-        delete d;
-    }
-    template <class T>
-    static void freeAll(std::list<T*>& list) {
-        for (T* t : list) {
-            delete t;
-        }
-    }
-    ~RunRecords() {
-        freeAll(allLinks);
-        freeAll(procPartitions);
-        for (SysBlock* s : sysBlocks) {
-            s->releaseRelated();
-            delete s;
-        }
-        for (DmTreeDev* d : dmDevs) {
-            freeDmTree(d);
-        }
-        freeAll(physicalVolumes);
-        freeAll(logicalVolumes);
-        freeAll(volumeGroups);
-        freeAll(fsTableEntries);
-        freeAll(mTableEntries);
-        freeAll(diskBys);
-    }
-};
 
 // Runs one reader with its check line and its count line. A reader that stops on data it cannot
 // understand keeps what it read before; the run logs the exception, notes the source as failed and

@@ -13,36 +13,63 @@
 #include <cstdio>
 #include <cstring>
 #include <fstream>
+#include <limits>
 #include <sstream>
 
 namespace vessa::sal::posix {
+
+bool readOpenFile(int fd, const struct stat64& st, std::string& content, std::size_t limit, bool* cut) {
+    std::string data;
+    data.resize(std::min<std::size_t>(static_cast<std::size_t>(std::max<off64_t>(st.st_size, 0)), limit) + 1);
+    std::size_t got = 0;
+    bool more = false;
+    for (;;) {
+        if (got == data.size()) {
+            if (got > limit) {
+                more = true;
+                break;
+            }
+            data.resize(std::min(limit + 1, data.size() * 2 + 4096));
+        }
+        const ssize_t n = ::read(fd, &data[got], data.size() - got);
+        if (n < 0) {
+            if (errno == EINTR) {
+                continue;
+            }
+            return false;
+        }
+        if (n == 0) {
+            break;
+        }
+        got += static_cast<std::size_t>(n);
+        // A regular file reads short only at its end: once the size stat gave is reached, no further
+        // read is needed to see the end.
+        if (got == static_cast<std::size_t>(std::max<off64_t>(st.st_size, 0)) && got < data.size()) {
+            break;
+        }
+    }
+    if (got > limit) {
+        more = true;
+        got = limit;
+    }
+    data.resize(got);
+    content = std::move(data);
+    if (cut != nullptr) {
+        *cut = more;
+    }
+    return true;
+}
 
 bool readWhole(const std::string& realPath, std::string& content) {
     const int fd = ::open(realPath.c_str(), O_RDONLY | O_CLOEXEC);
     if (fd < 0) {
         return false;
     }
-    std::string data;
-    char buffer[8192];
-    for (;;) {
-        const ssize_t n = ::read(fd, buffer, sizeof buffer);
-        if (n < 0 && errno == EINTR) {
-            continue;
-        }
-        if (n < 0) {
-            // A file that opens but cannot be read (a directory, a write-only attribute) counts as
-            // unreadable.
-            ::close(fd);
-            return false;
-        }
-        if (n == 0) {
-            break;
-        }
-        data.append(buffer, static_cast<std::size_t>(n));
-    }
+    struct stat64 st;
+    const bool read = ::fstat64(fd, &st) == 0 &&
+                      readOpenFile(fd, st, content, std::numeric_limits<std::size_t>::max() - 1, nullptr);
     ::close(fd);
-    content = std::move(data);
-    return true;
+    return read;
 }
 
 bool listOpenDirectory(int fd, std::vector<sys::DirEntry>& entries) {
@@ -109,12 +136,7 @@ bool status(const std::string& realPath, sys::FileStatus& st) {
     if (::stat64(realPath.c_str(), &s) != 0) {
         return false;
     }
-    st = sys::FileStatus();
-    st.isDirectory = S_ISDIR(s.st_mode);
-    st.isRegular = S_ISREG(s.st_mode);
-    st.isBlockDevice = S_ISBLK(s.st_mode);
-    st.size = static_cast<long long>(s.st_size);
-    st.blockSize = static_cast<long long>(s.st_blksize);
+    st = fileStatusOf(s);
     if (st.isBlockDevice) {
         int fd = ::open(realPath.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
         if (fd >= 0) {
@@ -136,6 +158,16 @@ bool readLink(const std::string& realPath, std::string& target, std::size_t limi
     }
     target.assign(buffer.data(), static_cast<std::size_t>(n));
     return true;
+}
+
+sys::FileStatus fileStatusOf(const struct stat64& s) {
+    sys::FileStatus st;
+    st.isDirectory = S_ISDIR(s.st_mode);
+    st.isRegular = S_ISREG(s.st_mode);
+    st.isBlockDevice = S_ISBLK(s.st_mode);
+    st.size = static_cast<long long>(s.st_size);
+    st.blockSize = static_cast<long long>(s.st_blksize);
+    return st;
 }
 
 sys::FsStatus fsStatusOf(const struct statfs64& s) {

@@ -208,53 +208,6 @@ int RootedFiles::openPortable(const std::string& path, int flags) const {
     return fd;
 }
 
-namespace {
-
-// Reads an open regular file to its end, at most `limit` bytes.
-bool readOpened(int fd, const struct stat64& st, std::string& content, std::size_t limit, bool* cut) {
-    std::string data;
-    data.resize(std::min<std::size_t>(static_cast<std::size_t>(std::max<off64_t>(st.st_size, 0)), limit) + 1);
-    std::size_t got = 0;
-    bool more = false;
-    for (;;) {
-        if (got == data.size()) {
-            if (got > limit) {
-                more = true;
-                break;
-            }
-            data.resize(std::min(limit + 1, data.size() * 2 + 4096));
-        }
-        const ssize_t n = ::read(fd, &data[got], data.size() - got);
-        if (n < 0) {
-            if (errno == EINTR) {
-                continue;
-            }
-            return false;
-        }
-        if (n == 0) {
-            break;
-        }
-        got += static_cast<std::size_t>(n);
-        // A regular file reads short only at its end (a snapshot file is nothing else): the size stat
-        // gave is reached, no further read is needed to see the end.
-        if (got == static_cast<std::size_t>(std::max<off64_t>(st.st_size, 0)) && got < data.size()) {
-            break;
-        }
-    }
-    if (got > limit) {
-        more = true;
-        got = limit;
-    }
-    data.resize(got);
-    content = std::move(data);
-    if (cut != nullptr) {
-        *cut = more;
-    }
-    return true;
-}
-
-}  // namespace
-
 bool RootedFiles::readFile(const std::string& path, std::string& content, std::size_t limit,
                            bool* cut) const {
     // Look first, through a descriptor that opens nothing; then open for reading and make sure the
@@ -278,7 +231,7 @@ bool RootedFiles::readFile(const std::string& path, std::string& content, std::s
         errno = EINVAL;
         return false;
     }
-    return readOpened(fd.get(), opened, content, limit, cut);
+    return readOpenFile(fd.get(), opened, content, limit, cut);
 }
 
 bool RootedFiles::readListedFile(const std::string& path, std::string& content, std::size_t limit,
@@ -292,7 +245,7 @@ bool RootedFiles::readListedFile(const std::string& path, std::string& content, 
         errno = EINVAL;
         return false;
     }
-    return readOpened(fd.get(), opened, content, limit, cut);
+    return readOpenFile(fd.get(), opened, content, limit, cut);
 }
 
 bool RootedFiles::listDirectory(const std::string& path, std::vector<sys::DirEntry>& entries) const {
@@ -306,12 +259,7 @@ bool RootedFiles::status(const std::string& path, sys::FileStatus& st) const {
     if (fd.get() < 0 || ::fstat64(fd.get(), &s) != 0) {
         return false;
     }
-    st = sys::FileStatus();
-    st.isDirectory = S_ISDIR(s.st_mode);
-    st.isRegular = S_ISREG(s.st_mode);
-    st.isBlockDevice = S_ISBLK(s.st_mode);
-    st.size = static_cast<long long>(s.st_size);
-    st.blockSize = static_cast<long long>(s.st_blksize);
+    st = fileStatusOf(s);
     return true;
 }
 

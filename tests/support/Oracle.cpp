@@ -6,17 +6,8 @@
 #include <utility>
 
 #include "lin/DeviceLink.h"
-#include "lin/DiskBy.h"
-#include "lin/DmTreeDev.h"
-#include "lin/FsTableEntry.h"
-#include "lin/LogicalVolume.h"
-#include "lin/MTableEntry.h"
-#include "lin/PhysicalVolume.h"
-#include "lin/ProcPartition.h"
-#include "lin/SysBlock.h"
-#include "lin/VolumeGroup.h"
+#include "lin/RunRecords.h"
 #include "platform/Log.h"
-#include "support/Owned.h"
 
 namespace vessa::test::oracle {
 
@@ -29,21 +20,6 @@ namespace {
 // The oracle writes its lines as the run it stands in for, so that the two logs can be compared.
 constexpr const char* kUnit = "lin/lin";
 constexpr unsigned int kTimeout = 1;  // seconds, the inquiry timeout of a run without arguments
-
-// Each list frees its records with the run, trees through their own links (support/Owned.h); the
-// links go first, as they point into the others.
-struct Records {
-    Owned<ProcPartition> procPartitions;
-    Owned<SysBlock> sysBlocks;
-    Owned<DmTreeDev> dmDevs;
-    Owned<PhysicalVolume> physicalVolumes;
-    Owned<LogicalVolume> logicalVolumes;
-    Owned<VolumeGroup> volumeGroups;
-    Owned<FsTableEntry> fsTableEntries;
-    Owned<MTableEntry> mTableEntries;
-    Owned<DiskBy> diskBys;
-    Owned<DeviceLink> links;
-};
 
 // Runs `reader(list, args...)` between its check line and its count line. A source that cannot be
 // understood ends the oracle's run (the snapshots it is compared on have none).
@@ -214,7 +190,7 @@ unsigned int getLocalStorage(Host* host, Storage::storageType type,
     VESSA_TRACE(kUnit, "GetStorage");
     std::unique_ptr<Host> localHost(Host::named("127.0.0.1", false));
     Host* lh = localHost.get();
-    Records r;
+    RunRecords r;
     readSource("CHECK /proc/partions", " items from /proc/partitions", r.procPartitions,
                ProcPartition::readProcPartitions);
     readSource("CHECK /sys/block", " items from /sys/block/...", r.sysBlocks, SysBlock::readSysFs,
@@ -232,10 +208,10 @@ unsigned int getLocalStorage(Host* host, Storage::storageType type,
 
     // Every record of every source is offered to every link's matchers.
     for (ProcPartition* p : r.procPartitions) {
-        r.links.push_back(new DeviceLink(p, r.sysBlocks, r.dmDevs, r.physicalVolumes, r.logicalVolumes,
-                                         r.volumeGroups, r.fsTableEntries, r.mTableEntries, r.diskBys));
+        r.allLinks.push_back(new DeviceLink(p, r.sysBlocks, r.dmDevs, r.physicalVolumes, r.logicalVolumes,
+                                            r.volumeGroups, r.fsTableEntries, r.mTableEntries, r.diskBys));
     }
-    std::list<DeviceLink*> links = r.links;
+    std::list<DeviceLink*> links = r.allLinks;
     cleanLinks(links);
     {
         VESSA_TRACE(kUnit, "makeUnique(DevLinks)");
