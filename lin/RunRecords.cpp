@@ -2,19 +2,24 @@
 
 namespace vessa::target::lin {
 
-namespace {
-
-void freeTree(DmTreeDev* d) {
-    for (DmTreeDev* c : d->children()) {
-        freeTree(c);
+void freeRecord(DmTreeDev* node) {
+    for (DmTreeDev* child : node->children()) {
+        freeRecord(child);
     }
-    delete d;
+    delete node;
 }
+
+void freeRecord(SysBlock* device) {
+    device->releaseRelated();
+    delete device;
+}
+
+namespace {
 
 template <class T>
 void freeAll(std::list<T*>& list) {
     for (T* t : list) {
-        delete t;
+        freeRecord(t);
     }
 }
 
@@ -23,13 +28,8 @@ void freeAll(std::list<T*>& list) {
 RunRecords::~RunRecords() {
     freeAll(allLinks);
     freeAll(procPartitions);
-    for (SysBlock* s : sysBlocks) {
-        s->releaseRelated();
-        delete s;
-    }
-    for (DmTreeDev* d : dmDevs) {
-        freeTree(d);
-    }
+    freeAll(sysBlocks);
+    freeAll(dmDevs);
     freeAll(physicalVolumes);
     freeAll(logicalVolumes);
     freeAll(volumeGroups);

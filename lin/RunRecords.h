@@ -2,8 +2,8 @@
 //
 // The readers hand each record they make to the caller; the links point into the records. A
 // RunRecords owns both: its destructor frees the links first, then every record, trees (device-mapper
-// nodes, a /sys/block device's partitions, holders and slaves) through their own links. Copy-free and
-// not copyable. Besides the run, the tests' oracle and the correlation benchmark keep their records in
+// nodes, a /sys/block device's partitions, holders and slaves) through their own links (freeRecord). Not
+// copyable. Besides the run, the tests' oracle and the correlation benchmark keep their records in
 // one.
 #pragma once
 
@@ -21,6 +21,15 @@
 #include "lin/VolumeGroup.h"
 
 namespace vessa::target::lin {
+
+// Frees one record as a reader handed it over: a device-mapper node with every node below it, a
+// /sys/block device with its partitions, holders and slaves, anything else alone.
+void freeRecord(DmTreeDev* node);
+void freeRecord(SysBlock* device);
+template <class T>
+void freeRecord(T* record) {
+    delete record;
+}
 
 struct RunRecords {
     RunRecords() = default;
