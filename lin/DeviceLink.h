@@ -131,6 +131,8 @@ class DeviceLink {
 
     ProcPartition* procPartition() const { return procPartition_; }
     const std::string& name() const;
+    // The device node of the link: /dev/mapper/<name> for a named multipath device, else /dev/<kernel name>.
+    std::string devicePath() const;
 
     std::list<DeviceLink*> parents;
     std::list<DeviceLink*> partitions;
@@ -149,8 +151,6 @@ class DeviceLink {
   private:
     // Step 2 of the mount-table rules: a "/dev/" device compared with every name this link knows.
     bool matchesDevPath(const std::string& device) const;
-    // The device node of the link: /dev/mapper/<name> for a named multipath device, else /dev/<kernel name>.
-    std::string devicePath() const;
     Storage* fileSystemStorage(const std::string& device, const std::string& mountPoint, const char* trace,
                                Storage::storageType type, int index, unsigned int inquiryTimeout, Host* host);
 

@@ -116,7 +116,7 @@ Storage* DeviceLink::asStorage(Storage::storageType type, int index, unsigned in
         // A file system written straight onto the device, without a partition table, makes it as
         // unusable for testing as a partitioned one.
         std::string output;
-        const int status = quickRun("file", {"-s", path}, output);
+        const int status = contentTest(path, output);
         if (status == 255) {
             VESSA_LOG << "file -s " << path << " could not be run";
         } else if (output.find("filesystem") != std::string::npos) {

@@ -11,9 +11,10 @@ namespace vessa::target::lin {
 
 namespace {
 constexpr const char* kUnit = "lin/common.cpp";
-}
 
-int quickRun(const std::string& program, const std::list<std::string>& args, std::string& output) {
+// A command through the view, as `runs` makes it, with the log of a program run.
+template <class Run>
+int logged(const std::string& program, std::string& output, Run runs) {
     VESSA_TRACE(kUnit, "quickRun");
     try {
         // The view starts the child with an open, never-written input pipe, its output on a second
@@ -22,7 +23,7 @@ int quickRun(const std::string& program, const std::list<std::string>& args, std
         VESSA_LOG << "Executing " << program;
         int status = 0;
         std::string text;
-        const sal::sys::RunOutcome outcome = sal::sys::current().run(program, args, text, status);
+        const sal::sys::RunOutcome outcome = runs(text, status);
         if (outcome != sal::sys::RunOutcome::Exited) {
             if (outcome == sal::sys::RunOutcome::TimedOut) {
                 VESSA_LOG << program << " timed out and was ended";
@@ -39,6 +40,20 @@ int quickRun(const std::string& program, const std::list<std::string>& args, std
         VESSA_LOG << "Failure, returning";
         return 255;
     }
+}
+
+}  // namespace
+
+int quickRun(const std::string& program, const std::list<std::string>& args, std::string& output) {
+    return logged(program, output, [&](std::string& text, int& status) {
+        return sal::sys::current().run(program, args, text, status);
+    });
+}
+
+int contentTest(const std::string& path, std::string& output) {
+    return logged("file", output, [&](std::string& text, int& status) {
+        return sal::sys::current().describeContent(path, text, status);
+    });
 }
 
 int openDevice(const std::string& device) {

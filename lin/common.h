@@ -11,6 +11,10 @@ namespace vessa::target::lin {
 // `output` and returns its exit status; 255 when the program could not be started or anything failed.
 int quickRun(const std::string& program, const std::list<std::string>& args, std::string& output);
 
+// The content test: what "file -s PATH" prints about `path`, appended to `output`, with the exit status
+// as quickRun gives it (and the same log lines). The system view answers it, live without a process.
+int contentTest(const std::string& path, std::string& output);
+
 // Opens a device ("sdc" and "/dev/sdc" alike) for the SCSI queries; negative on failure.
 int openDevice(const std::string& device);
 

@@ -17,6 +17,7 @@
 #include "lin/LogicalVolume.h"
 #include "lin/MTableEntry.h"
 #include "lin/PhysicalVolume.h"
+#include "lin/ProbePlan.h"
 #include "lin/ProcPartition.h"
 #include "lin/RecordIndex.h"
 #include "lin/RunRecords.h"
@@ -295,6 +296,13 @@ std::uint32_t GetStorage(Host* host, Storage::storageType type, unsigned int inq
     DiscoveryReport report;
     auto& failed = report.failedSources;
     DiskBy::readAhead();
+    // The device-mapper and volume tools, started together: the readers below take their outputs in
+    // their own order.
+    sal::sys::RunScope::runAhead({{"dmsetup", {"ls", "--target", "multipath"}},
+                                  {"dmsetup", {"ls", "--tree", "-o", "notrunc"}},
+                                  {"pvdisplay", {}},
+                                  {"lvdisplay", {}},
+                                  {"vgdisplay", {}}});
 
     reading("/proc/partitions");
     readSource("CHECK /proc/partions", " items from /proc/partitions", "/proc/partitions", r.procPartitions,
@@ -336,6 +344,8 @@ std::uint32_t GetStorage(Host* host, Storage::storageType type, unsigned int inq
     }
     cleanLinks(links);
     makeUnique(links);
+    const std::vector<std::string> probeWarnings =
+        planProbes(links, r.allLinks, type, withInUse, inquiryTimeout);
     for (DeviceLink* link : links) {
         link->print(0);
     }
@@ -416,6 +426,10 @@ std::uint32_t GetStorage(Host* host, Storage::storageType type, unsigned int inq
     report.warnings = completenessWarnings(scope, report.failedSources, r.procPartitions);
     if (inUse) {
         report.warnings.insert(report.warnings.end(), inUse->warnings().begin(), inUse->warnings().end());
+    }
+    report.warnings.insert(report.warnings.end(), probeWarnings.begin(), probeWarnings.end());
+    for (std::string& w : scope.probeWarnings()) {
+        report.warnings.push_back(std::move(w));
     }
     host->setDiscoveryReport(std::move(report));
     vessa::log::flush();

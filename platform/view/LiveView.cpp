@@ -7,7 +7,9 @@
 #include "platform/Exception.h"
 #include "platform/Process.h"
 #include "platform/Scsi.h"
+#include "platform/view/ContentTest.h"
 #include "platform/view/PosixFiles.h"
+#include "platform/view/ProbingView.h"
 #include "platform/view/SystemView.h"
 
 namespace vessa::sal::sys {
@@ -30,9 +32,24 @@ struct Device {
     int fd;
 };
 
+// The machine itself. Its device probes may block in the kernel: the view that the library uses puts
+// them on helper processes (ProbingView) and calls these only there.
 class LiveView : public View {
   public:
     const std::string& root() const override { return root_; }
+    bool allowsConcurrentReads() const override { return true; }
+    bool allowsConcurrentCommands() const override { return true; }
+
+    // Loads the content test's database here, before helpers are forked from this process.
+    void prepareContentTest() { content_.load(); }
+
+    RunOutcome describeContent(const std::string& path, std::string& output, int& status) override {
+        if (!content_.describe(path, output)) {
+            return RunOutcome::NotStarted;
+        }
+        status = 0;
+        return RunOutcome::Exited;
+    }
 
     bool readFile(const std::string& path, std::string& content) override {
         return posix::readWhole(path, content);
@@ -130,12 +147,15 @@ class LiveView : public View {
 
   private:
     std::string root_ = "/";
+    ContentTest content_;
 };
 
 }  // namespace
 
 std::unique_ptr<View> makeLiveView() {
-    return std::make_unique<LiveView>();
+    auto live = std::make_unique<LiveView>();
+    LiveView* machine = live.get();
+    return std::make_unique<ProbingView>(std::move(live), [machine] { machine->prepareContentTest(); });
 }
 
 }  // namespace vessa::sal::sys

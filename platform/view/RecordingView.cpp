@@ -159,13 +159,29 @@ RunOutcome RecordingView::run(const std::string& program, const std::list<std::s
     if (outcome != RunOutcome::Exited) {
         return outcome;
     }
+    recordCommand(program, args, text, status);
+    output += text;
+    return RunOutcome::Exited;
+}
+
+void RecordingView::recordCommand(const std::string& program, const std::list<std::string>& args,
+                                  const std::string& text, int status) {
     const std::string name = "commands/" + commandFileName(program, args);
     writeRecording(name, text);
     if (status != 0) {
         writeRecording(name + ".status", std::to_string(status) + "\n");
     }
-    output += text;
-    return RunOutcome::Exited;
+}
+
+RunOutcome RecordingView::describeContent(const std::string& path, std::string& output, int& status) {
+    // Kept as the command it stands for, so that a replay answers it as before.
+    std::string text;
+    const RunOutcome outcome = inner_->describeContent(path, text, status);
+    if (outcome == RunOutcome::Exited) {
+        recordCommand("file", {"-s", path}, text, status);
+        output += text;
+    }
+    return outcome;
 }
 
 IoctlResult RecordingView::scsiInquiry(const std::string& device, unsigned int timeoutSeconds) {

@@ -37,6 +37,13 @@ class RecordingView : public View {
     std::string hostName() override;
     RunOutcome run(const std::string& program, const std::list<std::string>& args, std::string& output,
                    int& status) override;
+    RunOutcome describeContent(const std::string& path, std::string& output, int& status) override;
+    void probeAhead(const std::vector<DeviceProbes>& plan, unsigned int inquiryTimeout) override {
+        inner_->probeAhead(plan, inquiryTimeout);
+    }
+    void runStarts() override { inner_->runStarts(); }
+    void runEnds() override { inner_->runEnds(); }
+    std::vector<std::string> takeProbeWarnings() override { return inner_->takeProbeWarnings(); }
     IoctlResult scsiInquiry(const std::string& device, unsigned int timeoutSeconds) override;
     ScsiAddressResult scsiAddress(const std::string& device) override;
     unsigned int readCapacityBlockSize(const std::string& device, bool sixteen) override;
@@ -50,6 +57,9 @@ class RecordingView : public View {
     void writeFile(const std::string& hostPath, const std::string& content, bool overwrite);
     void makeDirectory(const std::string& hostPath);
     void writeRecording(const std::string& relative, const std::string& content);
+    // Records a command's output and status as replay reads them.
+    void recordCommand(const std::string& program, const std::list<std::string>& args,
+                       const std::string& text, int status);
     void fail(const std::string& what);
     // Records the failed operation `what` on `hostPath` with the reason in errno.
     void failed(const std::string& what, const std::string& hostPath);

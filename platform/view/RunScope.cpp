@@ -1,7 +1,9 @@
 #include "platform/view/RunScope.h"
 
 #include <atomic>
+#include <cerrno>
 #include <string_view>
+#include <system_error>
 #include <thread>
 #include <unordered_map>
 #include <unordered_set>
@@ -219,7 +221,18 @@ class ReadAhead {
 
 class RunScope::CachingView : public View {
   public:
-    explicit CachingView(View& inner) : inner_(inner) {}
+    explicit CachingView(View& inner) : inner_(inner) { inner_.runStarts(); }
+    ~CachingView() override {
+        for (auto& c : commandsAhead_) {
+            if (c->thread.joinable()) {
+                c->thread.join();
+            }
+        }
+        ahead_.clear();
+        inner_.runEnds();
+    }
+    CachingView(const CachingView&) = delete;
+    CachingView& operator=(const CachingView&) = delete;
 
     const std::string& root() const override { return inner_.root(); }
 
@@ -300,31 +313,136 @@ class RunScope::CachingView : public View {
     RunOutcome run(const std::string& program, const std::list<std::string>& args, std::string& output,
                    int& status) override {
         const std::size_t before = output.size();
-        Command c;
-        c.program = program;
-        c.args = args;
-        c.outcome = inner_.run(program, args, output, status);
-        c.status = c.outcome == RunOutcome::Exited ? status : 0;
-        c.outputBytes = output.size() - before;
-        commands_.push_back(std::move(c));
-        return commands_.back().outcome;
+        RunOutcome outcome = RunOutcome::NotStarted;
+        if (!takeAhead(program, args, output, status, outcome)) {
+            outcome = inner_.run(program, args, output, status);
+        }
+        note(program, args, outcome, status, output.size() - before);
+        return outcome;
+    }
+
+    void startCommands(const std::vector<CommandLine>& commands) {
+        if (!inner_.allowsConcurrentCommands()) {
+            return;
+        }
+        for (const CommandLine& line : commands) {
+            auto c = std::make_unique<AheadCommand>();
+            c->program = line.first;
+            c->args = line.second;
+            AheadCommand* raw = c.get();
+            try {
+                c->thread = std::thread([this, raw] {
+                    raw->outcome = inner_.run(raw->program, raw->args, raw->output, raw->status);
+                });
+            } catch (const std::system_error&) {
+                continue;  // no thread: the run starts it itself when it comes to it
+            }
+            commandsAhead_.push_back(std::move(c));
+        }
+    }
+
+    RunOutcome describeContent(const std::string& path, std::string& output, int& status) override {
+        if (leftAlone(path)) {
+            return RunOutcome::NotStarted;  // the device's own warning says why: not a tool failure
+        }
+        const std::size_t before = output.size();
+        const RunOutcome outcome = inner_.describeContent(path, output, status);
+        note("file", {"-s", path}, outcome, status, output.size() - before);
+        return outcome;
     }
 
     IoctlResult scsiInquiry(const std::string& device, unsigned int timeoutSeconds) override {
+        if (leftAlone(device)) {
+            IoctlResult r;
+            r.err = ENXIO;
+            return r;
+        }
         return inner_.scsiInquiry(device, timeoutSeconds);
     }
-    ScsiAddressResult scsiAddress(const std::string& device) override { return inner_.scsiAddress(device); }
-    unsigned int readCapacityBlockSize(const std::string& device, bool sixteen) override {
-        return inner_.readCapacityBlockSize(device, sixteen);
+    ScsiAddressResult scsiAddress(const std::string& device) override {
+        if (leftAlone(device)) {
+            ScsiAddressResult r;
+            r.scsiIdErrno = ENXIO;
+            return r;
+        }
+        return inner_.scsiAddress(device);
     }
-    ExclusiveOpen exclusiveOpen(const std::string& device) override { return inner_.exclusiveOpen(device); }
+    unsigned int readCapacityBlockSize(const std::string& device, bool sixteen) override {
+        return leftAlone(device) ? 0 : inner_.readCapacityBlockSize(device, sixteen);
+    }
+    ExclusiveOpen exclusiveOpen(const std::string& device) override {
+        if (leftAlone(device)) {
+            ExclusiveOpen r;
+            r.err = ENXIO;
+            return r;
+        }
+        return inner_.exclusiveOpen(device);
+    }
     bool privileged() override { return inner_.privileged(); }
+
+    void probeAhead(const std::vector<DeviceProbes>& plan, unsigned int inquiryTimeout) override {
+        std::vector<DeviceProbes> wanted;
+        wanted.reserve(plan.size());
+        for (const DeviceProbes& d : plan) {
+            if (!leftAlone(d.device)) {
+                wanted.push_back(d);
+            }
+        }
+        inner_.probeAhead(wanted, inquiryTimeout);
+    }
+    std::vector<std::string> takeProbeWarnings() override { return inner_.takeProbeWarnings(); }
+    void leaveAlone(const std::vector<std::string>& names) { leftAlone_.insert(names.begin(), names.end()); }
 
     std::vector<Command> commands_;
     std::vector<std::string> unreadable_;
     std::unordered_set<std::string> unreadableSet_;
 
   private:
+    struct AheadCommand {
+        std::string program;
+        std::list<std::string> args;
+        RunOutcome outcome = RunOutcome::NotStarted;
+        std::string output;
+        int status = 0;
+        bool taken = false;
+        std::thread thread;
+    };
+
+    // The result of a command started ahead with the same command line, waiting for it to end.
+    bool takeAhead(const std::string& program, const std::list<std::string>& args, std::string& output,
+                   int& status, RunOutcome& outcome) {
+        for (auto& c : commandsAhead_) {
+            if (c->taken || c->program != program || c->args != args) {
+                continue;
+            }
+            c->taken = true;
+            c->thread.join();
+            outcome = c->outcome;
+            if (outcome == RunOutcome::Exited) {
+                status = c->status;
+                output += c->output;
+            }
+            std::string().swap(c->output);
+            return true;
+        }
+        return false;
+    }
+
+    void note(const std::string& program, const std::list<std::string>& args, RunOutcome outcome, int status,
+              std::size_t outputBytes) {
+        Command c;
+        c.program = program;
+        c.args = args;
+        c.outcome = outcome;
+        c.status = outcome == RunOutcome::Exited ? status : 0;
+        c.outputBytes = outputBytes;
+        commands_.push_back(std::move(c));
+    }
+
+    bool leftAlone(const std::string& device) const {
+        return !leftAlone_.empty() && leftAlone_.count(kernelName(device)) != 0;
+    }
+
     enum class Known { Unknown, Absent, Regular };
 
     // What the listings made so far in this run say of `path`: a directory on its way (or the last
@@ -421,6 +539,8 @@ class RunScope::CachingView : public View {
     }
 
     View& inner_;
+    std::unordered_set<std::string> leftAlone_;
+    std::vector<std::unique_ptr<AheadCommand>> commandsAhead_;
     std::unordered_map<std::string, Listing> listings_;
     std::vector<std::unique_ptr<ReadAhead>> ahead_;  // last: their threads end before the members above go
 };
@@ -458,6 +578,28 @@ const std::vector<std::string>& RunScope::unreadable() const {
 
 bool RunScope::wasUnreadable(const std::string& path) const {
     return view_->unreadableSet_.count(path) != 0;
+}
+
+void RunScope::runAhead(const std::vector<CommandLine>& commands) {
+    if (t_scope != nullptr) {
+        t_scope->view_->startCommands(commands);
+    }
+}
+
+void RunScope::probeAhead(const std::vector<DeviceProbes>& plan, unsigned int inquiryTimeout) {
+    if (t_scope != nullptr) {
+        t_scope->view_->probeAhead(plan, inquiryTimeout);
+    }
+}
+
+void RunScope::leaveAlone(const std::vector<std::string>& kernelNames) {
+    if (t_scope != nullptr) {
+        t_scope->view_->leaveAlone(kernelNames);
+    }
+}
+
+std::vector<std::string> RunScope::probeWarnings() {
+    return view_->takeProbeWarnings();
 }
 
 void RunScope::readAhead(std::vector<std::string> bases, std::vector<Ahead> within) {

@@ -64,6 +64,22 @@ class RunScope {
     // scope or for other views. The reading threads end, at the latest, with the scope.
     static void readAhead(std::vector<std::string> bases, std::vector<Ahead> within);
 
+    // Starts `commands` at once, each on a thread of its own, when the current thread's scope runs
+    // them through a view that allows it (the live machine's); a later run of the same command line
+    // in this scope takes its result, so that what the run records and logs is what running the
+    // commands one after another gives, in the order the run asks. Each is bounded by the command
+    // limits as always. On a host with thousands of devices the volume tools each take a while to
+    // read every device's label; one after another they made the largest part of a run.
+    using CommandLine = std::pair<std::string, std::list<std::string>>;
+    static void runAhead(const std::vector<CommandLine>& commands);
+    // What the run will ask of devices (see View::probeAhead), told to the view ahead.
+    static void probeAhead(const std::vector<DeviceProbes>& plan, unsigned int inquiryTimeout);
+    // Devices the run must send nothing (a path whose transport does not run): each probe of them,
+    // here and ahead, is answered at once as failed, without touching the device.
+    static void leaveAlone(const std::vector<std::string>& kernelNames);
+    // The devices that did not answer a probe in time, in words (View::takeProbeWarnings).
+    std::vector<std::string> probeWarnings();
+
     class CachingView;
 
   private:

@@ -23,6 +23,12 @@ bool View::entryTypes(const std::string& directory, const std::string& loweredNa
     return true;
 }
 
+RunOutcome View::describeContent(const std::string& path, std::string& output, int& status) {
+    return run("file", {"-s", path}, output, status);
+}
+
+void View::probeAhead(const std::vector<DeviceProbes>& /*plan*/, unsigned int /*inquiryTimeout*/) {}
+
 namespace detail {
 thread_local View* t_scopeView = nullptr;
 }

@@ -94,6 +94,15 @@ struct ScsiAddressResult {
 
 enum class RunOutcome { Exited, NotStarted, TimedOut, TooMuchOutput };
 
+// What a run is going to ask of one device, told to the view before it asks (probeAhead), so that a
+// view can put the questions to the device ahead of the run.
+struct DeviceProbes {
+    std::string device;       // kernel name (sda, cciss/c0d0)
+    bool scsi = false;        // the SCSI INQUIRY and the SCSI address
+    bool exclusive = false;   // the exclusive-open test
+    std::string contentPath;  // the path whose content will be described; "" for none
+};
+
 class View {
   public:
     virtual ~View();
@@ -106,12 +115,16 @@ class View {
     virtual bool readFile(const std::string& path, std::string& content) = 0;
     // The same for a path that a listing of its directory has just shown to be a regular file (a view
     // may then take a shorter way to it).
-    virtual bool readListedFile(const std::string& path, std::string& content) { return readFile(path, content); }
+    virtual bool readListedFile(const std::string& path, std::string& content) {
+        return readFile(path, content);
+    }
     // Whether listing a file's directory and then reading it as listed costs less than reading it
     // unlisted (a snapshot, where an unlisted file is looked at before it is opened).
     virtual bool prefersListedReads() const { return false; }
     // readFile and listDirectory may be called from a second thread while this one uses the view.
     virtual bool allowsConcurrentReads() const { return false; }
+    // run may be called from several threads at once.
+    virtual bool allowsConcurrentCommands() const { return false; }
     // Entries of a directory, without "." and "..", sorted by name (byte order) so that a live run and
     // the replay of its capture see the same order.
     virtual bool listDirectory(const std::string& path, std::vector<DirEntry>& entries) = 0;
@@ -137,6 +150,23 @@ class View {
     // and was ended; nothing is appended then.
     virtual RunOutcome run(const std::string& program, const std::list<std::string>& args,
                            std::string& output, int& status) = 0;
+
+    // The content test of a device: what "file -s PATH" prints about it, with the same outcome and
+    // status as running that command would give (and recorded, captured and replayed as that command).
+    // Here: that command is run; the live view answers it from the same magic database in process.
+    virtual RunOutcome describeContent(const std::string& path, std::string& output, int& status);
+
+    // The questions a run will put to devices (the content test, the SCSI queries, the exclusive
+    // open), in the order it will put them; `inquiryTimeout` is the run's INQUIRY timeout in seconds.
+    // A view may ask them ahead; the answers are the same as asked in order. Here: nothing happens.
+    virtual void probeAhead(const std::vector<DeviceProbes>& plan, unsigned int inquiryTimeout);
+    // A run begins or ends (scopes nest; only the outermost counts). Answers a view kept for one run
+    // are dropped at its end, and whatever it started for the run is ended.
+    virtual void runStarts() {}
+    virtual void runEnds() {}
+    // The devices that did not answer a question in time since the last call, one warning a device,
+    // in words naming it; their answers counted as failures. Here: none.
+    virtual std::vector<std::string> takeProbeWarnings() { return {}; }
 
     // SCSI commands on a device given by kernel name (sda, cciss/c0d0) or path (/dev/sda).
     // INQUIRY: the data buffer (96 bytes live) with the ioctl's return value and errno.

@@ -100,12 +100,15 @@ std::string discover(Host::LocalDiscovery discovery, bool withLog) {
     return text;
 }
 
-// Every snapshot to compare on, by name: the scenarios and the generated hosts.
+// Every snapshot to compare on, by name: the scenarios and the generated hosts. Not the one whose path
+// is offline: the plain run knows nothing of transport states, and the library leaves such a device
+// alone on purpose (its own scenario guards that).
 std::map<std::string, std::string> snapshots(const std::string& generated) {
     std::map<std::string, std::string> all;
     const std::filesystem::path scenarios = std::filesystem::path(VESSA_SOURCE_DIR) / "tests" / "scenarios";
     for (const auto& entry : std::filesystem::directory_iterator(scenarios)) {
-        if (std::filesystem::is_directory(entry.path() / "root")) {
+        if (std::filesystem::is_directory(entry.path() / "root") &&
+            entry.path().filename() != "blocked-path") {
             all["scenario " + entry.path().filename().string()] = (entry.path() / "root").string();
         }
     }

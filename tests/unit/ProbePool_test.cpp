@@ -1,0 +1,114 @@
+#include "platform/view/ProbePool.h"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <chrono>
+
+#include "platform/view/ProbingView.h"
+#include "support/ScriptedView.h"
+#include "target/Host.h"
+
+namespace sys = vessa::sal::sys;
+using vessa::target::Host;
+using vessa::target::Storage;
+
+namespace {
+
+const std::string kInUse = std::string(VESSA_SOURCE_DIR) + "/tests/scenarios/in-use/root";
+
+// The snapshot's own answers, given by helpers as a slow SAN would: every probe takes a while, and
+// one device never answers at all (its helper sleeps for ever, as a call stuck on a dead path does).
+sys::ProbePool::Prober slowSan(sys::View& replay, const std::string& dead) {
+    return [&replay, dead](const sys::ProbeRequest& r) {
+        while (sys::kernelName(r.device) == dead) {
+            ::pause();
+        }
+        ::usleep(5000);
+        return sys::ProbingView::probeDirectly(replay, r);
+    };
+}
+
+struct Seen {
+    std::vector<std::pair<std::string, std::string>> inquiries;  // path, inquiry
+    std::vector<std::string> warnings;
+    double seconds = 0;
+};
+
+Seen discover(const std::string& dead) {
+    std::unique_ptr<sys::View> replay = sys::makeReplayView(kInUse);
+    sys::View& inner = *replay;
+    auto view = std::make_unique<sys::ProbingView>(std::move(replay), nullptr, slowSan(inner, dead));
+    vessa::hax::clearHostCache();
+    vessa::test::ScopedView scoped(std::move(view));
+    Seen run;
+    const auto start = std::chrono::steady_clock::now();
+    {
+        std::unique_ptr<Host> host(Host::named("127.0.0.1", false));
+        host->fill(static_cast<Storage::storageType>(31), nullptr, false, {"-j1", "--in-use"});
+        run.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+        for (const Storage* s : host->storage()) {
+            run.inquiries.emplace_back(s->path(), s->inquiry());
+        }
+        run.warnings = host->discoveryReport().warnings;
+    }
+    vessa::hax::clearHostCache();
+    return run;
+}
+
+}  // namespace
+
+// A device whose probes never return costs the run one deadline (the INQUIRY timeout and the grace),
+// is named, and takes nothing from the others' answers.
+TEST(ProbePool, DeadPathCostsOneDeadlineAndIsNamed) {
+    const Seen healthy = discover("");
+    const Seen stalled = discover("sdb");
+    EXPECT_LT(stalled.seconds, 1.0 + 0.5 + 2.0);  // -j1 plus the grace, plus room for a slow build
+    ASSERT_EQ(healthy.inquiries.size(), stalled.inquiries.size());
+    int sdb = 0;
+    for (std::size_t i = 0; i < healthy.inquiries.size(); ++i) {
+        const auto& [path, inquiry] = stalled.inquiries[i];
+        EXPECT_EQ(path, healthy.inquiries[i].first);
+        if (path == "/dev/sdb") {
+            ++sdb;
+            EXPECT_EQ(inquiry, std::string(28, ' '));
+        } else {
+            EXPECT_EQ(inquiry, healthy.inquiries[i].second) << path;
+        }
+    }
+    EXPECT_EQ(sdb, 1);
+    bool named = false;
+    for (const std::string& w : stalled.warnings) {
+        named = named || w.rfind("sdb did not answer", 0) == 0;
+    }
+    EXPECT_TRUE(named);
+    for (const std::string& w : healthy.warnings) {
+        EXPECT_EQ(w.find("did not answer"), std::string::npos) << w;
+    }
+}
+
+// A helper that dies mid-probe fails that probe with a warning; the pool starts another for the rest.
+TEST(ProbePool, HelperThatDiesFailsOnlyItsProbe) {
+    sys::ProbePool pool(
+        [](const sys::ProbeRequest& r) {
+            if (r.device == "sdx") {
+                ::_exit(3);
+            }
+            sys::ProbeAnswer a;
+            a.blockSize = static_cast<unsigned int>(r.device.size());
+            return a;
+        },
+        2);
+    std::vector<sys::ProbeRequest> ahead;
+    for (const char* d : {"sda", "sdx", "sdaa", "sdaaa"}) {
+        ahead.push_back({sys::ProbeKind::Capacity10, d, 1});
+    }
+    pool.ahead(ahead);
+    EXPECT_EQ(pool.ask(ahead[0]).blockSize, 3u);
+    EXPECT_FALSE(pool.ask(ahead[1]).answered);
+    EXPECT_EQ(pool.ask(ahead[2]).blockSize, 4u);
+    EXPECT_EQ(pool.ask(ahead[3]).blockSize, 5u);
+    const std::vector<std::string> warnings = pool.takeWarnings();
+    ASSERT_EQ(warnings.size(), 1u);
+    EXPECT_EQ(warnings[0].rfind("sdx: the helper process of a READ CAPACITY ended", 0), 0u) << warnings[0];
+}
