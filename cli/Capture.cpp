@@ -1,13 +1,37 @@
 #include "cli/Capture.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <cstring>
 #include <filesystem>
-#include <fstream>
+
+#include "platform/view/RootedFiles.h"
 
 namespace vessa::cli {
 
 namespace fs = std::filesystem;
+
+namespace {
+
+// A capture is sent to someone else to read: its directory is 0755 whatever the umask says.
+bool makeReadableDirectory(const std::string& dir) {
+    if (::mkdir(dir.c_str(), 0755) != 0) {
+        return false;
+    }
+    const int fd = ::open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    const bool done = fd >= 0 && ::fchmod(fd, 0755) == 0;
+    const int err = errno;
+    if (fd >= 0) {
+        ::close(fd);
+    }
+    errno = err;
+    return done;
+}
+
+}  // namespace
 
 TargetState prepareCaptureDir(const std::string& dir, bool force, std::string& why) {
     std::error_code ec;
@@ -24,18 +48,19 @@ TargetState prepareCaptureDir(const std::string& dir, bool force, std::string& w
                !parent.empty() && !fs::is_directory(parent, ec)) {
         why = "cannot create " + dir + ": " + parent.string() + " does not exist";
         return TargetState::NotWritable;
-    } else if (!fs::create_directory(dir, ec) || ec) {
-        why = "cannot create " + dir + ": " + ec.message();
+    } else if (!makeReadableDirectory(dir)) {
+        why = "cannot create " + dir + ": " + std::strerror(errno);
         return TargetState::NotWritable;
     }
-    // Write something now: a directory that cannot take a file fails here, before discovery runs.
-    const fs::path probe = fs::path(dir) / ".vessa" / "captured-by";
-    fs::create_directories(probe.parent_path(), ec);
-    std::ofstream out(probe);
-    out << "vessa-storage capture\n";
-    const bool written = !ec && out.good();
-    out.close();
-    fs::remove(probe, ec);
+    // Write something now: a directory that cannot take a file fails here, before discovery runs. It
+    // is written as the capture writes, inside DIR taken as its own root, so that a link already in a
+    // DIR given with --force leads nowhere outside it and is replaced rather than written through.
+    const sal::posix::RootedFiles files(dir);
+    const std::string probe = "/.vessa/captured-by";
+    files.remove(probe);  // what a forced DIR held there: a link is taken away, never followed
+    const bool written =
+        files.makeDirectories("/.vessa") && files.writeFile(probe, "vessa-storage capture\n");
+    files.remove(probe);
     if (!written) {
         why = "cannot write into " + dir + ": permission denied";
         return TargetState::NotWritable;

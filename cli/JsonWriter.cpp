@@ -2,39 +2,9 @@
 
 #include <cstdio>
 
+#include "platform/Str.h"
+
 namespace vessa::cli {
-
-namespace {
-
-// The length of the valid UTF-8 sequence at `i`, or 0.
-std::size_t utf8Length(const std::string& s, std::size_t i) {
-    const auto byte = [&](std::size_t k) { return static_cast<unsigned char>(s[k]); };
-    const unsigned char c = byte(i);
-    std::size_t n = 0;
-    unsigned int min = 0, code = 0;
-    if (c >= 0xC2 && c <= 0xDF) {
-        n = 2, code = c & 0x1Fu, min = 0x80;
-    } else if (c >= 0xE0 && c <= 0xEF) {
-        n = 3, code = c & 0x0Fu, min = 0x800;
-    } else if (c >= 0xF0 && c <= 0xF4) {
-        n = 4, code = c & 0x07u, min = 0x10000;
-    } else {
-        return 0;
-    }
-    if (i + n > s.size()) {
-        return 0;
-    }
-    for (std::size_t k = 1; k < n; ++k) {
-        if ((byte(i + k) & 0xC0u) != 0x80u) {
-            return 0;
-        }
-        code = (code << 6) | (byte(i + k) & 0x3Fu);
-    }
-    const bool surrogate = code >= 0xD800 && code <= 0xDFFF;
-    return code < min || code > 0x10FFFF || surrogate ? 0 : n;
-}
-
-}  // namespace
 
 void JsonWriter::indent(std::size_t level) {
     buffer_ += '\n';
@@ -113,10 +83,17 @@ void JsonWriter::quoted(const std::string& text) {
     for (std::size_t i = 0; i < text.size();) {
         const unsigned char c = static_cast<unsigned char>(text[i]);
         if (c >= 0x80) {
-            const std::size_t n = utf8Length(text, i);
+            unsigned int code = 0;
+            const std::size_t n = vessa::util::str::utf8Length(text, i, &code);
             if (n == 0) {
                 out += "\xEF\xBF\xBD";
                 ++i;
+            } else if (code <= 0x9F) {
+                // C1 controls: valid JSON raw, but a terminal showing the document would obey them.
+                char escaped[8];
+                std::snprintf(escaped, sizeof escaped, "\\u%04x", code);
+                out += escaped;
+                i += n;
             } else {
                 out.append(text, i, n);
                 i += n;
@@ -146,7 +123,7 @@ void JsonWriter::quoted(const std::string& text) {
                 out += "\\t";
                 break;
             default:
-                if (c < 0x20) {
+                if (c < 0x20 || c == 0x7f) {
                     char escaped[8];
                     std::snprintf(escaped, sizeof escaped, "\\u%04x", c);
                     out += escaped;

@@ -3,7 +3,8 @@
 // writing it straight to the stream keeps neither the document nor a copy of the list in memory.
 //
 // Text is written as UTF-8; a byte that does not belong to a valid UTF-8 sequence (device data is not
-// always text) is written as U+FFFD.
+// always text) is written as U+FFFD. Every control character (C0, DEL and C1) is escaped, so that the
+// document shown on a terminal cannot command it.
 #pragma once
 
 #include <ostream>

@@ -5,6 +5,8 @@
 #include <cstdio>
 #include <sstream>
 
+#include "platform/Str.h"
+
 namespace vessa::cli {
 
 namespace {
@@ -25,8 +27,23 @@ const char* const kReasonWords[10] = {"boot",
 // The IN USE column shows this much of the reasons; the JSON document has them whole.
 constexpr std::size_t kInUseWidth = 40;
 
+// The first `width` characters of valid UTF-8 text, the last three of them "..." when it is longer.
 std::string shortened(const std::string& text, std::size_t width) {
-    return text.size() <= width ? text : text.substr(0, width - 3) + "...";
+    std::string::size_type cut = 0, end = 0;
+    std::size_t count = 0;
+    for (std::string::size_type i = 0; i < text.size(); ++i) {
+        if ((static_cast<unsigned char>(text[i]) & 0xC0) != 0x80) {
+            if (count == width - 3) {
+                cut = i;
+            }
+            if (count == width) {
+                end = i;
+                break;
+            }
+            ++count;
+        }
+    }
+    return end == 0 ? text : text.substr(0, cut) + "...";
 }
 
 std::string unescape(const std::string& text) {
@@ -65,6 +82,30 @@ std::string join(const std::vector<std::string>& words, const char* separator) {
 }
 
 }  // namespace
+
+std::string terminalText(const std::string& text) {
+    std::string out;
+    out.reserve(text.size());
+    for (std::size_t i = 0; i < text.size();) {
+        unsigned int code = 0;
+        const std::size_t n = vessa::util::str::utf8Length(text, i, &code);
+        if (n != 0 && code >= 0x20 && (code < 0x7F || code > 0x9F)) {
+            out.append(text, i, n);
+            i += n;
+            continue;
+        }
+        // Every byte of the control character, or the one byte that starts no character.
+        static const char kHex[] = "0123456789abcdef";
+        for (std::size_t k = 0; k < std::max<std::size_t>(n, 1); ++k) {
+            const unsigned char c = static_cast<unsigned char>(text[i + k]);
+            out += "\\x";
+            out += kHex[c >> 4];
+            out += kHex[c & 0xf];
+        }
+        i += std::max<std::size_t>(n, 1);
+    }
+    return out;
+}
 
 std::vector<std::string> exclusionReasons(const std::string& exclusionString) {
     std::vector<std::string> reasons;
@@ -245,19 +286,21 @@ const std::vector<std::string> kHeader = {"INDEX",      "TYPE",    "PATH",   "NA
                                           "EXCLUSIONS", "REASONS", "IN USE", "INQUIRY"};
 
 std::vector<std::string> row(vessa::target::Storage& s) {
+    // Device text comes from the machine, a snapshot or another host: none of it reaches the terminal
+    // as it is.
     return {std::to_string(s.index()),
             kindOf(s.deviceStorageType()),
-            s.path(),
-            s.name(),
+            terminalText(s.path()),
+            terminalText(s.name()),
             humanSize(s.size()),
-            "[" + s.exclusionString() + "]",
+            "[" + terminalText(s.exclusionString()) + "]",
             join(exclusionReasons(s.exclusionString()), ", "),
-            shortened(join(inUseOf(s), "; "), kInUseWidth),
-            s.inquiry()};
+            shortened(terminalText(join(inUseOf(s), "; ")), kInUseWidth),
+            terminalText(s.inquiry())};
 }
 
-// Aligned columns, two blanks apart, no blanks at the ends of lines. Widths count bytes, as terminals
-// show the ASCII that device data mostly is; the tree's drawing characters count as one column each.
+// Aligned columns, two blanks apart, no blanks at the ends of lines. The cells are valid UTF-8 (see
+// terminalText); widths count characters, each one column, as the tree's drawing characters are.
 void printRows(std::ostream& out, const std::vector<std::vector<std::string>>& rows) {
     auto width = [](const std::string& cell) {
         std::size_t w = 0;
@@ -328,13 +371,13 @@ void printTree(std::ostream& out, const std::list<vessa::target::Storage*>& stor
                 continue;
             }
             std::vector<std::string> r = row(*items[at]);
-            r.insert(r.begin(), first ? prefix + n.name : more);
+            r.insert(r.begin(), first ? prefix + terminalText(n.name) : more);
             rows.push_back(std::move(r));
             first = false;
         }
         if (first) {
             std::vector<std::string> r(header.size());
-            r[0] = prefix + n.name;
+            r[0] = prefix + terminalText(n.name);
             r[5] = humanSize(n.size);
             rows.push_back(std::move(r));
         }

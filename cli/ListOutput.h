@@ -45,6 +45,12 @@ void writeStorageJson(JsonWriter& json, const std::string& hostName,
                       const std::list<vessa::target::Storage*>& storage,
                       const vessa::target::DiscoveryReport* report);
 
+// Text as a terminal may show it: control characters (C0, DEL, C1) and bytes that are not valid UTF-8
+// become "\x1b" (each byte, lower-case hex); valid UTF-8 characters are kept. A backslash is kept as
+// it is, so the result can be ambiguous; it is for people to read, not to parse.
+std::string terminalText(const std::string& text);
+
+// The table and tree show device text through terminalText.
 void printTable(std::ostream& out, const std::list<vessa::target::Storage*>& storage);
 
 // The devices of `report` as a tree, each with the rows of its items among `storage` (the host's

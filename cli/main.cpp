@@ -9,13 +9,9 @@
 // Exit status: 0 success, 1 failure (one line on standard error naming what failed), 2 usage.
 // What a run could not see is said on standard error, one warning a line; `list --candidates` then
 // exits 1 without a list, since it must never guess.
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cerrno>
-#include <cstring>
-#include <fstream>
 #include <iostream>
 #include <map>
 #include <memory>
@@ -27,7 +23,9 @@
 #include "cli/Fleet.h"
 #include "cli/Heap.h"
 #include "cli/ListOutput.h"
+#include "cli/LogFile.h"
 #include "platform/Exception.h"
+#include "platform/SafeFile.h"
 #include "platform/hax/SshTransport.h"
 #include "platform/view/RecordingView.h"
 #include "platform/view/SystemView.h"
@@ -81,27 +79,24 @@ bool isDirectory(const std::string& path) {
     return ::stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
 }
 
-std::string because() {
-    return std::string(": ") + std::strerror(errno);
+void openLog(const Options& o, vessa::cli::LogFile& log) {
+    if (!o.logFile.empty()) {
+        try {
+            log.open(o.logFile);
+        } catch (const vessa::sal::posix::FileWriteError& e) {
+            throw Failure("cannot write the log file " + o.logFile + ": " + e.reason());
+        }
+    }
 }
 
-void openLog(const Options& o, std::ofstream& log) {
-    if (!o.logFile.empty()) {
-        errno = 0;
-        log.open(o.logFile, std::ios::out | std::ios::trunc);
-        if (!log) {
-            throw Failure("cannot write the log file " + o.logFile + because());
-        }
-        // A log read as it is written (a terminal) gets each line at once; a file is written in large
-        // pieces, and a run flushes it at its end.
-        const int fd = ::open(o.logFile.c_str(), O_WRONLY | O_NOCTTY | O_CLOEXEC);
-        if (fd >= 0) {
-            if (::isatty(fd)) {
-                log.setf(std::ios::unitbuf);
-            }
-            ::close(fd);
-        }
-        vessa::target::Host::setLoggingStream(log);
+// The report, whole or not at all (platform/SafeFile.h): a failed write leaves the old file as it was.
+void writeReport(vessa::target::Host& host, const std::string& file) {
+    try {
+        vessa::sal::posix::SafeFile out(file, 0644);
+        host.printStorage(out.stream());
+        out.commit();
+    } catch (const vessa::sal::posix::FileWriteError& e) {
+        throw Failure("cannot write the report " + file + ": " + e.reason());
     }
 }
 
@@ -120,7 +115,7 @@ std::unique_ptr<vessa::target::Host> discoverWithView(const Options& o, const st
     return host;
 }
 
-std::unique_ptr<vessa::target::Host> discover(const Options& o, std::ofstream& log,
+std::unique_ptr<vessa::target::Host> discover(const Options& o, vessa::cli::LogFile& log,
                                               const std::list<std::string>& extra) {
     if (!isDirectory(o.sysroot)) {
         throw Failure("snapshot root " + o.sysroot + " is not a directory");
@@ -141,7 +136,7 @@ void warn(const vessa::target::DiscoveryReport& report) {
 }
 
 // The hosts named by --host, asked over SSH; failures are reported and make the exit status 1.
-std::vector<vessa::cli::FleetAnswer> askHosts(const Options& o, std::ofstream& log,
+std::vector<vessa::cli::FleetAnswer> askHosts(const Options& o, vessa::cli::LogFile& log,
                                               const std::list<std::string>& extra) {
     if (o.sysroot != "/") {
         throw Refusal("--sysroot and --host cannot be used together");
@@ -168,7 +163,7 @@ vessa::target::DiscoveryReport reportOf(vessa::target::Host& h) {
 }
 
 int listHosts(const Options& o) {
-    std::ofstream log;
+    vessa::cli::LogFile log;
     const std::vector<vessa::cli::FleetAnswer> answers = askHosts(o, log, {"--in-use"});
     int failed = vessa::cli::reportFailures(std::cerr, answers);
     // Each host's own list: its candidates only when asked, and none from a host that could not see all.
@@ -225,7 +220,7 @@ int reportHosts(const Options& o) {
     if (o.hosts.size() > 1 && !o.output.empty()) {
         throw Refusal("--output names one file: leave it out to write <name>.xml for each host");
     }
-    std::ofstream log;
+    vessa::cli::LogFile log;
     const std::vector<vessa::cli::FleetAnswer> answers = askHosts(o, log, {});
     int failed = vessa::cli::reportFailures(std::cerr, answers);
     for (const vessa::cli::FleetAnswer& a : answers) {
@@ -242,13 +237,10 @@ int reportHosts(const Options& o) {
                 continue;
             }
         }
-        std::ofstream out(file, std::ios::out | std::ios::trunc);
-        if (out) {
-            a.host->printStorage(out);
-            out.close();
-        }
-        if (!out) {
-            std::cerr << "vessa-storage: " << a.name << ": cannot write the report " << file << '\n';
+        try {
+            writeReport(*a.host, file);
+        } catch (const Failure& e) {
+            std::cerr << "vessa-storage: " << a.name << ": " << e.what() << '\n';
             ++failed;
             continue;
         }
@@ -261,7 +253,7 @@ int list(const Options& o) {
     if (!o.hosts.empty()) {
         return listHosts(o);
     }
-    std::ofstream log;
+    vessa::cli::LogFile log;
     std::list<std::string> extra = {"--in-use"};
     if (o.tree) {
         extra.push_back("--tree");
@@ -296,20 +288,11 @@ int report(const Options& o) {
     if (!o.hosts.empty()) {
         return reportHosts(o);
     }
-    std::ofstream log;
+    vessa::cli::LogFile log;
     std::unique_ptr<vessa::target::Host> host = discover(o, log, {});
     warn(host->discoveryReport());
     std::string file = o.output.empty() ? defaultReportFile(host->name()) : o.output;
-    errno = 0;
-    std::ofstream out(file, std::ios::out | std::ios::trunc);
-    if (!out) {
-        throw Failure("cannot write the report " + file + because());
-    }
-    host->printStorage(out);
-    out.close();
-    if (!out) {
-        throw Failure("cannot write the report " + file + because());
-    }
+    writeReport(*host, file);
     std::cerr << "wrote " << file << '\n';
     return 0;
 }
@@ -324,7 +307,7 @@ int capture(const Options& o) {
         case vessa::cli::TargetState::Usable:
             break;
     }
-    std::ofstream log;
+    vessa::cli::LogFile log;
     openLog(o, log);
     auto recording =
         std::make_unique<vessa::sal::sys::RecordingView>(vessa::sal::sys::makeLiveView(), o.captureDir);

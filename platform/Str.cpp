@@ -126,4 +126,38 @@ std::string from(unsigned short value, std::ios_base::fmtflags flags) {
     return write(value, flags);
 }
 
+std::size_t utf8Length(const std::string& s, std::size_t i, unsigned int* code) {
+    const auto byte = [&](std::size_t k) { return static_cast<unsigned char>(s[k]); };
+    const unsigned char c = byte(i);
+    std::size_t n = 0;
+    unsigned int min = 0, value = 0;
+    if (c < 0x80) {
+        n = 1, value = c;
+    } else if (c >= 0xC2 && c <= 0xDF) {
+        n = 2, value = c & 0x1Fu, min = 0x80;
+    } else if (c >= 0xE0 && c <= 0xEF) {
+        n = 3, value = c & 0x0Fu, min = 0x800;
+    } else if (c >= 0xF0 && c <= 0xF4) {
+        n = 4, value = c & 0x07u, min = 0x10000;
+    } else {
+        return 0;
+    }
+    if (i + n > s.size()) {
+        return 0;
+    }
+    for (std::size_t k = 1; k < n; ++k) {
+        if ((byte(i + k) & 0xC0u) != 0x80u) {
+            return 0;
+        }
+        value = (value << 6) | (byte(i + k) & 0x3Fu);
+    }
+    if (value < min || value > 0x10FFFF || (value >= 0xD800 && value <= 0xDFFF)) {
+        return 0;
+    }
+    if (code != nullptr) {
+        *code = value;
+    }
+    return n;
+}
+
 }  // namespace vessa::util::str

@@ -10,6 +10,7 @@
 //                          "conversion to ::std::string failed" if the stream fails.
 #pragma once
 
+#include <cstddef>
 #include <ios>
 #include <string>
 
@@ -42,5 +43,10 @@ std::string from(unsigned long value, std::ios_base::fmtflags flags = std::ios_b
 std::string from(long long value, std::ios_base::fmtflags flags = std::ios_base::dec);
 std::string from(unsigned long long value, std::ios_base::fmtflags flags = std::ios_base::dec);
 std::string from(unsigned short value, std::ios_base::fmtflags flags = std::ios_base::dec);
+
+// The length of the valid UTF-8 sequence that starts at `s[i]` (1 for ASCII), or 0 when the byte
+// there starts none (overlong forms, surrogates and values above U+10FFFF are not valid). `code`, when
+// given, gets the character's value.
+std::size_t utf8Length(const std::string& s, std::size_t i, unsigned int* code = nullptr);
 
 }  // namespace vessa::util::str

@@ -1,8 +1,7 @@
 // The XML storage report: one document per host that carries its own schema, one table per storage
 // item plus "Property" for the host's own properties, and one row per property.
-#include <fstream>
-
 #include "platform/Log.h"
+#include "platform/SafeFile.h"
 #include "target/Host.h"
 
 namespace vessa::target {
@@ -81,10 +80,15 @@ void Host::printStorage(bool cachedOnly) {
         Request request(Storage::allStorage, {});
         ThreadDrives(request);
     }
-    // A file that cannot be created leaves a failed stream: the writes go nowhere and nothing is
-    // reported, as for every other report write.
-    std::ofstream out(name() + ".xml", std::ios::out | std::ios::trunc);
-    printStorage(out);
+    // Whole or not at all (platform/SafeFile.h). A file that cannot be written is not reported to the
+    // caller, as for every other report write; the log says why.
+    try {
+        sal::posix::SafeFile out(name() + ".xml", 0644);
+        printStorage(out.stream());
+        out.commit();
+    } catch (const sal::posix::FileWriteError& e) {
+        VESSA_LOG << e.why();
+    }
 }
 
 bool Host::sortStorage(Storage* a, Storage* b) {

@@ -1,8 +1,10 @@
 #include "target/Property.h"
 
+#include <algorithm>
 #include <cctype>
 
 #include "platform/Log.h"
+#include "platform/Str.h"
 
 namespace vessa::target {
 
@@ -75,16 +77,65 @@ void Property::cleanForXmlText(std::string& s) {
 
 namespace {
 
-// Writes `text` as cleanForXmlText leaves it; most texts need no change, and are not copied for it.
+// Whether `text` holds only characters that an XML 1.0 document can carry: tab, line feed, carriage
+// return, U+0020 and above in valid UTF-8, but not U+FFFE or U+FFFF.
+bool xmlCarries(const std::string& text) {
+    for (std::size_t i = 0; i < text.size();) {
+        const unsigned char c = static_cast<unsigned char>(text[i]);
+        if (c >= 0x20 && c < 0x80) {
+            ++i;
+            continue;
+        }
+        unsigned int code = 0;
+        const std::size_t n = util::str::utf8Length(text, i, &code);
+        if (n == 0 || (code < 0x20 && code != '\t' && code != '\n' && code != '\r') || code == 0xFFFE ||
+            code == 0xFFFF) {
+            return false;
+        }
+        i += n;
+    }
+    return true;
+}
+
+// `text` with every character that XML 1.0 cannot carry, and every byte that starts no valid UTF-8
+// character, written as U+FFFD: a reader sees that something was there, and the document stays
+// well-formed.
+std::string xmlCarried(const std::string& text) {
+    std::string out;
+    out.reserve(text.size());
+    for (std::size_t i = 0; i < text.size();) {
+        unsigned int code = 0;
+        const std::size_t n = util::str::utf8Length(text, i, &code);
+        if (n == 0 || (code < 0x20 && code != '\t' && code != '\n' && code != '\r') || code == 0xFFFE ||
+            code == 0xFFFF) {
+            out += "\xEF\xBF\xBD";
+            i += std::max<std::size_t>(n, 1);
+        } else {
+            out.append(text, i, n);
+            i += n;
+        }
+    }
+    return out;
+}
+
+// Writes `text` as cleanForXmlText leaves it, and then as XML can carry it (the cleaning keeps control
+// characters after a printable first one). Most texts need neither, and are not copied for them.
 void writeClean(std::ostream& os, const std::string& text) {
-    if (text.empty() ||
-        (std::isprint(static_cast<unsigned char>(text[0])) && text.find_first_of("&<>\"'") == std::string::npos)) {
+    const bool clean = text.empty() || (std::isprint(static_cast<unsigned char>(text[0])) &&
+                                        text.find_first_of("&<>\"'") == std::string::npos);
+    if (clean && xmlCarries(text)) {
         os << text;
         return;
     }
     std::string cleaned = text;
-    Property::cleanForXmlText(cleaned);
-    os << cleaned;
+    if (!clean) {
+        Property::cleanForXmlText(cleaned);
+    }
+    if (xmlCarries(cleaned)) {
+        os << cleaned;
+    } else {
+        os << xmlCarried(cleaned);
+    }
 }
 
 }  // namespace

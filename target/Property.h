@@ -37,7 +37,10 @@ class Property {
     // printable becomes all blanks; then & < > " ' become entities (each ampersand exactly once).
     static void cleanForXmlText(std::string& s);
 
-    // Seven lines: the row element `tableName` (written as given) with the five cleaned fields.
+    // Seven lines: the row element `tableName` (written as given) with the five cleaned fields. What
+    // the cleaning keeps but XML 1.0 cannot carry (C0 controls other than tab, line feed and carriage
+    // return; U+FFFE, U+FFFF; bytes that are not valid UTF-8) is written as U+FFFD, one for each
+    // character or stray byte, so the report stays well-formed.
     void print(std::ostream& os, const std::string& tableName) const;
     // Five lines to the log.
     void printToDebug();

@@ -13,6 +13,7 @@
 
 #include "platform/Exception.h"
 #include "platform/Log.h"
+#include "platform/SafeFile.h"
 #include "platform/Str.h"
 #include "platform/view/SystemView.h"
 
@@ -296,41 +297,17 @@ void SshTransport::putFSItem(const std::string& address, const std::string& loca
 
 void SshTransport::getFSItem(const std::string& address, const std::string& remote,
                              const std::string& local) {
-    // Written beside the target and renamed when whole, so that a failed copy leaves the old file.
-    const std::string part = local + ".part";
-    const int fd = ::open(part.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-    if (fd < 0) {
-        throw SystemException("cannot write " + part, errno);
-    }
-    int writeError = 0;
+    // Written to a new file beside the target and renamed over it when whole (platform/SafeFile.h): a
+    // failed copy leaves the old file, and nothing prepared at a name beside it is written through.
+    sal::posix::SafeFile file(local, 0644);
+    std::ostream& out = file.stream();
     Call how;
     how.unboundedOutput = true;
-    how.output = [fd, &writeError](const char* data, std::size_t size) {
-        while (size > 0 && writeError == 0) {
-            const ssize_t n = ::write(fd, data, size);
-            if (n < 0 && errno != EINTR) {
-                writeError = errno;
-            } else if (n > 0) {
-                data += n;
-                size -= static_cast<std::size_t>(n);
-            }
-        }
+    how.output = [&out](const char* data, std::size_t size) {
+        out.write(data, static_cast<std::streamsize>(size));
     };
-    try {
-        call(address, "reading " + remote, kGetScript, {remote}, how);
-    } catch (...) {
-        ::close(fd);
-        ::unlink(part.c_str());
-        throw;
-    }
-    if (::close(fd) != 0 && writeError == 0) {
-        writeError = errno;
-    }
-    if (writeError != 0 || ::rename(part.c_str(), local.c_str()) != 0) {
-        const int err = writeError != 0 ? writeError : errno;
-        ::unlink(part.c_str());
-        throw SystemException("cannot write " + local, err);
-    }
+    call(address, "reading " + remote, kGetScript, {remote}, how);
+    file.commit();
 }
 
 void SshTransport::deleteFSItem(const std::string& address, const std::string& path) {

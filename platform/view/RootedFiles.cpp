@@ -1,5 +1,6 @@
 #include "platform/view/RootedFiles.h"
 
+#include "platform/SafeFile.h"
 #include "platform/view/PosixFiles.h"
 
 #include <dirent.h>
@@ -91,6 +92,17 @@ bool usable(const std::string& path) {
         return false;
     }
     return true;
+}
+
+// A new directory readable by everyone, whatever the umask says: a capture is sent to someone else.
+// The mode is set through the directory opened without following a link, so a link that replaced it
+// in between is never followed.
+bool makeDirectory(int parentFd, const std::string& name) {
+    if (::mkdirat(parentFd, name.c_str(), 0755) != 0) {
+        return false;
+    }
+    Fd made(::openat(parentFd, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    return made.get() >= 0 && ::fchmod(made.get(), 0755) == 0;
 }
 
 }  // namespace
@@ -336,7 +348,7 @@ bool RootedFiles::makeDirectories(const std::string& given) const {
         // Only a missing directory above is made here; anything else is reported as it is.
         Fd parent(openParent(path, name));
         if (parent.get() >= 0) {
-            return ::mkdirat(parent.get(), name.c_str(), 0755) == 0 || (errno == EEXIST && isDirectory(path));
+            return makeDirectory(parent.get(), name) || (errno == EEXIST && isDirectory(path));
         }
         if (errno != ENOENT) {
             return false;
@@ -347,8 +359,7 @@ bool RootedFiles::makeDirectories(const std::string& given) const {
         return false;
     }
     Fd parent(openParent(path, name));
-    return parent.get() >= 0 &&
-           (::mkdirat(parent.get(), name.c_str(), 0755) == 0 || (errno == EEXIST && isDirectory(path)));
+    return parent.get() >= 0 && (makeDirectory(parent.get(), name) || (errno == EEXIST && isDirectory(path)));
 }
 
 bool RootedFiles::writeFile(const std::string& path, const std::string& content) const {
@@ -363,30 +374,16 @@ bool RootedFiles::writeFile(const std::string& path, const std::string& content)
         errno = S_ISDIR(s.st_mode) ? EISDIR : EINVAL;
         return false;
     }
-    // O_NOFOLLOW: a link in the last place is refused, not written through. O_NONBLOCK: a FIFO without
-    // a reader fails at once instead of waiting for one.
-    Fd fd(::openat(parent.get(), name.c_str(),
-                   O_WRONLY | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, 0644));
-    if (fd.get() < 0 || ::fstat64(fd.get(), &s) != 0) {
+    // A new file renamed into place: a hard link or a file someone put there is replaced, never written
+    // into, and a write that fails leaves what was there. A capture writes many small files and is
+    // taken again after a crash, so they are not each synced to the disk.
+    try {
+        SafeFile file(parent.get(), name, 0644, SafeFile::Sync::None);
+        file.stream().write(content.data(), static_cast<std::streamsize>(content.size()));
+        file.commit();
+    } catch (const FileWriteError& e) {
+        errno = e.code() != 0 ? e.code() : EINVAL;
         return false;
-    }
-    if (!S_ISREG(s.st_mode)) {
-        errno = EINVAL;
-        return false;
-    }
-    if (::ftruncate64(fd.get(), 0) != 0) {
-        return false;
-    }
-    std::size_t done = 0;
-    while (done < content.size()) {
-        const ssize_t n = ::write(fd.get(), content.data() + done, content.size() - done);
-        if (n < 0) {
-            if (errno == EINTR) {
-                continue;
-            }
-            return false;
-        }
-        done += static_cast<std::size_t>(n);
     }
     return true;
 }

@@ -86,10 +86,11 @@ class RootedFiles {
     Kind kind(const std::string& path, long long* size = nullptr) const;
     // Whether the path resolves (links followed) to a directory.
     bool isDirectory(const std::string& path) const;
-    // Creates the directory and those above it that are missing.
+    // Creates the directory and those above it that are missing, each with mode 0755 exactly.
     bool makeDirectories(const std::string& path) const;
-    // Writes `content` to a new or existing regular file; refuses a link, directory or special file in
-    // the last place. The directory above must exist.
+    // Gives the last place a new regular file holding `content` (mode 0644 exactly), renamed over a
+    // regular file that was there (see platform/SafeFile.h); refuses a link, directory or special file
+    // in the last place. The directory above must exist.
     bool writeFile(const std::string& path, const std::string& content) const;
     // Creates a symbolic link holding `target`, which is stored as given and never followed here.
     bool makeLink(const std::string& target, const std::string& path) const;

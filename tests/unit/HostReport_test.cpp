@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include "platform/Process.h"
 #include "support/FakeProgram.h"
 #include "support/TestSupport.h"
 #include "target/Host.h"
@@ -64,6 +65,26 @@ TEST_F(Report, TextsThatNeedEscapingAndRepeatedTables) {
     add(new Storage(Storage::discoveredBlockDevice, "d", "/dev/d", 1, 0, "", 0, props));
     add(new Storage(Storage::discoveredBlockDevice, "d", "/dev/d", 1, 1, "", 0, props));
     expectReport("escaping.xml");
+}
+
+// Control characters after a printable first one, bytes that are not UTF-8 and U+FFFE/U+FFFF, which
+// the cleaning keeps, are written as U+FFFD: the report stays well-formed.
+TEST_F(Report, CharactersXmlCannotCarry) {
+    const std::map<std::string, Property> props = {
+        {"title", Property("title", "a\x1b]0;owned\a", "", "", "General")},
+        {"screen", Property("screen", "b\x1b[2J\x1b[8m", "", "", "General")},
+        {"bytes",
+         Property("bytes", std::string("c\0\xff\xc3\xef\xbf\xbe\xef\xbf\xbf", 10), "", "", "General")},
+        {"kept", Property("kept", "d\te\nf\r\xc3\xa9\x7f", "", "", "General")},
+    };
+    add(new Storage(Storage::discoveredBlockDevice, "d", "/dev/d", 1, 0, "", 0, props));
+    expectReport("controls.xml");
+    vessa::test::TempDir dir;
+    std::ostringstream out;
+    host->printStorage(out);
+    const std::string file = dir.write("report.xml", out.str());
+    std::string lint;
+    EXPECT_EQ(vessa::sal::exec::runCaptured("xmllint", {"--noout", file}, lint), 0) << lint;
 }
 
 TEST(SortStorage, OrdersByPathOnlyWhenLengthsMatch) {

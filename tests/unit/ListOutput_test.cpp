@@ -52,4 +52,46 @@ TEST(ListOutput, SizesTypeWordsAndJsonText) {
               "\xef\xbf\xbd\xef\xbf\xbd\xef\xbf\xbd\",\n  \"empty\": []\n}\n");
 }
 
+// Characters of `line` before `text`, or npos.
+std::size_t columnOf(const std::string& line, const std::string& text) {
+    const std::size_t at = line.find(text);
+    if (at == std::string::npos) {
+        return at;
+    }
+    std::size_t column = 0;
+    for (std::size_t i = 0; i < at; ++i) {
+        column += (static_cast<unsigned char>(line[i]) & 0xC0) != 0x80;
+    }
+    return column;
+}
+
+// Device text from a snapshot or another host reaches the terminal escaped, each byte of a control
+// character or of invalid UTF-8 as \xNN, valid UTF-8 kept; the columns after it still line up.
+TEST(ListOutput, TableAndTreeShowDeviceTextEscaped) {
+    const std::pair<std::string, std::string> texts[] = {
+        {"\x1b]0;owned\a", "\\x1b]0;owned\\x07"},
+        {"\x1b[2J", "\\x1b[2J"},
+        {"a\x1b[8m", "a\\x1b[8m"},
+        {std::string("n\0l", 3), "n\\x00l"},
+        {"\x7f\xc2\x9b\xff\xc3", "\\x7f\\xc2\\x9b\\xff\\xc3"},
+        {"\xc3\xa9t\xc3\xa9 \xe2\x94\x80", "\xc3\xa9t\xc3\xa9 \xe2\x94\x80"}};
+    for (const auto& [text, shown] : texts) {
+        vessa::target::Storage s(vessa::target::Storage::discoveredBlockDevice, text, "/dev/" + text, 1, 0,
+                                 text, 0, {});
+        vessa::target::DiscoveryReport report;
+        report.devices.push_back({0, text, "", 1, {0}});
+        std::ostringstream table, tree;
+        vessa::cli::printTable(table, {&s});
+        vessa::cli::printTree(tree, {&s}, report, nullptr);
+        for (const std::string& out : {table.str(), tree.str()}) {
+            EXPECT_EQ(out.find_first_of(std::string("\x00\x01\x07\x1b\x7f\x9b\xff", 7)), std::string::npos)
+                << out;
+            const std::string header = out.substr(0, out.find('\n')), line = out.substr(header.size() + 1);
+            EXPECT_NE(line.find("/dev/" + shown + "  "), std::string::npos) << out;
+            EXPECT_EQ(columnOf(header, "SIZE"), columnOf(line, "1 B")) << out;
+            EXPECT_EQ(columnOf(header, "INQUIRY"), columnOf(line, shown + "\n")) << out;
+        }
+    }
+}
+
 }  // namespace

@@ -2,9 +2,12 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <set>
 #include <thread>
 
@@ -95,6 +98,15 @@ TEST(SshTransport, EveryOperationThroughALoopbackShell) {
     std::list<vessa::hax::FSItem> items;
     EXPECT_EQ(t.listDirectory(address, dir.path(), items), 2);  // source and back, in name order
     EXPECT_EQ(items.front().name(), "back");
+    // Links planted at the copy's name, and at the name of the partial copy beside it, are not written
+    // through.
+    const std::string back = dir.path() + "/back", victim = dir.write("victim", "precious");
+    std::filesystem::remove(back);
+    ASSERT_EQ(::symlink(victim.c_str(), back.c_str()), 0);
+    ASSERT_EQ(::symlink(victim.c_str(), (back + ".part").c_str()), 0);
+    t.getFSItem(address, src, back);
+    EXPECT_EQ(vessa::test::readFile(back), bytes);
+    EXPECT_EQ(vessa::test::readFile(victim), "precious");
 
     // A run reports the status, passes the streams on and names what could not run.
     exec::RunLimits limits;
