@@ -251,6 +251,11 @@ class RunScope::CachingView : public View {
         }
     }
 
+    void endReading() {
+        ahead_.clear();
+        std::unordered_map<std::string, Listing>().swap(listings_);
+    }
+
     bool listDirectory(const std::string& path, std::vector<DirEntry>& entries) override {
         const Listing& l = listing(path);
         entries.insert(entries.end(), l.entries.begin(), l.entries.end());
@@ -463,6 +468,12 @@ bool RunScope::wasUnreadable(const std::string& path) const {
 void RunScope::readAhead(std::vector<std::string> bases, std::vector<Ahead> within) {
     if (t_scope != nullptr) {
         t_scope->view_->startReadAhead(std::move(bases), std::move(within));
+    }
+}
+
+void RunScope::endReading() {
+    if (t_scope != nullptr) {
+        t_scope->view_->endReading();
     }
 }
 
