@@ -331,6 +331,7 @@ std::uint32_t GetStorage(Host* host, Storage::storageType type, unsigned int inq
     reading("/dev/disk/by-*");
     readSource("CHECK /dev/disk/by-*", " links from /dev/disk/by-*", "/dev/disk/by-*", r.diskBys, failed,
                [&](auto& l) { DiskBy::readDisksBy(l, lh); });
+    sal::sys::RunScope::endReading();
 
     std::list<DeviceLink*> links;
     {
@@ -354,6 +355,8 @@ std::uint32_t GetStorage(Host* host, Storage::storageType type, unsigned int inq
     if (withInUse) {
         inUse = std::make_unique<InUse>(r.allLinks, r.sysBlocks);
     }
+    // Everything below asks the devices, not the files: what was read for the sources can go.
+    sal::sys::RunScope::endReading();
 
     // New items are gathered apart and handed over together, so that a failure while converting
     // leaves the host's list as it was. Indices count the host's items as if each were appended at once.

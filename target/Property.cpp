@@ -2,15 +2,60 @@
 
 #include <algorithm>
 #include <cctype>
+#include <mutex>
+#include <unordered_set>
 
 #include "platform/Log.h"
 #include "platform/Str.h"
 
 namespace vessa::target {
 
+namespace {
+
+// Texts of an unordered_set are nodes of their own, so a text's address survives the set's growth.
+// The pool is made on first use and never destroyed, so that a property that outlives static
+// destruction (one held by a static object) still reads valid texts.
+class TextPool {
+  public:
+    // Under one lock: a property's four texts cost one lock, not four.
+    class Lookup {
+      public:
+        explicit Lookup(TextPool& pool) : pool_(pool), lock_(pool.mutex_) {}
+        const std::string* operator()(const std::string& text) {
+            return text.empty() ? &pool_.empty_ : &*pool_.texts_.insert(text).first;
+        }
+
+      private:
+        TextPool& pool_;
+        std::lock_guard<std::mutex> lock_;
+    };
+
+    static TextPool& instance() {
+        static TextPool* const pool = new TextPool;
+        return *pool;
+    }
+
+  private:
+    std::mutex mutex_;
+    std::unordered_set<std::string> texts_;
+    const std::string empty_;
+};
+
+}  // namespace
+
 Property::Property(const std::string& name, const std::string& value, const std::string& displayName,
                    const std::string& description, const std::string& category)
-    : displayName_(displayName), name_(name), value_(value), description_(description), category_(category) {}
+    : value_(value) {
+    TextPool::Lookup pooled(TextPool::instance());
+    displayName_ = pooled(displayName);
+    name_ = pooled(name);
+    description_ = pooled(description);
+    category_ = pooled(category);
+}
+
+const std::string* Property::pooled(const std::string& text) {
+    return TextPool::Lookup(TextPool::instance())(text);
+}
 
 Property::Property(const Property&) = default;
 Property& Property::operator=(const Property&) = default;
@@ -142,11 +187,11 @@ void writeClean(std::ostream& os, const std::string& text) {
 
 void Property::print(std::ostream& os, const std::string& tableName) const {
     os << "  <" << tableName << ">" << '\n';
-    const std::pair<const char*, const std::string*> columns[] = {{"Name", &name_},
-                                                                  {"DisplayName", &displayName_},
+    const std::pair<const char*, const std::string*> columns[] = {{"Name", name_},
+                                                                  {"DisplayName", displayName_},
                                                                   {"Value", &value_},
-                                                                  {"Category", &category_},
-                                                                  {"Description", &description_}};
+                                                                  {"Category", category_},
+                                                                  {"Description", description_}};
     for (const auto& [column, text] : columns) {
         os << "    <" << column << ">";
         writeClean(os, *text);
@@ -157,11 +202,11 @@ void Property::print(std::ostream& os, const std::string& tableName) const {
 
 void Property::printToDebug() {
     VESSA_TRACE("Property.cpp", "printToDebug");
-    VESSA_LOG << "Property \"" << name_ << "\"";
-    VESSA_LOG << "    Display Name: " << displayName_;
+    VESSA_LOG << "Property \"" << *name_ << "\"";
+    VESSA_LOG << "    Display Name: " << *displayName_;
     VESSA_LOG << "    Value       : \"" << value_ << "\"";
-    VESSA_LOG << "    Category    : \"" << category_ << "\"";
-    VESSA_LOG << "    Description : " << description_;
+    VESSA_LOG << "    Category    : \"" << *category_ << "\"";
+    VESSA_LOG << "    Description : " << *description_;
 }
 
 }  // namespace vessa::target

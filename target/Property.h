@@ -1,5 +1,16 @@
 // One named, self-describing attribute of a storage item: key, label, value, category, description.
 // Also owns the two rules that make arbitrary device text safe for the XML report.
+//
+// Memory: a listing of tens of thousands of devices carries dozens of properties per item, and all but
+// the value are the same few texts over and over (every "SysBlockSize" has the same label and
+// description; the properties of one source share a category). A property therefore keeps its value
+// and points at its four other texts in a shared pool instead of copying them. The pool is the one
+// piece of process-wide state here, and it is a cache rather than state: it only ever adds texts, never
+// changes or removes one, so a text seen through an accessor stays put and equal to what was given
+// for as long as the process lives, and no caller can tell a pooled text from an owned one. It grows
+// by the distinct texts ever given (the constant labels and descriptions, plus one key and category
+// per device and source), not by the number of properties, and it takes a lock, so properties may be
+// made on any thread.
 #pragma once
 
 #include <ostream>
@@ -17,17 +28,18 @@ class Property {
     Property& operator=(const Property&);
     ~Property();
 
-    const std::string& name() const { return name_; }
+    const std::string& name() const { return *name_; }
     const std::string& value() const { return value_; }
-    const std::string& description() const { return description_; }
-    const std::string& category() const { return category_; }
+    const std::string& description() const { return *description_; }
+    const std::string& category() const { return *category_; }
     // The display name has no read accessor: only print and printToDebug read it.
 
-    void setName(const std::string& v) { name_ = v; }
+    // A setter points this property at another pooled text; copies made before keep the old one.
+    void setName(const std::string& v) { name_ = pooled(v); }
     void setValue(const std::string& v) { value_ = v; }
-    void setDisplayName(const std::string& v) { displayName_ = v; }
-    void setDescription(const std::string& v) { description_ = v; }
-    void setCategory(const std::string& v) { category_ = v; }
+    void setDisplayName(const std::string& v) { displayName_ = pooled(v); }
+    void setDescription(const std::string& v) { description_ = pooled(v); }
+    void setCategory(const std::string& v) { category_ = pooled(v); }
 
     // Rewrites `s` in place into a legal XML element name: every byte other than an ASCII letter,
     // digit or "-" becomes two lower-case hex digits; "x" goes in front unless the result begins
@@ -46,11 +58,14 @@ class Property {
     void printToDebug();
 
   private:
-    std::string displayName_;
-    std::string name_;
+    // The pool's text equal to `text`, added first if new; never null, valid until the process ends.
+    static const std::string* pooled(const std::string& text);
+
+    const std::string* displayName_;
+    const std::string* name_;
     std::string value_;
-    std::string description_;
-    std::string category_;
+    const std::string* description_;
+    const std::string* category_;
 };
 
 }  // namespace vessa::target

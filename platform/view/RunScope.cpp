@@ -264,6 +264,11 @@ class RunScope::CachingView : public View {
         }
     }
 
+    void endReading() {
+        ahead_.clear();
+        std::unordered_map<std::string, Listing>().swap(listings_);
+    }
+
     bool listDirectory(const std::string& path, std::vector<DirEntry>& entries) override {
         const Listing& l = listing(path);
         entries.insert(entries.end(), l.entries.begin(), l.entries.end());
@@ -605,6 +610,12 @@ std::vector<std::string> RunScope::probeWarnings() {
 void RunScope::readAhead(std::vector<std::string> bases, std::vector<Ahead> within) {
     if (t_scope != nullptr) {
         t_scope->view_->startReadAhead(std::move(bases), std::move(within));
+    }
+}
+
+void RunScope::endReading() {
+    if (t_scope != nullptr) {
+        t_scope->view_->endReading();
     }
 }
 

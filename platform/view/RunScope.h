@@ -63,6 +63,11 @@ class RunScope {
     // this way the reading and the run's own work share the processors. Nothing happens outside a
     // scope or for other views. The reading threads end, at the latest, with the scope.
     static void readAhead(std::vector<std::string> bases, std::vector<Ahead> within);
+    // Tells the current thread's scope that the run has read its sources: the reading threads end, and
+    // what was read ahead but not asked for and the directory listings kept so far are freed. On a
+    // host with tens of thousands of devices they hold a sixth of the run's memory while the run goes
+    // on to make its items; a later request is answered as it would be on first asking.
+    static void endReading();
 
     // Starts `commands` at once, each on a thread of its own, when the current thread's scope runs
     // them through a view that allows it (the live machine's); a later run of the same command line
