@@ -331,7 +331,6 @@ std::uint32_t GetStorage(Host* host, Storage::storageType type, unsigned int inq
     reading("/dev/disk/by-*");
     readSource("CHECK /dev/disk/by-*", " links from /dev/disk/by-*", "/dev/disk/by-*", r.diskBys, failed,
                [&](auto& l) { DiskBy::readDisksBy(l, lh); });
-    sal::sys::RunScope::endReading();
 
     std::list<DeviceLink*> links;
     {
