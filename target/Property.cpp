@@ -10,7 +10,18 @@ namespace vessa::target {
 
 Property::Property(const std::string& name, const std::string& value, const std::string& displayName,
                    const std::string& description, const std::string& category)
-    : displayName_(displayName), name_(name), value_(value), description_(description), category_(category) {}
+    : name_(name),
+      value_(value),
+      texts_(std::make_shared<const Texts>(Texts{displayName, description, category})) {}
+
+Property::Property(const std::string& name, const std::string& value, std::shared_ptr<const Texts> texts)
+    : name_(name), value_(value), texts_(std::move(texts)) {}
+
+Property::Texts& Property::ownTexts() {
+    auto own = std::make_shared<Texts>(*texts_);
+    texts_ = own;
+    return *own;
+}
 
 Property::Property(const Property&) = default;
 Property& Property::operator=(const Property&) = default;
@@ -143,10 +154,10 @@ void writeClean(std::ostream& os, const std::string& text) {
 void Property::print(std::ostream& os, const std::string& tableName) const {
     os << "  <" << tableName << ">" << '\n';
     const std::pair<const char*, const std::string*> columns[] = {{"Name", &name_},
-                                                                  {"DisplayName", &displayName_},
+                                                                  {"DisplayName", &texts_->displayName},
                                                                   {"Value", &value_},
-                                                                  {"Category", &category_},
-                                                                  {"Description", &description_}};
+                                                                  {"Category", &texts_->category},
+                                                                  {"Description", &texts_->description}};
     for (const auto& [column, text] : columns) {
         os << "    <" << column << ">";
         writeClean(os, *text);
@@ -158,10 +169,10 @@ void Property::print(std::ostream& os, const std::string& tableName) const {
 void Property::printToDebug() {
     VESSA_TRACE("Property.cpp", "printToDebug");
     VESSA_LOG << "Property \"" << name_ << "\"";
-    VESSA_LOG << "    Display Name: " << displayName_;
+    VESSA_LOG << "    Display Name: " << texts_->displayName;
     VESSA_LOG << "    Value       : \"" << value_ << "\"";
-    VESSA_LOG << "    Category    : \"" << category_ << "\"";
-    VESSA_LOG << "    Description : " << description_;
+    VESSA_LOG << "    Category    : \"" << texts_->category << "\"";
+    VESSA_LOG << "    Description : " << texts_->description;
 }
 
 }  // namespace vessa::target

@@ -33,6 +33,13 @@ bool wantsTargetFile(Storage::storageType type, const std::string& path) {
 
 }  // namespace
 
+StandardProperty::StandardProperty(const char* k, const char* d, const char* c, const char* text)
+    : key(k),
+      displayName(d),
+      category(c),
+      description(text),
+      texts(std::make_shared<const Property::Texts>(Property::Texts{d, text, c})) {}
+
 namespace standard {
 const char* const kGeneral = "General";
 const char* const kDebug = "Debug";
@@ -68,7 +75,7 @@ const StandardProperty* const all[14] = {&accessType,   &exclusion, &fileSystem,
 }  // namespace standard
 
 Property StandardProperty::make(const std::string& value) const {
-    return Property(key, value, displayName, description, category);
+    return Property(key, value, texts);
 }
 
 Storage::Storage(const storageType& type, const std::string& name, const std::string& path,

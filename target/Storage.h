@@ -110,10 +110,13 @@ class Storage {
 
 // The fourteen standard property descriptions, shared by every unit that builds properties.
 struct StandardProperty {
+    StandardProperty(const char* key, const char* displayName, const char* category, const char* description);
+
     const char* key;
     const char* displayName;
     const char* category;
     const char* description;
+    std::shared_ptr<const Property::Texts> texts;  // made once; every property of this kind shares it
 
     // A Property with this description and the given value.
     Property make(const std::string& value) const;
