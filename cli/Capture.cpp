@@ -16,19 +16,19 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// A capture is sent to someone else to read: its directory is 0755 whatever the umask says.
-bool makeReadableDirectory(const std::string& dir) {
+// A capture is sent to someone else to read: its directory is 0755 whatever the umask says. Returns 0,
+// or the error number of the step that failed, taken at once, before anything else can change errno.
+int makeReadableDirectory(const std::string& dir) {
     if (::mkdir(dir.c_str(), 0755) != 0) {
-        return false;
+        return errno;
     }
     const int fd = ::open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
-    const bool done = fd >= 0 && ::fchmod(fd, 0755) == 0;
-    const int err = errno;
-    if (fd >= 0) {
-        ::close(fd);
+    if (fd < 0) {
+        return errno;
     }
-    errno = err;
-    return done;
+    const int err = ::fchmod(fd, 0755) == 0 ? 0 : errno;
+    ::close(fd);
+    return err;
 }
 
 }  // namespace
@@ -48,8 +48,10 @@ TargetState prepareCaptureDir(const std::string& dir, bool force, std::string& w
                !parent.empty() && !fs::is_directory(parent, ec)) {
         why = "cannot create " + dir + ": " + parent.string() + " does not exist";
         return TargetState::NotWritable;
-    } else if (!makeReadableDirectory(dir)) {
-        why = "cannot create " + dir + ": " + std::strerror(errno);
+    } else if (const int err = makeReadableDirectory(dir); err != 0) {
+        // Made by someone else since it was looked at (another capture): not ours to write into.
+        why = "cannot create " + dir + ": " +
+              (err == EEXIST ? std::string("something else created it meanwhile") : std::strerror(err));
         return TargetState::NotWritable;
     }
     // Write something now: a directory that cannot take a file fails here, before discovery runs. It

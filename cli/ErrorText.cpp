@@ -23,6 +23,10 @@ std::string printable(const std::string& text, std::size_t limit) {
 
 }  // namespace
 
+std::string oneLine(const std::string& text) {
+    return printable(text, std::string::npos);
+}
+
 std::string errorText(const std::exception& e) {
     if (const auto* listing = dynamic_cast<const target::ListingLineError*>(&e)) {
         return "listing line " + std::to_string(listing->lineNumber()) + " \"" +

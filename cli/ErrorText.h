@@ -11,5 +11,7 @@ namespace vessa::cli {
 // type and reason; otherwise what() of the exception. Texts come from machines and snapshots, so
 // control characters are shown as "?": the result is one line and sends nothing to the terminal.
 std::string errorText(const std::exception& e);
+// `text` with its control characters shown as "?": a host name or reason that stays on one line.
+std::string oneLine(const std::string& text);
 
 }  // namespace vessa::cli

@@ -71,7 +71,8 @@ int reportFailures(std::ostream& err, const std::vector<FleetAnswer>& answers) {
     int failed = 0;
     for (const FleetAnswer& a : answers) {
         if (!a.failure.empty()) {
-            err << "vessa-storage: " << a.name << ": " << a.failure << '\n';
+            // A name or a reason from the command line or a host stays on its one line.
+            err << "vessa-storage: " << oneLine(a.name) << ": " << oneLine(a.failure) << '\n';
             ++failed;
         }
     }

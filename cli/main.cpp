@@ -15,6 +15,7 @@
 #include <iostream>
 #include <map>
 #include <memory>
+#include <mutex>
 
 #include <CLI/CLI.hpp>
 
@@ -26,6 +27,7 @@
 #include "cli/LogFile.h"
 #include "platform/Exception.h"
 #include "platform/SafeFile.h"
+#include "platform/Termination.h"
 #include "platform/hax/SshTransport.h"
 #include "platform/view/RecordingView.h"
 #include "platform/view/SystemView.h"
@@ -111,6 +113,7 @@ std::unique_ptr<vessa::target::Host> discoverWithView(const Options& o, const st
     std::list<std::string> options = {"-j" + std::to_string(o.inquiryTimeout)};
     options.insert(options.end(), extra.begin(), extra.end());
     host->fill(static_cast<vessa::target::Storage::storageType>(o.type), progress, false, options);
+    vessa::sal::exec::holdIfEnding();  // a run cut short by a signal shows nothing
     endProgress();
     return host;
 }
@@ -135,6 +138,23 @@ void warn(const vessa::target::DiscoveryReport& report) {
     }
 }
 
+// The run's SSH transport and the hosts it asks, so that their shared connections end with the run,
+// also when a signal ends it.
+struct Connections {
+    std::mutex mutex;
+    std::shared_ptr<vessa::hax::SshTransport> transport;
+    std::vector<std::string> hosts;
+
+    void end() {
+        std::lock_guard<std::mutex> lock(mutex);
+        if (transport) {
+            transport->endConnections(hosts);
+            transport.reset();
+        }
+    }
+};
+Connections g_connections;
+
 // The hosts named by --host, asked over SSH; failures are reported and make the exit status 1.
 std::vector<vessa::cli::FleetAnswer> askHosts(const Options& o, vessa::cli::LogFile& log,
                                               const std::list<std::string>& extra) {
@@ -142,13 +162,23 @@ std::vector<vessa::cli::FleetAnswer> askHosts(const Options& o, vessa::cli::LogF
         throw Refusal("--sysroot and --host cannot be used together");
     }
     openLog(o, log);
-    vessa::hax::setTransport(std::make_shared<vessa::hax::SshTransport>());
+    const auto transport = std::make_shared<vessa::hax::SshTransport>();
+    vessa::hax::setTransport(transport);
     if (!o.sshConfig.empty()) {
         vessa::hax::setSshConfig(o.sshConfig);
     }
+    {
+        std::lock_guard<std::mutex> lock(g_connections.mutex);
+        g_connections.transport = transport;
+        g_connections.hosts = o.hosts;
+    }
     std::list<std::string> options = {"-j" + std::to_string(o.inquiryTimeout)};
     options.insert(options.end(), extra.begin(), extra.end());
-    return vessa::cli::queryFleet(o.hosts, static_cast<vessa::target::Storage::storageType>(o.type), options);
+    std::vector<vessa::cli::FleetAnswer> answers =
+        vessa::cli::queryFleet(o.hosts, static_cast<vessa::target::Storage::storageType>(o.type), options);
+    vessa::sal::exec::holdIfEnding();
+    g_connections.end();
+    return answers;
 }
 
 // What a fleet answer could not see. This machine's run says so itself; the listing tool of another
@@ -174,10 +204,10 @@ int listHosts(const Options& o) {
         }
         const vessa::target::DiscoveryReport report = reportOf(*a.host);
         for (const std::string& w : report.warnings) {
-            std::cerr << "vessa-storage: " << a.name << ": warning: " << w << '\n';
+            std::cerr << "vessa-storage: " << vessa::cli::oneLine(a.name) << ": warning: " << w << '\n';
         }
         if (o.candidates && !report.complete()) {
-            std::cerr << "vessa-storage: " << a.name
+            std::cerr << "vessa-storage: " << vessa::cli::oneLine(a.name)
                       << ": could not see everything; no candidates are listed\n";
             ++failed;
         }
@@ -232,7 +262,7 @@ int reportHosts(const Options& o) {
             try {
                 file = defaultReportFile(a.host->name());
             } catch (const Failure& e) {
-                std::cerr << "vessa-storage: " << a.name << ": " << e.what() << '\n';
+                std::cerr << "vessa-storage: " << vessa::cli::oneLine(a.name) << ": " << e.what() << '\n';
                 ++failed;
                 continue;
             }
@@ -240,7 +270,7 @@ int reportHosts(const Options& o) {
         try {
             writeReport(*a.host, file);
         } catch (const Failure& e) {
-            std::cerr << "vessa-storage: " << a.name << ": " << e.what() << '\n';
+            std::cerr << "vessa-storage: " << vessa::cli::oneLine(a.name) << ": " << e.what() << '\n';
             ++failed;
             continue;
         }
@@ -394,6 +424,9 @@ int main(int argc, char** argv) {
     }
 
     vessa::target::Host::setCommandTimeout(o.commandTimeout);
+    // Ended by a signal, the program ends every tool, launcher and ssh it started, and the shared
+    // connections of the hosts it asks; the helpers that ask devices go with the process.
+    vessa::sal::exec::endGroupsOnSignals([] { g_connections.end(); });
     try {
         if (listCmd->parsed()) {
             return list(o);

@@ -12,11 +12,14 @@
 #include <string>
 
 #include "platform/Exception.h"
+#include "platform/Termination.h"
 #include "target/Host.h"
 #include "target/KorvoListingWriter.h"
 
 int main(int argc, char** argv) {
     using vessa::target::Storage;
+    // Ended by its session (or anyone), korvo ends the tools it runs as well.
+    vessa::sal::exec::endGroupsOnSignals(nullptr);
     unsigned int type = 0;
     std::list<std::string> options;
     for (int i = 1; i < argc; ++i) {
@@ -45,6 +48,7 @@ int main(int argc, char** argv) {
     try {
         std::unique_ptr<vessa::target::Host> host(vessa::target::Host::named("127.0.0.1", false));
         host->fill(static_cast<Storage::storageType>(type), nullptr, false, options);
+        vessa::sal::exec::holdIfEnding();  // ended by a signal: no listing of what was cut short
         vessa::target::writeKorvoListing(std::cout, host->storage());
         std::cout.flush();
         return std::cout ? 0 : 1;

@@ -1,14 +1,19 @@
 // pelo: runs a program on a host, directly when the host is this machine, else over SSH.
 //
-//   pelo --host ADDRESS [--workdir DIR] [--create-workdir] --exec PROGRAM [ARGS...]
+//   pelo --host NAME [--workdir DIR] [--create-workdir] --exec PROGRAM [ARGS...]
 //
 // Everything after --exec PROGRAM goes to the program, options of pelo's own included. The program's
 // standard output and error pass through; pelo exits with the program's exit status, or 255 with one
 // line on standard error when the program could not be run at all. A remote host is reached with the
 // SSH configuration file named by VESSA_SSH_CONFIG when that is set.
+//
+// A remote program runs at most VESSA_COMMAND_TIMEOUT seconds (the command timeout of the program that
+// started pelo; 120 when unset, 0 for none). SIGINT, SIGTERM and SIGHUP end the ssh session, and with it
+// the remote program, and pelo exits with 128 + the signal number.
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <iostream>
@@ -17,6 +22,7 @@
 #include <vector>
 
 #include "platform/Exception.h"
+#include "platform/Termination.h"
 #include "platform/hax/Hax.h"
 #include "platform/hax/SshTransport.h"
 
@@ -73,24 +79,52 @@ int runHere(const Request& r) {
     return cannotRun("cannot run " + r.program + ": " + std::strerror(errno));
 }
 
-int runThere(const Request& r, const std::string& address) {
+unsigned int commandTimeout() {
+    const char* value = std::getenv("VESSA_COMMAND_TIMEOUT");
+    unsigned int seconds = vessa::sal::exec::RunLimits().timeoutSeconds;
+    if (value != nullptr && value[0] != '\0') {
+        char* end = nullptr;
+        const unsigned long parsed = std::strtoul(value, &end, 10);
+        if (*end == '\0' && parsed <= 0xffffffffUL) {
+            seconds = static_cast<unsigned int>(parsed);
+        }
+    }
+    return seconds;
+}
+
+int runThere(const Request& r, const std::string& hostName) {
+    // A run of pelo's own (not one of a controller's) ends its shared connection when it is over.
+    const char* run = std::getenv("VESSA_SSH_RUN");
+    const bool ownRun = run == nullptr || run[0] == '\0';
     vessa::hax::SshTransport ssh;
-    // pelo runs until the program ends: whoever started pelo bounds it. Output passes through unbounded.
+    // Output passes through unbounded; the time is the caller's command timeout.
     vessa::sal::exec::RunLimits limits;
-    limits.timeoutSeconds = 0;
+    limits.timeoutSeconds = commandTimeout();
     limits.maxOutput = static_cast<std::size_t>(-1);
-    return ssh.run(
-        address, r.workdir, r.createWorkdir, r.program, r.args,
-        [](const char* data, std::size_t size) { writeAll(STDOUT_FILENO, data, size); },
-        [](const char* data, std::size_t size) { writeAll(STDERR_FILENO, data, size); }, limits);
+    try {
+        const int status = ssh.run(
+            hostName, r.workdir, r.createWorkdir, r.program, r.args,
+            [](const char* data, std::size_t size) { writeAll(STDOUT_FILENO, data, size); },
+            [](const char* data, std::size_t size) { writeAll(STDERR_FILENO, data, size); }, limits);
+        if (ownRun) {
+            ssh.endConnections({hostName});
+        }
+        return status;
+    } catch (...) {
+        if (ownRun) {
+            ssh.endConnections({hostName});
+        }
+        throw;
+    }
 }
 
 const char* const kUsage =
-    "usage: pelo --host ADDRESS [--workdir DIR] [--create-workdir] --exec PROGRAM [ARGS...]\n";
+    "usage: pelo --host NAME [--workdir DIR] [--create-workdir] --exec PROGRAM [ARGS...]\n";
 
 }  // namespace
 
 int main(int argc, char** argv) {
+    vessa::sal::exec::endGroupsOnSignals(nullptr);
     Request r;
     int i = 1;
     for (; i < argc; ++i) {
@@ -128,12 +162,16 @@ int main(int argc, char** argv) {
         std::cerr << kUsage;
         return cannotRun("--host and --exec are required");
     }
+    int status = kCannotRun;
     try {
         const vessa::hax::Host host = vessa::hax::Host::named(r.host, false);
-        return host.isLocal() ? runHere(r) : runThere(r, host.id());
+        status = host.isLocal() ? runHere(r) : runThere(r, host.name());
     } catch (const vessa::Exception& e) {
-        return cannotRun(e.why());
+        status = vessa::sal::exec::ending() ? kCannotRun : cannotRun(e.why());
     } catch (const std::exception& e) {
-        return cannotRun(e.what());
+        status = vessa::sal::exec::ending() ? kCannotRun : cannotRun(e.what());
     }
+    // A session cut short by a signal is not a failure to report: the exit under way says what it was.
+    vessa::sal::exec::holdIfEnding();
+    return status;
 }

@@ -20,6 +20,7 @@
 
 #include "platform/Exception.h"
 #include "platform/Pipe.h"
+#include "platform/Termination.h"
 
 extern char** environ;
 
@@ -251,6 +252,7 @@ namespace {
 // killed, and the child is reaped so that nothing is left behind.
 void endGroup(Process& child, unsigned int graceMilliseconds) {
     const pid_t group = child.pid();
+    forgetGroup(group);
     ::kill(-group, SIGTERM);
     int status = 0;
     if (!child.waitFor(graceMilliseconds, status)) {
@@ -292,6 +294,9 @@ RunResult runBounded(const std::string& program, const std::list<std::string>& a
     Process child = Process::create(program, args, launch, true,
                                     inputFile.isOpen() ? inputFile.id() : input.readEnd().id(), true,
                                     out.writeEnd().id(), err != nullptr, err ? err->writeEnd().id() : -1);
+    // A signal that ends this program ends the child's group too (platform/Termination.h); the group
+    // leaves the table before the child is reaped, so that its number is never signalled once reused.
+    rememberGroup(child.pid());
     // The child holds its own copies now; ours must go so that the output pipes end when it exits.
     // The input's write end stays open and unwritten: the child sees neither input nor its end.
     input.readEnd().close();
@@ -358,6 +363,7 @@ RunResult runBounded(const std::string& program, const std::list<std::string>& a
         endGroup(child, limits.graceMilliseconds);
         return result;
     }
+    forgetGroup(child.pid());
     result.status = child.wait();
     return result;
 }

@@ -164,12 +164,13 @@ void Host::setCommandTimeout(unsigned int seconds) {
     sal::exec::RunLimits limits = sal::sys::commandLimits();
     limits.timeoutSeconds = seconds;
     sal::sys::setCommandLimits(limits);
+    // The launcher bounds the remote program by the same time.
+    sal::sys::setCommandVariable("VESSA_COMMAND_TIMEOUT", std::to_string(seconds));
 }
 
 void Host::refreshHostInfo() {
     VESSA_TRACE(kUnit, "Host::refreshHostInfo");
-    const std::list<std::string> args = {"--host", agent_.address().text(), "--exec", "vessa.shed.env",
-                                         "--no-lm"};
+    const std::list<std::string> args = {"--host", agent_.name(), "--exec", "vessa.shed.env", "--no-lm"};
     VESSA_LOG << "Executing vessa.shed.env on " << agent_.name();
     std::string output;
     if (quickExec("pelo", args, output) != 0) {

@@ -126,7 +126,12 @@ class Host {
     void printStorageTableSchemas(std::ostream& os);
     static bool sortStorage(Storage* a, Storage* b);
 
-    // Parses a version-136 listing (positioned after its version line) into storage items.
+    // Parses a version-136 listing (positioned after its version line) into storage items. A listing is
+    // bounded far above any real host (kListingItems lines, kListingLineBytes bytes a line), so that a
+    // hostile or broken one cannot make the controller hold without end: beyond either the parse
+    // ends with a ListingLineError that names the line and the bound (the items before it stay).
+    static constexpr std::size_t kListingItems = 1000000;
+    static constexpr std::size_t kListingLineBytes = 65536;
     void parseOldKorvoListing(std::istringstream& listing, const Storage::storageType& type, callback& cb);
 
     // The Linux discovery registers itself here when the library is loaded; the facade itself does not
@@ -135,8 +140,10 @@ class Host {
 
   private:
     // The quick execution: runs `program` locally to its end through the system view and captures its
-    // standard output; the exit status, or -1 when it could not be run.
-    int quickExec(const std::string& program, const std::list<std::string>& args, std::string& output);
+    // standard output; the exit status, or -1 when it could not be run or was ended by the command
+    // limits (`why`, when given, then says which).
+    int quickExec(const std::string& program, const std::list<std::string>& args, std::string& output,
+                  std::string* why = nullptr);
     void releaseStorage();
 
     vessa::hax::Host agent_;

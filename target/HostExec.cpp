@@ -65,7 +65,7 @@ sal::exec::Process Host::exec(std::list<std::string>& command, const std::string
     if (createWorkdir) {
         front.push_back("--create-workdir");
     }
-    front.insert(front.end(), {"--workdir", dir, "--host", agent_.address().text(), "--exec"});
+    front.insert(front.end(), {"--workdir", dir, "--host", agent_.name(), "--exec"});
     command.splice(command.begin(), front);
     VESSA_LOG << "Launching executable:";
     VESSA_LOG << "    pelo";
@@ -75,7 +75,8 @@ sal::exec::Process Host::exec(std::list<std::string>& command, const std::string
     return exec(agent_.name() + ": " + program, "pelo", command, "", false, env, inXterm, iconic);
 }
 
-int Host::quickExec(const std::string& program, const std::list<std::string>& args, std::string& output) {
+int Host::quickExec(const std::string& program, const std::list<std::string>& args, std::string& output,
+                    std::string* why) {
     VESSA_TRACE(kUnit, "QuickExec");
     try {
         VESSA_LOG << "Opening pipes";
@@ -88,14 +89,23 @@ int Host::quickExec(const std::string& program, const std::list<std::string>& ar
         // of 1024 bytes, no error stream) or answers from a snapshot's recording.
         int status = 0;
         VESSA_LOG << "Reading output";
+        const sal::exec::RunLimits limits = sal::sys::commandLimits();
         switch (sal::sys::current().run(program, args, output, status)) {
             case sal::sys::RunOutcome::Exited:
                 break;
             case sal::sys::RunOutcome::NotStarted:
                 throw Exception("cannot start " + program, sal::err::kNotFound);
             case sal::sys::RunOutcome::TimedOut:
+                if (why != nullptr) {
+                    *why = program + " did not end within the command timeout of " +
+                           std::to_string(limits.timeoutSeconds) + " s and was ended";
+                }
                 throw Exception(program + " timed out and was ended");
             case sal::sys::RunOutcome::TooMuchOutput:
+                if (why != nullptr) {
+                    *why = program + " wrote more than " + std::to_string(limits.maxOutput) +
+                           " bytes and was ended";
+                }
                 throw Exception(program + " wrote more output than is read and was ended");
         }
         VESSA_LOG << "Finished reading output...returning.";

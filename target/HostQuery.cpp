@@ -53,7 +53,7 @@ void Host::QueryDrives(callback& cb, const Request& request) {
     VESSA_TRACE(kUnit, "Host::QueryDrives");
     queryFailure_.clear();
     std::list<std::string> args = {"--host",
-                                   agent_.address().text(),
+                                   agent_.name(),
                                    "--workdir",
                                    agent_.envValueOf("VESSA_VLTT_INSTALL_DIR") + "/korvo_tests/",
                                    "--create-workdir",
@@ -68,12 +68,15 @@ void Host::QueryDrives(callback& cb, const Request& request) {
         cb(0, "Requesting device information");
     }
     std::string output;
-    const int status = quickExec("pelo", args, output);
+    std::string why;
+    const int status = quickExec("pelo", args, output, &why);
     if (status != 0) {
         VESSA_LOG << "Execution failed";
-        queryFailure_ = status < 0 ? "the launcher pelo could not be run"
-                                   : "korvo did not run to its end through pelo (exit status " +
-                                         std::to_string(status) + ")";
+        // A limit that ended the launcher is named as such: it is not a launcher that is missing.
+        queryFailure_ = !why.empty() ? why
+                        : status < 0 ? "the launcher pelo could not be run"
+                                     : "korvo did not run to its end through pelo (exit status " +
+                                           std::to_string(status) + ")";
         return;
     }
     if (cb != nullptr) {
@@ -81,6 +84,7 @@ void Host::QueryDrives(callback& cb, const Request& request) {
     }
     VESSA_LOG << "Reading korvo output";
     std::istringstream listing(output);
+    std::string().swap(output);  // the stream holds its own copy
     int version = 0;
     for (std::string line; std::getline(listing, line);) {
         if (version != 0) {

@@ -38,6 +38,16 @@ void Host::parseOldKorvoListing(std::istringstream& listing, const Storage::stor
     std::size_t number = 0;
     for (std::string line; std::getline(listing, line);) {
         ++number;
+        if (line.size() > kListingLineBytes) {
+            throw ListingLineError(
+                str::Exception("a line is longer than " + std::to_string(kListingLineBytes) + " bytes"), line,
+                number);
+        }
+        if (number > kListingItems) {
+            throw ListingLineError(
+                str::Exception("the listing holds more than " + std::to_string(kListingItems) + " items"),
+                line, number);
+        }
         // A number that does not convert ends the listing here, and the error names this line.
         try {
             VESSA_LOG << "Parsing: " << str::trim(line);

@@ -219,12 +219,12 @@ std::string Host::envValueOf(const std::string& name) const {
         const char* value = std::getenv(name.c_str());
         return value == nullptr ? "" : value;
     }
-    return transportFor(impl().name, "reading an environment value")->envValueOf(impl().id, name);
+    return transportFor(impl().name, "reading an environment value")->envValueOf(impl().name, name);
 }
 
 int Host::fill(const std::string& directory, std::list<FSItem>& items) const {
     if (!impl().local) {
-        return transportFor(impl().name, "listing a directory")->listDirectory(impl().id, directory, items);
+        return transportFor(impl().name, "listing a directory")->listDirectory(impl().name, directory, items);
     }
     std::vector<sal::sys::DirEntry> entries;
     if (!sal::sys::current().listDirectory(directory, entries)) {
@@ -238,7 +238,7 @@ int Host::fill(const std::string& directory, std::list<FSItem>& items) const {
 
 void Host::putFSItem(const std::string& local, const std::string& remote) const {
     if (!impl().local) {
-        transportFor(impl().name, "putting a file")->putFSItem(impl().id, local, remote);
+        transportFor(impl().name, "putting a file")->putFSItem(impl().name, local, remote);
         return;
     }
     std::error_code ec;
@@ -250,7 +250,7 @@ void Host::putFSItem(const std::string& local, const std::string& remote) const 
 
 void Host::getFSItem(const std::string& remote, const std::string& local) const {
     if (!impl().local) {
-        transportFor(impl().name, "getting a file")->getFSItem(impl().id, remote, local);
+        transportFor(impl().name, "getting a file")->getFSItem(impl().name, remote, local);
         return;
     }
     putFSItem(remote, local);
@@ -258,7 +258,7 @@ void Host::getFSItem(const std::string& remote, const std::string& local) const 
 
 void Host::deleteFSItem(const std::string& path) const {
     if (!impl().local) {
-        transportFor(impl().name, "deleting a file")->deleteFSItem(impl().id, path);
+        transportFor(impl().name, "deleting a file")->deleteFSItem(impl().name, path);
         return;
     }
     std::error_code ec;
@@ -271,7 +271,7 @@ void Host::deleteFSItem(const std::string& path) const {
 Process Host::launch(const std::string& program, const std::list<std::string>& args) const {
     if (!impl().local) {
         const int pid =
-            transportFor(impl().name, "starting a process")->startProcess(impl().id, program, args);
+            transportFor(impl().name, "starting a process")->startProcess(impl().name, program, args);
         std::lock_guard<std::mutex> lock(impl().processMutex);
         impl().records.emplace_back(pid, program);
         return impl().records.back();
@@ -300,7 +300,7 @@ int Host::fill(std::list<Process>& processes) const {
     if (!impl().local && !impl().records.empty()) {
         // Only the processes that still run on the host are reported (and remembered).
         const std::vector<int> alive = transportFor(impl().name, "listing processes")
-                                           ->runningProcesses(impl().id, pidsOf(impl().records));
+                                           ->runningProcesses(impl().name, pidsOf(impl().records));
         std::vector<Process> kept;
         for (const Process& r : impl().records) {
             if (std::find(alive.begin(), alive.end(), r.pid()) != alive.end()) {
@@ -332,7 +332,7 @@ void endRemote(const Host::Impl& impl, int signal) {
     if (impl.records.empty()) {
         return;
     }
-    transportFor(impl.name, "ending processes")->signalProcesses(impl.id, pidsOf(impl.records), signal);
+    transportFor(impl.name, "ending processes")->signalProcesses(impl.name, pidsOf(impl.records), signal);
     impl.records.clear();
 }
 

@@ -53,8 +53,10 @@ class Process {
     std::string program_;
 };
 
-// How a remote host's agent is asked (`address`: the host's numerical address). Implementations throw
-// vessa::Exception on failure. SshTransport (SshTransport.h) reaches hosts over OpenSSH.
+// How a remote host's agent is asked (`address`: the host's name as the caller named it, which the
+// transport resolves itself, so that what it trusts for that name, such as ssh's known host key, is
+// checked). Implementations throw vessa::Exception on failure. SshTransport (SshTransport.h) reaches hosts
+// over OpenSSH.
 class Transport {
   public:
     virtual ~Transport();

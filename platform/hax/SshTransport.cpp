@@ -1,14 +1,18 @@
 #include "platform/hax/SshTransport.h"
 
 #include <fcntl.h>
+#include <pwd.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
+#include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
 #include <sstream>
 
 #include "platform/Exception.h"
@@ -56,6 +60,10 @@ constexpr const char* kSignalScript = "s=$1; shift; for p; do kill -\"$s\" \"$p\
 constexpr const char* kStarted =
     "\x1e"
     "vessa: started";
+// The program runs beside a watcher of the session: ssh gives the remote side no input, so standard
+// input ends only when the session does (the controller ended ssh, or the connection died), and the
+// watcher then ends the program rather than leave it running on the host. Every builtin of the watcher
+// runs in its one subshell, so ending that subshell leaves nothing behind.
 constexpr const char* kRunScript =
     "d=$1; c=$2; shift 2\n"
     "if [ -n \"$d\" ]; then\n"
@@ -64,7 +72,15 @@ constexpr const char* kRunScript =
     "fi\n"
     "command -v \"$1\" >/dev/null 2>&1 || { echo \"$1: not found\" >&2; exit 255; }\n"
     "printf '\\036vessa: started\\n' >&2\n"
-    "exec \"$@\"";
+    "exec 3<&0 </dev/null\n"
+    "\"$@\" 3<&- &\n"
+    "p=$!\n"
+    "( while IFS= read -r _; do :; done <&3; kill -TERM \"$p\" ) >/dev/null 2>&1 &\n"
+    "w=$!\n"
+    "exec 3<&-\n"
+    "wait \"$p\"; s=$?\n"
+    "kill \"$w\" 2>/dev/null\n"
+    "exit $s";
 
 constexpr std::size_t kErrorTail = 4096;
 
@@ -146,24 +162,93 @@ std::string remoteCommandLine(const std::string& script, const std::list<std::st
     return line;
 }
 
-std::string controlDirectory() {
-    // A socket's path has room for 107 bytes; ssh adds "/" and 40 for %C, and 17 while it makes the
-    // socket.
-    constexpr std::size_t kLongest = 107 - 1 - 40 - 17;
-    const char* runtime = std::getenv("XDG_RUNTIME_DIR");
-    std::string dir = runtime != nullptr && runtime[0] == '/' ? std::string(runtime) + "/vessa-ssh" : "";
-    if (dir.empty() || dir.size() > kLongest) {
-        dir = "/tmp/vessa-ssh-" + std::to_string(::geteuid());
-    }
-    if (::mkdir(dir.c_str(), 0700) != 0 && errno != EEXIST) {
-        return "";
-    }
+namespace {
+
+// Whether `dir` (resolved) may hold our sockets: see controlDirectory().
+bool trustedDirectory(const std::string& dir) {
+    const uid_t me = ::geteuid();
     struct stat st;
-    if (::lstat(dir.c_str(), &st) != 0 || !S_ISDIR(st.st_mode) || st.st_uid != ::geteuid() ||
+    if (::lstat(dir.c_str(), &st) != 0 || !S_ISDIR(st.st_mode) || st.st_uid != me ||
         (st.st_mode & 077) != 0) {
+        return false;
+    }
+    for (std::string above = dir; above != "/";) {
+        above = above.substr(0, std::max<std::string::size_type>(above.rfind('/'), 1));
+        if (::lstat(above.c_str(), &st) != 0 || !S_ISDIR(st.st_mode) || (st.st_uid != me && st.st_uid != 0)) {
+            return false;
+        }
+        const bool othersWrite = (st.st_mode & 022) != 0;
+        if (othersWrite && !(st.st_uid == 0 && (st.st_mode & S_ISVTX) != 0)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+// `dir` made (0700) when missing and resolved; "" when it is not trusted or too long.
+std::string usableDirectory(const std::string& dir, std::size_t longest) {
+    if (dir.empty() || dir.size() > longest || (::mkdir(dir.c_str(), 0700) != 0 && errno != EEXIST)) {
         return "";
     }
-    return dir;
+    char* resolved = ::realpath(dir.c_str(), nullptr);
+    if (resolved == nullptr) {
+        return "";
+    }
+    const std::string real = resolved;
+    std::free(resolved);
+    return real.size() <= longest && trustedDirectory(real) ? real : "";
+}
+
+std::uint64_t fnv1a(std::uint64_t hash, const std::string& text) {
+    for (unsigned char c : text) {
+        hash = (hash ^ c) * 0x100000001b3ULL;
+    }
+    return (hash ^ 0xff) * 0x100000001b3ULL;  // ends the field, so that fields cannot run together
+}
+
+std::string fileText(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    std::string text;
+    char buffer[4096];
+    while (in && text.size() < (1u << 20)) {
+        in.read(buffer, sizeof buffer);
+        text.append(buffer, static_cast<std::size_t>(in.gcount()));
+    }
+    return text;
+}
+
+constexpr const char* kRunVariable = "VESSA_SSH_RUN";
+
+}  // namespace
+
+std::string controlDirectory() {
+    // A socket's path has room for 107 bytes; ssh adds "/", 12 for the key and "-", 40 for %C, and 17
+    // while it makes the socket.
+    constexpr std::size_t kLongest = 107 - 1 - 13 - 40 - 17;
+    const char* runtime = std::getenv("XDG_RUNTIME_DIR");
+    if (runtime != nullptr && runtime[0] == '/') {
+        const std::string dir = usableDirectory(std::string(runtime) + "/vessa-ssh", kLongest);
+        if (!dir.empty()) {
+            return dir;
+        }
+    }
+    return usableDirectory("/tmp/vessa-ssh-" + std::to_string(::geteuid()), kLongest);
+}
+
+std::string controlKey(const std::string& configFile) {
+    std::uint64_t hash = 0xcbf29ce484222325ULL;
+    if (!configFile.empty()) {
+        hash = fnv1a(fnv1a(hash, configFile), fileText(configFile));
+    } else {
+        const passwd* pw = ::getpwuid(::geteuid());
+        hash = fnv1a(hash, fileText(std::string(pw != nullptr ? pw->pw_dir : "") + "/.ssh/config"));
+        hash = fnv1a(hash, fileText("/etc/ssh/ssh_config"));
+    }
+    const char* run = std::getenv(kRunVariable);
+    hash = fnv1a(hash, run != nullptr && run[0] != '\0' ? run : std::to_string(::getpid()));
+    char text[13];  // 48 bits are plenty to tell a run's configuration from another's
+    std::snprintf(text, sizeof text, "%012llx", static_cast<unsigned long long>(hash >> 16));
+    return text;
 }
 
 struct SshTransport::Call {
@@ -178,28 +263,47 @@ SshTransport::SshTransport()
     : SshTransport(Options(), [](const std::string& program, const std::list<std::string>& args,
                                  const sal::exec::RunStreams& streams, const sal::exec::RunLimits& limits) {
           return sal::exec::runBounded(program, args, streams, limits);
-      }) {}
+      }) {
+    // The launchers this process starts join its run's connections; a launcher passes the value on.
+    const char* run = std::getenv(kRunVariable);
+    if (run == nullptr || run[0] == '\0') {
+        sal::sys::setCommandVariable(kRunVariable, std::to_string(::getpid()));
+    }
+}
 
 SshTransport::SshTransport(Options options, Runner runner)
     : options_(std::move(options)), runner_(std::move(runner)) {}
 
-std::list<std::string> SshTransport::sshArguments(const std::string& address, const std::string& remoteLine,
-                                                  bool noInput) const {
+std::string SshTransport::configFile() const {
+    return options_.configFile.empty() ? sshConfig() : options_.configFile;
+}
+
+// -F, and where the sockets are: what every call and endConnections() agree on.
+std::list<std::string> SshTransport::commonArguments() const {
     std::list<std::string> args;
-    const std::string config = options_.configFile.empty() ? sshConfig() : options_.configFile;
+    const std::string config = configFile();
     if (!config.empty()) {
         args.insert(args.end(), {"-F", config});
     }
-    args.insert(args.end(),
-                {"-o", "BatchMode=yes", "-o", "ConnectTimeout=" + std::to_string(options_.connectTimeout),
-                 "-o", "ServerAliveInterval=15", "-o", "ServerAliveCountMax=3"});
     const std::string sockets =
         options_.controlDirectory.empty() ? controlDirectory() : options_.controlDirectory;
     if (sockets.empty()) {
         args.insert(args.end(), {"-o", "ControlMaster=no"});
     } else {
-        args.insert(args.end(), {"-o", "ControlMaster=auto", "-o", "ControlPath=" + sockets + "/%C", "-o",
-                                 "ControlPersist=60"});
+        args.insert(args.end(), {"-o", "ControlPath=" + sockets + "/" + controlKey(config) + "-%C"});
+    }
+    return args;
+}
+
+std::list<std::string> SshTransport::sshArguments(const std::string& address, const std::string& remoteLine,
+                                                  bool noInput) const {
+    std::list<std::string> args = commonArguments();
+    args.insert(args.end(),
+                {"-o", "BatchMode=yes", "-o", "ConnectTimeout=" + std::to_string(options_.connectTimeout),
+                 "-o", "ServerAliveInterval=15", "-o", "ServerAliveCountMax=3", "-o", "ForwardAgent=no", "-o",
+                 "ForwardX11=no"});
+    if (std::find(args.begin(), args.end(), "ControlMaster=no") == args.end()) {
+        args.insert(args.end(), {"-o", "ControlMaster=auto", "-o", "ControlPersist=60"});
     }
     args.push_back("-T");
     if (noInput) {
@@ -207,6 +311,28 @@ std::list<std::string> SshTransport::sshArguments(const std::string& address, co
     }
     args.insert(args.end(), {"--", address, remoteLine});
     return args;
+}
+
+void SshTransport::endConnections(const std::vector<std::string>& hosts) {
+    VESSA_TRACE(kUnit, "SshTransport::endConnections");
+    std::list<std::string> common = commonArguments();
+    if (std::find(common.begin(), common.end(), "ControlMaster=no") != common.end()) {
+        return;
+    }
+    sal::exec::RunLimits limits;
+    limits.timeoutSeconds = 5;
+    sal::exec::RunStreams streams;
+    streams.output = [](const char*, std::size_t) {};
+    streams.error = [](const char*, std::size_t) {};
+    for (const std::string& host : hosts) {
+        std::list<std::string> args = common;
+        args.insert(args.end(), {"-o", "BatchMode=yes", "-O", "exit", "--", host});
+        try {
+            runner_(options_.program, args, streams, limits);
+        } catch (const Exception& e) {
+            VESSA_LOG << "cannot end the connection to " << host << ": " << e.why();
+        }
+    }
 }
 
 std::string SshTransport::call(const std::string& address, const std::string& what, const std::string& script,
@@ -232,7 +358,9 @@ std::string SshTransport::call(const std::string& address, const std::string& wh
     try {
         result = runner_(options_.program, argv, streams, limits);
     } catch (const Exception& e) {
-        throw Exception("cannot reach " + address + " for " + what + ": " + e.why(), e.code(), e.domain());
+        // ssh did not start here (no ssh, no descriptors left): nothing was tried on the host.
+        throw Exception("cannot run ssh on this machine for " + what + " on " + address + ": " + e.why(),
+                        e.code(), e.domain());
     }
     if (result.outcome == sal::exec::RunResult::TimedOut) {
         throw Exception("no answer from " + address + " for " + what + " within " +
@@ -347,7 +475,8 @@ int SshTransport::run(const std::string& address, const std::string& workdir, bo
     VESSA_TRACE(kUnit, "SshTransport::run");
     std::list<std::string> words = {workdir, createWorkdir ? "1" : "0", program};
     words.insert(words.end(), args.begin(), args.end());
-    const std::list<std::string> argv = sshArguments(address, remoteCommandLine(kRunScript, words), true);
+    // Standard input stays open and unwritten: its end tells the host that the session is over.
+    const std::list<std::string> argv = sshArguments(address, remoteCommandLine(kRunScript, words), false);
     // Until the start line arrives, standard error is what ssh and the script say: held back line by
     // line, passed on once the program runs, or made the reason when it never does.
     bool started = false;
@@ -386,7 +515,9 @@ int SshTransport::run(const std::string& address, const std::string& workdir, bo
     try {
         result = runner_(options_.program, argv, streams, limits);
     } catch (const Exception& e) {
-        throw Exception("cannot run " + program + " on " + address + ": " + e.why(), e.code(), e.domain());
+        throw Exception(
+            "cannot run ssh on this machine to run " + program + " on " + address + ": " + e.why(), e.code(),
+            e.domain());
     }
     if (result.outcome == sal::exec::RunResult::TimedOut) {
         throw Exception(program + " on " + address + " did not end within " +

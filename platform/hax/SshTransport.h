@@ -9,13 +9,19 @@
 //   BatchMode=yes               never a password or passphrase prompt: a host that wants one refuses
 //   ConnectTimeout=N            a host that does not answer fails after N seconds (default 10)
 //   ServerAliveInterval=15      a connection that dies midway is noticed (three missed answers)
-//   ControlMaster=auto, ControlPath=DIR/%C, ControlPersist=60
-//                               one connection per host, shared by the calls of every process of the
-//                               user (the library, the launcher it starts), kept 60 s after the last
-//                               one; DIR is a private directory (see controlDirectory())
+//   ForwardAgent=no, ForwardX11=no
+//                               a host never gets the use of the controller's keys or display, whatever
+//                               the user's configuration says
+//   ControlMaster=auto, ControlPath=DIR/KEY-%C, ControlPersist=60
+//                               one connection per host, shared by the calls of one run (the library and
+//                               the launchers it starts); DIR is a private directory (controlDirectory()),
+//                               KEY names the configuration and the run (controlKey()), so a connection
+//                               made under one configuration is never used under another.
+//                               endConnections() ends a run's connections; the 60 s only bound those of
+//                               a run that was killed before it could.
 // Everything else (user, port, keys, known hosts, proxies) comes from the user's own SSH configuration.
-// The destination is the host's numerical address (the launcher's command line carries no other), so
-// configuration entries and known host keys must name hosts by address.
+// The destination is the host's name as the user gave it, so that ssh checks the host key recorded for
+// that name: a name that now resolves elsewhere meets ssh's own host-key failure.
 //
 // Each call runs bounded (sal::exec::runBounded): by the system view's command limits unless the
 // caller gives its own. A host that cannot be reached, refuses, or whose script fails throws
@@ -44,10 +50,19 @@ std::string shellQuote(const std::string& word);
 std::string remoteCommandLine(const std::string& script, const std::list<std::string>& args);
 
 // The private directory for the shared connections' sockets: $XDG_RUNTIME_DIR/vessa-ssh, else (no such
-// variable, or a path too long for a socket's name) /tmp/vessa-ssh-<uid>; made with mode 0700 when
-// missing. "" when it is not a directory of this user
-// that nobody else may enter (then every call makes a connection of its own).
+// variable, a path too long for a socket's name, or one that is not trusted) /tmp/vessa-ssh-<uid>;
+// made with mode 0700 when missing. Trusted means: the directory belongs to this user and nobody else
+// may enter it, and every directory above it (links resolved) belongs to this user or root and nobody
+// else may write it, except a root-owned directory with the sticky bit (/tmp), where others cannot
+// rename or remove what is ours. "" when neither is trusted: every call then makes a connection of its
+// own. Returns the resolved path.
 std::string controlDirectory();
+
+// The first part of the sockets' names: 12 hex digits of a hash of the configuration in use (the -F
+// file's path and content, or the user's and the system's files when there is none) and of the run
+// (VESSA_SSH_RUN when set, which the default transport sets for the programs it starts, else this
+// process's id).
+std::string controlKey(const std::string& configFile);
 
 class SshTransport : public Transport {
   public:
@@ -66,7 +81,9 @@ class SshTransport : public Transport {
         std::string controlDirectory;
     };
 
-    SshTransport();  // runBounded, default options
+    // runBounded, default options; sets VESSA_SSH_RUN for the programs the view runs (a launcher then
+    // shares this run's connections) unless it is set already.
+    SshTransport();
     SshTransport(Options options, Runner runner);
 
     std::string envValueOf(const std::string& address, const std::string& name) override;
@@ -95,10 +112,16 @@ class SshTransport : public Transport {
     std::list<std::string> sshArguments(const std::string& address, const std::string& remoteLine,
                                         bool noInput) const;
 
+    // Ends the shared connection to each of `hosts` (ssh -O exit), where there is one; quiet, at most
+    // a few seconds for each. Call when the run is over, or is being ended.
+    void endConnections(const std::vector<std::string>& hosts);
+
   private:
     struct Call;
     std::string call(const std::string& address, const std::string& what, const std::string& script,
                      const std::list<std::string>& args, const Call& how);
+    std::string configFile() const;
+    std::list<std::string> commonArguments() const;
 
     Options options_;
     Runner runner_;

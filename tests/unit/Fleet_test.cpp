@@ -66,4 +66,14 @@ TEST(Fleet, EveryHostAnswersOrFailsByNameWithoutStoppingTheOthers) {
     vessa::hax::clearHostCache();
 }
 
+// The one line that names a failed host stays one line, whatever the name or the reason hold.
+TEST(Fleet, FailureLinesStayOneLine) {
+    std::vector<vessa::cli::FleetAnswer> answers;
+    answers.push_back(
+        vessa::cli::FleetAnswer{"evil\nvessa-storage: fake\x1b[2J", nullptr, "cannot reach\r\nx"});
+    std::ostringstream err;
+    EXPECT_EQ(vessa::cli::reportFailures(err, answers), 1);
+    EXPECT_EQ(err.str(), "vessa-storage: evil?vessa-storage: fake?[2J: cannot reach??x\n");
+}
+
 }  // namespace

@@ -4,6 +4,7 @@
 #include "cli/ErrorText.h"
 #include "platform/Str.h"
 #include "support/FakeProgram.h"
+#include "support/ScriptedView.h"
 #include "support/TestSupport.h"
 #include "target/Host.h"
 #include "target/ListingLineError.h"
@@ -19,7 +20,9 @@ const std::string kMiB(1 << 20, 'x');
 
 class ScriptedTransport : public vessa::hax::Transport {
   public:
-    std::string envValueOf(const std::string&, const std::string& name) override {
+    std::string asked;  // the host the agent client last asked for
+    std::string envValueOf(const std::string& host, const std::string& name) override {
+        asked = host;
         return name == "VESSA_VLTT_INSTALL_DIR" ? "/opt/vltt" : "";
     }
     int listDirectory(const std::string&, const std::string&, std::list<vessa::hax::FSItem>&) override {
@@ -108,6 +111,42 @@ TEST_F(RemoteQuery, OtherVersionsFailedRunsAndBadVersionLinesAddNothing) {
     EXPECT_THROW(host->fill(Storage::physicalStorage, nullptr, false, {}), vessa::util::str::Exception);
 }
 
+// The launcher is handed the host's name as it was given ("127.2" is 127.0.0.2 once resolved), so that
+// ssh checks the key recorded for that name. Each way the launcher can fail is named by its cause.
+TEST(RemoteQueryFailure, NamesTheHostAndTheCause) {
+    using vessa::sal::sys::RunOutcome;
+    const struct {
+        RunOutcome outcome;
+        int status;
+        const char* failure;
+    } cases[] = {
+        {RunOutcome::NotStarted, 0, "the launcher pelo could not be run"},
+        {RunOutcome::TimedOut, 0, "pelo did not end within the command timeout of 120 s and was ended"},
+        {RunOutcome::TooMuchOutput, 0, "pelo wrote more than 67108864 bytes and was ended"},
+        {RunOutcome::Exited, 3, "korvo did not run to its end through pelo (exit status 3)"},
+    };
+    vessa::sal::sys::setCommandLimits(vessa::sal::exec::RunLimits());
+    for (const auto& c : cases) {
+        vessa::hax::clearHostCache();
+        const auto transport = std::make_shared<ScriptedTransport>();
+        vessa::hax::setTransport(transport);
+        auto view = std::make_unique<vessa::test::ScriptedView>();
+        view->commands[vessa::sal::sys::commandFileName(
+            "pelo", {"--host", "127.2", "--workdir", "/opt/vltt/korvo_tests/", "--create-workdir", "--exec",
+                     "korvo", "-zt", "-zh", "-p"})] =
+            vessa::test::ScriptedView::Command(c.outcome, c.status, "");
+        vessa::test::ScopedView scoped(std::move(view));
+        std::unique_ptr<Host> host(Host::named("127.2", false));
+        ASSERT_EQ(host->id(), "127.0.0.2");
+        host->fill(Storage::physicalStorage, nullptr, false, {});
+        EXPECT_EQ(host->lastQueryFailure(), c.failure);
+        EXPECT_EQ(transport->asked, "127.2");
+        host.reset();
+        vessa::hax::setTransport(nullptr);
+        vessa::hax::clearHostCache();
+    }
+}
+
 TEST_F(RemoteQuery, WorkerThreadFillsTheList) {
     FakeProgram pelo("pelo", kListing);
     vessa::sal::exec::Thread worker = host->queryDevices(Storage::physicalStorage, {});
@@ -140,11 +179,15 @@ TEST_F(RemoteQuery, MalformedListingLines) {
         {"boot not 0 or 1", "/dev/x~x~~~~~~0~0~1~512~2\n", "",
          "1 listing line 1 \"/dev/x~x~~~~~~0~0~1~512~2\""},
         {"bad index", "[x]~/dev/x\n", "", "1 listing line 1 \"[x]~/dev/x\""},
-        // A 1 MiB line without a newline is one device; 1 MiB of separators has an empty drive type, and
+        // A line of 64 KiB is one device; a longer one ends the listing (the items before it stay), and
         // its text is cut.
-        {"1MiB name", "/dev/big~" + kMiB, "/dev/big 0\n", ""},
+        {"64KiB line", "/dev/big~" + std::string(65536 - 9, 'x'), "/dev/big 0\n", ""},
+        {"1MiB name", "/dev/ok~ok\n/dev/big~" + kMiB, "/dev/ok 0\n",
+         "2 listing line 2 \"/dev/big~" + std::string(151, 'x') +
+             "... (1048585 characters)\": a line is longer than 65536 bytes"},
         {"1MiB separators", std::string(1 << 20, '~'), "",
-         "1 listing line 1 \"" + std::string(160, '~') + "... (1048576 characters)\""},
+         "1 listing line 1 \"" + std::string(160, '~') +
+             "... (1048576 characters)\": a line is longer than 65536 bytes"},
     };
     for (const auto& c : cases) {
         FakeProgram pelo("pelo", "136\n" + c.listing);

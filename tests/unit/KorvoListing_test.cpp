@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <malloc.h>
+
 #include "platform/Str.h"
 #include "support/FakeProgram.h"
 #include "support/TestSupport.h"
@@ -69,6 +71,22 @@ TEST_F(Listing, ConversionFailuresStopAtTheFailingLine) {
         ASSERT_EQ(host->storage().size(), 1u) << line;
         EXPECT_EQ(host->storage().front()->path(), "/dev/ok");
     }
+}
+
+// What an item of a listing costs the controller stays within four times its own size (the item, and
+// a key and a value for each of its eleven properties), never a copy of every property's description
+// (which once made 400,000 one-character lines take 1.6 GB).
+TEST_F(Listing, ItemsHoldNoCopiesOfTheDescriptions) {
+    constexpr std::size_t kItems = 20000;
+    std::string text;
+    for (std::size_t i = 0; i < kItems; ++i) {
+        text += "x\n";
+    }
+    const std::size_t before = ::mallinfo2().uordblks;
+    parse(text);
+    ASSERT_EQ(host->storage().size(), kItems);
+    const std::size_t perItem = (::mallinfo2().uordblks - before) / kItems;
+    EXPECT_LE(perItem, 4 * (sizeof(Storage) + 11 * 2 * sizeof(std::string)));
 }
 
 TEST_F(Listing, FileSystemItemsGetTheTestFile) {

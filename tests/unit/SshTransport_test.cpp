@@ -26,10 +26,19 @@ const std::vector<std::string> kHostile = {"plain",      "with blank", "it's",  
                                            "$(touch x)", "`id`",       "a;b|c&d",   "*",  "-n",
                                            "",           "~root",      "line\nend", "\\", "\"q\" $HOME"};
 
+// Forwarding is off whatever the configuration says; the socket's name carries the configuration's key.
 const std::list<std::string> kOptions = {
-    "-F", "/etc/vessa/ssh_config",  "-o", "BatchMode=yes",         "-o", "ConnectTimeout=7",
-    "-o", "ServerAliveInterval=15", "-o", "ServerAliveCountMax=3", "-o", "ControlMaster=auto",
-    "-o", "ControlPath=/ctl/%C",    "-o", "ControlPersist=60",     "-T"};
+    "-F", "/etc/vessa/ssh_config",
+    "-o", "ControlPath=/ctl/" + vessa::hax::controlKey("/etc/vessa/ssh_config") + "-%C",
+    "-o", "BatchMode=yes",
+    "-o", "ConnectTimeout=7",
+    "-o", "ServerAliveInterval=15",
+    "-o", "ServerAliveCountMax=3",
+    "-o", "ForwardAgent=no",
+    "-o", "ForwardX11=no",
+    "-o", "ControlMaster=auto",
+    "-o", "ControlPersist=60",
+    "-T"};
 
 // Stands in for ssh to 127.0.0.9: checks the argument vector of every call, then hands the remote
 // command line to a local shell, as the remote login shell would get it, on a host where the tools are
@@ -42,8 +51,10 @@ SshTransport loopback() {
     return SshTransport(o, [](const std::string& program, const std::list<std::string>& args,
                               const exec::RunStreams& streams, const exec::RunLimits& limits) {
         std::list<std::string> expected = kOptions;
-        if (streams.inputFile.empty()) {
-            expected.push_back("-n");  // only a file being put is standard input
+        // Only a file being put is standard input, and a run keeps an open one, whose end tells the
+        // host that the session is over.
+        if (streams.inputFile.empty() && args.back().find("vessa: started") == std::string::npos) {
+            expected.push_back("-n");
         }
         expected.insert(expected.end(), {"--", "127.0.0.9"});
         EXPECT_EQ(program, "ssh");
@@ -133,6 +144,9 @@ TEST(SshTransport, FailuresNameTheHostAndSshsReason) {
         int status;
         std::string stderrText, expected;
     } cases[] = {
+        // ssh could not even start here (status -1: the runner throws): nothing was tried on the host.
+        {exec::RunResult::Exited, -1, "Too many open files",
+         "cannot run ssh on this machine for reading the environment value X on 127.0.0.3: Too many open"},
         {exec::RunResult::Exited, 255,
          "Warning: x\r\nssh: connect to host 127.0.0.3 port 22: Connection refused\r\n",
          "cannot reach 127.0.0.3 reading the environment value X: ssh: connect to host 127.0.0.3 port 22: "
@@ -147,6 +161,9 @@ TEST(SshTransport, FailuresNameTheHostAndSshsReason) {
         o.controlDirectory = "/ctl";
         SshTransport t(o, [&c](const std::string&, const std::list<std::string>&, const exec::RunStreams& s,
                                const exec::RunLimits&) {
+            if (c.status < 0) {
+                throw vessa::Exception(c.stderrText);
+            }
             s.error(c.stderrText.data(), c.stderrText.size());
             exec::RunResult r;
             r.outcome = c.outcome;
@@ -188,11 +205,72 @@ TEST(SshTransport, ConfigurationFileAndSocketDirectory) {
     ASSERT_EQ(::stat(sockets.c_str(), &st), 0);
     EXPECT_EQ(st.st_mode & 0777, 0700u);
     ::chmod(sockets.c_str(), 0755);
-    EXPECT_EQ(vessa::hax::controlDirectory(), "");
-    const std::list<std::string> a =
-        SshTransport(SshTransport::Options(), nullptr).sshArguments("h", "true", true);
-    EXPECT_NE(std::find(a.begin(), a.end(), "ControlMaster=no"), a.end());
+    EXPECT_NE(vessa::hax::controlDirectory(), sockets);
+    ::chmod(sockets.c_str(), 0700);
+
+    // Every directory above the sockets must be this user's or root's, and nobody else's to change
+    // (a root-owned sticky one like /tmp excepted); otherwise the directory in /tmp is used instead.
+    const std::string fallback = "/tmp/vessa-ssh-" + std::to_string(::geteuid());
+    const struct {
+        mode_t mode;
+        uid_t owner;
+        bool trusted;
+    } parents[] = {{0755, ::geteuid(), true}, {0775, ::geteuid(), false}, {0757, ::geteuid(), false},
+                   {01777, 0, true},          {01777, 65534, false},      {0755, 65534, false}};
+    for (const auto& p : parents) {
+        if (p.owner != ::geteuid() && ::geteuid() != 0) {
+            continue;  // only root can give a directory away
+        }
+        vessa::test::TempDir top;
+        const std::string parent = top.path() + "/p";
+        ASSERT_EQ(::mkdir(parent.c_str(), 0700), 0);
+        ASSERT_EQ(::mkdir((parent + "/vessa-ssh").c_str(), 0700), 0);
+        ASSERT_EQ(::chown(parent.c_str(), p.owner, static_cast<gid_t>(-1)), 0);
+        ASSERT_EQ(::chmod(parent.c_str(), p.mode), 0);
+        ::setenv("XDG_RUNTIME_DIR", parent.c_str(), 1);
+        const std::string chosen = vessa::hax::controlDirectory();
+        EXPECT_EQ(chosen == parent + "/vessa-ssh", p.trusted) << std::oct << p.mode << " " << p.owner;
+        if (!p.trusted) {
+            EXPECT_TRUE(chosen == fallback || chosen.empty()) << chosen;
+        }
+        ::chown(parent.c_str(), ::geteuid(), static_cast<gid_t>(-1));
+        ::chmod(parent.c_str(), 0700);
+    }
     keep.empty() ? ::unsetenv("XDG_RUNTIME_DIR") : ::setenv("XDG_RUNTIME_DIR", keep.c_str(), 1);
+}
+
+// A connection made under one configuration is never shared with another, nor with another run.
+TEST(SshTransport, ConnectionsAreKeyedByConfigurationAndRun) {
+    vessa::test::TempDir dir;
+    const std::string a = dir.write("a", "Host *\n  StrictHostKeyChecking no\n");
+    const std::string b = dir.write("b", "Host *\n  StrictHostKeyChecking yes\n");
+    const std::string key = vessa::hax::controlKey(a);
+    EXPECT_EQ(vessa::hax::controlKey(a), key);
+    EXPECT_NE(vessa::hax::controlKey(b), key);
+    dir.write("a", "Host *\n  StrictHostKeyChecking yes\n");  // the same file, now strict
+    EXPECT_NE(vessa::hax::controlKey(a), key);
+    const char* saved = std::getenv("VESSA_SSH_RUN");
+    ::setenv("VESSA_SSH_RUN", "another run", 1);
+    const std::string other = vessa::hax::controlKey(a);
+    saved != nullptr ? ::setenv("VESSA_SSH_RUN", saved, 1) : ::unsetenv("VESSA_SSH_RUN");
+    EXPECT_NE(vessa::hax::controlKey(a), other);
+
+    // The run's connections end with it: one "ssh -O exit" for each host, on the same socket.
+    std::vector<std::list<std::string>> calls;
+    SshTransport::Options o;
+    o.configFile = a;
+    o.controlDirectory = "/ctl";
+    SshTransport t(o, [&calls](const std::string&, const std::list<std::string>& args,
+                               const exec::RunStreams&, const exec::RunLimits&) {
+        calls.push_back(args);
+        return exec::RunResult();
+    });
+    t.endConnections({"h1", "h2"});
+    ASSERT_EQ(calls.size(), 2u);
+    const std::string path = "ControlPath=/ctl/" + vessa::hax::controlKey(a) + "-%C";
+    EXPECT_THAT(calls[1], ElementsAre("-F", a, "-o", path, "-o", "BatchMode=yes", "-O", "exit", "--", "h2"));
+    const std::list<std::string> call = t.sshArguments("h2", "true", true);
+    EXPECT_NE(std::find(call.begin(), call.end(), path), call.end());
 }
 
 // Processes that the agent's host starts run there, are listed while they run (and only they), and

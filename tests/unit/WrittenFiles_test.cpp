@@ -91,3 +91,14 @@ TEST(WrittenFiles, AFailedReportWriteLeavesTheOldReport) {
 }
 
 }  // namespace
+
+// A capture directory that someone else makes between the look and the making (here, at once: a
+// dangling link) is refused with that reason, never with a stale error number.
+TEST(WrittenFiles, ACaptureDirectoryMadeMeanwhileIsNamedAsSuch) {
+    vessa::test::TempDir dir;
+    const std::string capture = dir.path() + "/capx";
+    ASSERT_EQ(::symlink("nowhere", capture.c_str()), 0);
+    std::string why;
+    EXPECT_EQ(vessa::cli::prepareCaptureDir(capture, false, why), vessa::cli::TargetState::NotWritable);
+    EXPECT_EQ(why, "cannot create " + capture + ": something else created it meanwhile");
+}
