@@ -17,6 +17,7 @@ constexpr std::uintptr_t kHugePage = std::uintptr_t(2) << 20;  // the x86-64 tra
 }  // namespace
 
 void preferLargePages() {
+    mallopt(M_ARENA_MAX, 1);
     // Requests up to 32 MiB come from the heap, which grows by kStep at a time and is not trimmed.
     if (mallopt(M_MMAP_THRESHOLD, 32 << 20) == 0 || mallopt(M_TRIM_THRESHOLD, static_cast<int>(kStep)) == 0 ||
         mallopt(M_TOP_PAD, static_cast<int>(kStep)) == 0) {
