@@ -6,9 +6,10 @@
 //   vessa-storage capture DIR [--force] [--log FILE] [--command-timeout SECONDS]
 //   (--host: other hosts, over SSH, each on a thread of its own; --ssh-config FILE for ssh -F)
 //
-// Exit status: 0 success, 1 failure (one line on standard error naming what failed), 2 usage.
-// What a run could not see is said on standard error, one warning a line; `list --candidates` then
-// exits 1 without a list, since it must never guess.
+// Exit status: 0 success, 1 failure (one line on standard error naming what failed), 2 usage, 3 some
+// device could not be checked (list --candidates). What a run could not see is said on
+// standard error, one warning a line; `list --candidates` lists only the devices that surely are
+// candidates and names the others it could not decide, since it must never guess.
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -40,6 +41,7 @@ struct Options {
     bool json = false;
     bool tree = false;
     bool candidates = false;
+    bool allowData = false;
     std::string logFile;
     unsigned int inquiryTimeout = 1;
     unsigned int commandTimeout = 120;
@@ -49,6 +51,9 @@ struct Options {
     std::vector<std::string> hosts;
     std::string sshConfig;
 };
+
+// Exit status 3: some device could not be checked, so a list of candidates may lack some.
+constexpr int kUnknown = 3;
 
 // Exit status 2: the command line asks for something that is refused as such.
 class Refusal : public std::runtime_error {
@@ -151,6 +156,25 @@ std::vector<vessa::cli::FleetAnswer> askHosts(const Options& o, vessa::cli::LogF
     return vessa::cli::queryFleet(o.hosts, static_cast<vessa::target::Storage::storageType>(o.type), options);
 }
 
+// What --candidates does with an item: lists it, leaves it out, or leaves it out and names it as one
+// that could not be checked. With --allow-data, data at rest alone does not keep an item out.
+enum class Choice { Take, Leave, Unknown };
+Choice choose(const vessa::target::Verdict& v, bool allowData) {
+    using vessa::target::Verdict;
+    if (v.has(Verdict::Excluded) || v.has(Verdict::InUse) || (!allowData && v.has(Verdict::HoldsData))) {
+        return Choice::Leave;
+    }
+    return v.has(Verdict::Unknown) ? Choice::Unknown : Choice::Take;
+}
+
+std::string joined(const std::vector<std::string>& texts) {
+    std::string out;
+    for (const std::string& t : texts) {
+        out += (out.empty() ? "" : "; ") + t;
+    }
+    return out;
+}
+
 // What a fleet answer could not see. This machine's run says so itself; the listing tool of another
 // host says nothing of devices in use, so its items are never taken for free.
 vessa::target::DiscoveryReport reportOf(vessa::target::Host& h) {
@@ -166,6 +190,7 @@ int listHosts(const Options& o) {
     vessa::cli::LogFile log;
     const std::vector<vessa::cli::FleetAnswer> answers = askHosts(o, log, {"--in-use"});
     int failed = vessa::cli::reportFailures(std::cerr, answers);
+    bool unknown = false;
     // Each host's own list: its candidates only when asked, and none from a host that could not see all.
     std::map<vessa::target::Host*, std::list<vessa::target::Storage*>> shown;
     for (const vessa::cli::FleetAnswer& a : answers) {
@@ -176,25 +201,30 @@ int listHosts(const Options& o) {
         for (const std::string& w : report.warnings) {
             std::cerr << "vessa-storage: " << a.name << ": warning: " << w << '\n';
         }
-        if (o.candidates && !report.complete()) {
-            std::cerr << "vessa-storage: " << a.name
-                      << ": could not see everything; no candidates are listed\n";
-            ++failed;
-        }
         std::list<vessa::target::Storage*>& items = shown[a.host.get()];
+        std::size_t undecided = 0;
         for (vessa::target::Storage* s : a.host->storage()) {
-            if (!o.candidates || (report.complete() && vessa::cli::isCandidate(*s))) {
+            const Choice c = choose(a.host->verdict(*s), o.allowData);
+            if (!o.candidates || c == Choice::Take) {
                 items.push_back(s);
             }
+            undecided += c == Choice::Unknown;
+        }
+        if (o.candidates && undecided != 0) {
+            std::cerr << "vessa-storage: " << a.name << ": " << undecided
+                      << " items could not be checked and are not listed\n";
+            unknown = true;
         }
     }
     if (o.json) {
         vessa::cli::JsonWriter json(std::cout);
-        if (vessa::cli::writeFleetJson(json, answers,
-                                       [&shown](vessa::cli::JsonWriter& j, vessa::target::Host& h) {
-                                           const vessa::target::DiscoveryReport report = reportOf(h);
-                                           vessa::cli::writeStorageJson(j, h.name(), shown[&h], &report);
-                                       })) {
+        if (vessa::cli::writeFleetJson(
+                json, answers, [&shown](vessa::cli::JsonWriter& j, vessa::target::Host& h) {
+                    const vessa::target::DiscoveryReport report = reportOf(h);
+                    vessa::cli::writeStorageJson(
+                        j, h.name(), shown[&h], &report,
+                        [&h](const vessa::target::Storage& s) { return h.verdict(s); });
+                })) {
             json.finish();
         }
     } else {
@@ -202,7 +232,7 @@ int listHosts(const Options& o) {
             vessa::cli::printTable(out, shown[&h]);
         });
     }
-    return failed == 0 ? 0 : 1;
+    return failed != 0 ? 1 : unknown ? kUnknown : 0;
 }
 
 // The report's default file is <host name>.xml in the current directory, and only there: the name
@@ -261,27 +291,35 @@ int list(const Options& o) {
     std::unique_ptr<vessa::target::Host> host = discover(o, log, extra);
     const vessa::target::DiscoveryReport& report = host->discoveryReport();
     warn(report);
-    if (o.candidates && !report.complete()) {
-        std::cerr << "vessa-storage: the run could not see everything; no candidates are listed\n";
-        return 1;
-    }
+    vessa::target::Host& h = *host;
+    auto taken = [&h, &o](const vessa::target::Storage& s) {
+        return !o.candidates || choose(h.verdict(s), o.allowData) == Choice::Take;
+    };
     std::list<vessa::target::Storage*> shown;
+    bool unknown = false;
     for (vessa::target::Storage* s : host->storage()) {
-        if (!o.candidates || vessa::cli::isCandidate(*s)) {
+        if (taken(*s)) {
             shown.push_back(s);
+        }
+        const vessa::target::Verdict v = h.verdict(*s);
+        if (o.candidates && choose(v, o.allowData) == Choice::Unknown) {
+            std::cerr << "vessa-storage: not checked: " << vessa::cli::terminalText(s->path()) << ": "
+                      << vessa::cli::terminalText(joined(v.reasonsOf(vessa::target::Verdict::Unknown)))
+                      << '\n';
+            unknown = true;
         }
     }
     if (o.json) {
         vessa::cli::JsonWriter json(std::cout);
-        vessa::cli::writeStorageJson(json, host->name(), shown, &report);
+        vessa::cli::writeStorageJson(json, host->name(), shown, &report,
+                                     [&h](const vessa::target::Storage& s) { return h.verdict(s); });
         json.finish();
     } else if (o.tree) {
-        vessa::cli::printTree(std::cout, host->storage(), report,
-                              o.candidates ? vessa::cli::isCandidate : nullptr);
+        vessa::cli::printTree(std::cout, host->storage(), report, taken);
     } else {
         vessa::cli::printTable(std::cout, shown);
     }
-    return 0;
+    return unknown ? kUnknown : 0;
 }
 
 int report(const Options& o) {
@@ -358,8 +396,10 @@ int main(int argc, char** argv) {
     listCmd->add_flag("--json", o.json, "One JSON document instead of a table");
     listCmd->add_flag("--tree", o.tree, "Devices nested under what they belong to");
     listCmd->add_flag("--candidates", o.candidates,
-                      "Only what may be destroyed by testing: no exclusion and not in use (exit 1 when the "
-                      "run could not see everything)");
+                      "Only what may be destroyed by testing: not excluded, not in use, holding no data; "
+                      "devices that could not be checked are named on standard error (exit 3)");
+    listCmd->add_flag("--allow-data", o.allowData,
+                      "With --candidates: also devices whose only reason is data at rest");
     listCmd->add_option("-j", o.inquiryTimeout, "SCSI inquiry timeout in seconds (default 1)")
         ->type_name("SECONDS");
     CLI::App* reportCmd = app.add_subcommand("report", "Write the XML storage report");
