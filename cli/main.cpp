@@ -4,10 +4,12 @@
 //                         [--log FILE] [-j SECONDS] [--command-timeout SECONDS] [--ssh-config FILE]
 //   vessa-storage report  [--sysroot DIR | --host NAME...] [--type N|WORDS] [--output FILE] [--log FILE] ...
 //   vessa-storage capture DIR [--force] [--log FILE] [--command-timeout SECONDS]
+//   vessa-storage check   DEVICE... [--sysroot DIR] [--log FILE] ...
+//   vessa-storage guard   DEVICE... [--log FILE] ... -- COMMAND [ARG...]
 //   (--host: other hosts, over SSH, each on a thread of its own; --ssh-config FILE for ssh -F)
 //
 // Exit status: 0 success, 1 failure (one line on standard error naming what failed), 2 usage, 3 some
-// device could not be checked (list --candidates). What a run could not see is said on
+// device could not be checked (list --candidates, check). What a run could not see is said on
 // standard error, one warning a line; `list --candidates` lists only the devices that surely are
 // candidates and names the others it could not decide, since it must never guess.
 #include <sys/stat.h>
@@ -22,6 +24,7 @@
 #include "cli/Capture.h"
 #include "cli/ErrorText.h"
 #include "cli/Fleet.h"
+#include "cli/Guard.h"
 #include "cli/Heap.h"
 #include "cli/ListOutput.h"
 #include "cli/LogFile.h"
@@ -42,6 +45,8 @@ struct Options {
     bool tree = false;
     bool candidates = false;
     bool allowData = false;
+    std::vector<std::string> devices;  // check, guard
+    std::vector<std::string> command;  // guard: after "--"
     std::string logFile;
     unsigned int inquiryTimeout = 1;
     unsigned int commandTimeout = 120;
@@ -303,9 +308,12 @@ int list(const Options& o) {
         }
         const vessa::target::Verdict v = h.verdict(*s);
         if (o.candidates && choose(v, o.allowData) == Choice::Unknown) {
+            std::string why;
+            for (const std::string& r : v.reasonsOf(vessa::target::Verdict::Unknown)) {
+                why += (why.empty() ? "" : "; ") + r.substr(r.find(": ") + 2);  // without "unknown: "
+            }
             std::cerr << "vessa-storage: not checked: " << vessa::cli::terminalText(s->path()) << ": "
-                      << vessa::cli::terminalText(joined(v.reasonsOf(vessa::target::Verdict::Unknown)))
-                      << '\n';
+                      << vessa::cli::terminalText(why) << '\n';
             unknown = true;
         }
     }
@@ -320,6 +328,62 @@ int list(const Options& o) {
         vessa::cli::printTable(std::cout, shown);
     }
     return unknown ? kUnknown : 0;
+}
+
+// The verdict of each named device, one line each; 0 when every one is a candidate, 3 when none is
+// refused but some could not be checked, 1 otherwise. `held`: the kernel names of the devices, when
+// all are candidates.
+int checkDevices(const Options& o, vessa::target::Host& host, std::ostream& out,
+                 std::vector<std::string>* held) {
+    bool refused = false, unknown = false;
+    for (const std::string& name : o.devices) {
+        vessa::target::Storage* item = vessa::cli::itemOf(host, name);
+        if (item == nullptr) {
+            out << vessa::cli::terminalText(name) << ": not found: no device of the run has that name\n";
+            refused = true;
+            continue;
+        }
+        const vessa::target::Verdict v = host.verdict(*item);
+        out << vessa::cli::terminalText(name) << ": "
+            << (v.candidate()                                 ? "candidate"
+                : v.kind() == vessa::target::Verdict::Unknown ? "not checked: "
+                                                              : "not a candidate: ")
+            << vessa::cli::terminalText(joined(v.reasons())) << '\n';
+        refused = refused || choose(v, o.allowData) == Choice::Leave;
+        unknown = unknown || choose(v, o.allowData) == Choice::Unknown;
+        if (held != nullptr) {
+            auto it = item->properties().find("Name");
+            held->push_back(it != item->properties().end() ? it->second.value()
+                                                           : vessa::cli::kernelNameOf(name));
+        }
+    }
+    return refused ? 1 : unknown ? kUnknown : 0;
+}
+
+int check(const Options& o) {
+    vessa::cli::LogFile log;
+    std::unique_ptr<vessa::target::Host> host = discover(o, log, {});
+    warn(host->discoveryReport());
+    return checkDevices(o, *host, std::cout, nullptr);
+}
+
+int guard(const Options& o) {
+    if (o.sysroot != "/") {
+        throw Refusal("guard holds devices of this machine: --sysroot cannot be used");
+    }
+    if (o.command.empty()) {
+        throw Refusal("guard needs a command after \"--\"");
+    }
+    vessa::cli::LogFile log;
+    std::unique_ptr<vessa::target::Host> host = discover(o, log, {});
+    warn(host->discoveryReport());
+    std::vector<std::string> devices;
+    if (checkDevices(o, *host, std::cerr, &devices) != 0) {
+        std::cerr << "vessa-storage: not every device is a candidate; " << o.command.front()
+                  << " was not started\n";
+        return 1;
+    }
+    return vessa::cli::holdAndRun(devices, o.command);
 }
 
 int report(const Options& o) {
@@ -415,6 +479,34 @@ int main(int argc, char** argv) {
                      "End a tool that has not finished after SECONDS (default 120, 0: never)")
         ->type_name("SECONDS");
 
+    CLI::App* checkCmd = app.add_subcommand(
+        "check", "Show whether each device may be destroyed by testing (exit 0: every one may)");
+    checkCmd->add_option("DEVICE", o.devices, "/dev/sdb, /dev/disk/by-id/..., /dev/mapper/..., 8:16")
+        ->required();
+    checkCmd->add_flag("--allow-data", o.allowData, "Data at rest alone does not refuse a device");
+    checkCmd->add_option("--sysroot", o.sysroot, "Replay the snapshot in DIR instead of this machine")
+        ->type_name("DIR");
+    CLI::App* guardCmd = app.add_subcommand(
+        "guard", "Check the devices, then hold them (exclusive open, disk lock) while COMMAND runs");
+    guardCmd->add_option("DEVICE", o.devices, "The devices COMMAND may destroy")->required();
+    guardCmd->add_flag("--allow-data", o.allowData, "Data at rest alone does not refuse a device");
+    for (CLI::App* cmd : {checkCmd, guardCmd}) {
+        cmd->add_option("--log", o.logFile, "Write the library's log to FILE")->type_name("FILE");
+        cmd->add_option("-j", o.inquiryTimeout, "SCSI inquiry timeout in seconds (default 1)")
+            ->type_name("SECONDS");
+        cmd->add_option("--command-timeout", o.commandTimeout,
+                        "End a tool that has not finished after SECONDS (default 120, 0: never)")
+            ->type_name("SECONDS");
+    }
+    // guard's command is everything after "--", taken before the options are parsed.
+    for (int i = 1; i < argc; ++i) {
+        if (std::string(argv[i]) == "--" && i > 1 && std::string(argv[1]) == "guard") {
+            o.command.assign(argv + i + 1, argv + argc);
+            argc = i;
+            break;
+        }
+    }
+
     // An option before any command would only be answered with "a subcommand is required".
     if (argc > 1 && argv[1][0] == '-' && app.get_option_no_throw(argv[1]) == nullptr &&
         std::string(argv[1]) != "-h" && std::string(argv[1]) != "--help") {
@@ -440,6 +532,12 @@ int main(int argc, char** argv) {
         }
         if (captureCmd->parsed()) {
             return capture(o);
+        }
+        if (checkCmd->parsed()) {
+            return check(o);
+        }
+        if (guardCmd->parsed()) {
+            return guard(o);
         }
         return report(o);
     } catch (const Refusal& e) {
