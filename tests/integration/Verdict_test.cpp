@@ -8,12 +8,14 @@
 
 #include <fstream>
 #include <map>
+#include <memory>
 
 #include <nlohmann/json.hpp>
 
 #include "platform/Process.h"
 #include "support/LoopDevice.h"
 #include "support/TestSupport.h"
+#include "target/Host.h"
 
 using vessa::sal::exec::runCaptured;
 
@@ -66,7 +68,11 @@ TEST(VerdictLive, DataAtRestAndReadOnlyAreNoCandidatesWhileABlankDiskIs) {
         0)
         << out;
     ASSERT_EQ(vessa::test::run("mkfs.ext4 -q -F -U " + kUuid + " -L DATA " + part), 0);
-    ASSERT_EQ(vessa::test::run("blockdev --setro " + readOnly.device()), 0);
+    // The flag outlives the loop device's detaching: it is cleared before, also when the test fails.
+    const std::string roDevice = readOnly.device();
+    const std::shared_ptr<void> writable(
+        nullptr, [roDevice](void*) { vessa::test::run("blockdev --setrw " + roDevice); });
+    ASSERT_EQ(vessa::test::run("blockdev --setro " + roDevice), 0);
 
     // /etc/fstab of this machine is not the test's to change: the capture of this machine gets one
     // that names the partition by UUID, and is replayed.
@@ -130,6 +136,30 @@ TEST(VerdictLive, GuardHoldsTheDeviceWhileTheCommandRunsAndRefusesData) {
     const std::string marker = work.path() + "/started";
     EXPECT_EQ(runCaptured(kProgram, {"guard", swap.device(), "--", "touch", marker}, out), 1);
     EXPECT_NE(::access(marker.c_str(), F_OK), 0);
+}
+
+// A suite program that only calls fill(), with no option, is told that a mounted partition and active
+// swap are no candidates.
+TEST(VerdictLive, PlainFillDecidesVerdicts) {
+    if (!vessa::test::runningAsRoot()) {
+        GTEST_SKIP() << "needs root for loop devices";
+    }
+    vessa::test::TestMachine m;
+    ASSERT_TRUE(m.ok);
+    std::unique_ptr<vessa::target::Host> host(vessa::target::Host::named("localhost", false));
+    host->fill(vessa::target::Storage::allStorage, nullptr, false, {});
+    std::map<std::string, std::string> got;
+    for (vessa::target::Storage* s : host->storage()) {
+        EXPECT_EQ(s->properties().count("inUse"), 0u) << "the items are those the rules make";
+        if (!(s->deviceStorageType() & vessa::target::Storage::fileSystemStorage)) {
+            const vessa::target::Verdict v = host->verdict(*s);
+            got[s->path()] = std::string(v.word()) + "|" + (v.reasons().empty() ? "" : v.reasons().front());
+        }
+    }
+    const std::string gpt = m.gpt.device();
+    EXPECT_EQ(got[gpt + "p1"], "in use|mounted at " + m.partitionMountPoint);
+    EXPECT_EQ(got[gpt + "p2"], "in use|active swap");
+    EXPECT_EQ(got[m.blank.device()], "candidate|");
 }
 
 }  // namespace
