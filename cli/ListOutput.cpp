@@ -11,19 +11,6 @@ namespace vessa::cli {
 
 namespace {
 
-// Column of the exclusion string -> the reason in words. Column 2 (I) is defined but never set by
-// discovery; it is named for completeness.
-const char* const kReasonWords[10] = {"boot",
-                                      "no signature",
-                                      "reserved",
-                                      "empty",
-                                      "partitioned or holds a file system",
-                                      "system",
-                                      "user",
-                                      "volume group member",
-                                      "swap",
-                                      "excluded by listing"};
-
 // The IN USE column shows this much of the reasons; the JSON document has them whole.
 constexpr std::size_t kInUseWidth = 40;
 
@@ -108,13 +95,7 @@ std::string terminalText(const std::string& text) {
 }
 
 std::vector<std::string> exclusionReasons(const std::string& exclusionString) {
-    std::vector<std::string> reasons;
-    for (std::size_t i = 0; i < 10 && i < exclusionString.size(); ++i) {
-        if (exclusionString[i] != ' ') {
-            reasons.emplace_back(kReasonWords[i]);
-        }
-    }
-    return reasons;
+    return vessa::target::Verdict::exclusionWords(exclusionString);
 }
 
 std::string humanSize(unsigned long long bytes) {
@@ -198,10 +179,6 @@ std::vector<std::string> inUseOf(vessa::target::Storage& item) {
     return reasons;
 }
 
-bool isCandidate(vessa::target::Storage& item) {
-    return item.exclusionString().find_first_not_of(' ') == std::string::npos && inUseOf(item).empty();
-}
-
 std::string displayNameOf(const vessa::target::Property& property) {
     std::ostringstream row;
     return displayNameOf(property, row);
@@ -223,7 +200,7 @@ std::string displayNameOf(const vessa::target::Property& property, std::ostrings
 
 void writeStorageJson(JsonWriter& json, const std::string& hostName,
                       const std::list<vessa::target::Storage*>& storage,
-                      const vessa::target::DiscoveryReport* report) {
+                      const vessa::target::DiscoveryReport* report, const VerdictOf& verdictOf) {
     std::ostringstream row;
     json.beginObject();
     json.key("host");
@@ -274,6 +251,16 @@ void writeStorageJson(JsonWriter& json, const std::string& hostName,
             json.endObject();
         }
         json.endObject();
+        const vessa::target::Verdict v = verdictOf(*s);
+        json.key("verdict");
+        json.beginObject();
+        json.key("is");
+        json.value(v.word());
+        json.key("reasons");
+        json.value(v.reasons());
+        json.endObject();
+        json.key("candidate");
+        json.value(v.candidate());
         json.endObject();
     }
     json.endArray();
@@ -339,7 +326,8 @@ void printTable(std::ostream& out, const std::list<vessa::target::Storage*>& sto
 }
 
 void printTree(std::ostream& out, const std::list<vessa::target::Storage*>& storage,
-               const vessa::target::DiscoveryReport& report, bool (*shown)(vessa::target::Storage&)) {
+               const vessa::target::DiscoveryReport& report,
+               const std::function<bool(const vessa::target::Storage&)>& shown) {
     const std::vector<vessa::target::Storage*> items(storage.begin(), storage.end());
     std::vector<std::string> header = kHeader;
     header.insert(header.begin(), "DEVICE");
@@ -367,7 +355,7 @@ void printTree(std::ostream& out, const std::list<vessa::target::Storage*>& stor
         open[static_cast<std::size_t>(n.depth)] = !last;
         bool first = true;
         for (std::size_t at : n.items) {
-            if (at >= items.size() || (shown != nullptr && !shown(*items[at]))) {
+            if (at >= items.size() || (shown && !shown(*items[at]))) {
                 continue;
             }
             std::vector<std::string> r = row(*items[at]);

@@ -2,6 +2,7 @@
 // document for programs. Items appear in storage-list order.
 #pragma once
 
+#include <functional>
 #include <list>
 #include <ostream>
 #include <sstream>
@@ -11,6 +12,7 @@
 #include "cli/JsonWriter.h"
 #include "target/DiscoveryReport.h"
 #include "target/Storage.h"
+#include "target/Verdict.h"
 
 namespace vessa::cli {
 
@@ -31,8 +33,8 @@ bool parseTypes(const std::string& text, unsigned int& mask, std::string& why);
 // Why an item's device is in use, as discovery reported it ("inUse" property, reasons joined by "; ").
 std::vector<std::string> inUseOf(vessa::target::Storage& item);
 
-// An item that may be destroyed by testing: no exclusion, and nothing reports its device in use.
-bool isCandidate(vessa::target::Storage& item);
+// The verdict of an item of the host being shown (Host::verdict).
+using VerdictOf = std::function<vessa::target::Verdict(const vessa::target::Storage&)>;
 
 // The label that the XML report shows for a property (the class keeps its display name to itself;
 // the report's own row is where it is published). The second form reuses `row` for the rendering.
@@ -41,9 +43,10 @@ std::string displayNameOf(const vessa::target::Property& property, std::ostrings
 
 // One host's storage as a JSON object: {"host": NAME, "complete": BOOL, "warnings": [...],
 // "storage": [ITEM, ...]}, items in list order; without a report, "complete" and "warnings" are left out.
+// Each item ends with "verdict": {"is": WORD, "reasons": [...]} and "candidate": BOOL.
 void writeStorageJson(JsonWriter& json, const std::string& hostName,
                       const std::list<vessa::target::Storage*>& storage,
-                      const vessa::target::DiscoveryReport* report);
+                      const vessa::target::DiscoveryReport* report, const VerdictOf& verdictOf);
 
 // Text as a terminal may show it: control characters (C0, DEL, C1) and bytes that are not valid UTF-8
 // become "\x1b" (each byte, lower-case hex); valid UTF-8 characters are kept. A backslash is kept as
@@ -57,6 +60,7 @@ void printTable(std::ostream& out, const std::list<vessa::target::Storage*>& sto
 // whole list, which the report's positions refer to) that `shown` lets through, in the table's columns.
 // A device without items is shown by name and size.
 void printTree(std::ostream& out, const std::list<vessa::target::Storage*>& storage,
-               const vessa::target::DiscoveryReport& report, bool (*shown)(vessa::target::Storage&));
+               const vessa::target::DiscoveryReport& report,
+               const std::function<bool(const vessa::target::Storage&)>& shown);
 
 }  // namespace vessa::cli

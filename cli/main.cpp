@@ -4,11 +4,14 @@
 //                         [--log FILE] [-j SECONDS] [--command-timeout SECONDS] [--ssh-config FILE]
 //   vessa-storage report  [--sysroot DIR | --host NAME...] [--type N|WORDS] [--output FILE] [--log FILE] ...
 //   vessa-storage capture DIR [--force] [--log FILE] [--command-timeout SECONDS]
+//   vessa-storage check   DEVICE... [--sysroot DIR] [--log FILE] ...
+//   vessa-storage guard   DEVICE... [--log FILE] ... -- COMMAND [ARG...]
 //   (--host: other hosts, over SSH, each on a thread of its own; --ssh-config FILE for ssh -F)
 //
-// Exit status: 0 success, 1 failure (one line on standard error naming what failed), 2 usage.
-// What a run could not see is said on standard error, one warning a line; `list --candidates` then
-// exits 1 without a list, since it must never guess.
+// Exit status: 0 success, 1 failure (one line on standard error naming what failed), 2 usage, 3 some
+// device could not be checked (list --candidates, check). What a run could not see is said on
+// standard error, one warning a line; `list --candidates` lists only the devices that surely are
+// candidates and names the others it could not decide, since it must never guess.
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -22,6 +25,7 @@
 #include "cli/Capture.h"
 #include "cli/ErrorText.h"
 #include "cli/Fleet.h"
+#include "cli/Guard.h"
 #include "cli/Heap.h"
 #include "cli/ListOutput.h"
 #include "cli/LogFile.h"
@@ -42,6 +46,9 @@ struct Options {
     bool json = false;
     bool tree = false;
     bool candidates = false;
+    bool allowData = false;
+    std::vector<std::string> devices;  // check, guard
+    std::vector<std::string> command;  // guard: after "--"
     std::string logFile;
     unsigned int inquiryTimeout = 1;
     unsigned int commandTimeout = 120;
@@ -51,6 +58,9 @@ struct Options {
     std::vector<std::string> hosts;
     std::string sshConfig;
 };
+
+// Exit status 3: some device could not be checked, so a list of candidates may lack some.
+constexpr int kUnknown = 3;
 
 // Exit status 2: the command line asks for something that is refused as such.
 class Refusal : public std::runtime_error {
@@ -181,6 +191,25 @@ std::vector<vessa::cli::FleetAnswer> askHosts(const Options& o, vessa::cli::LogF
     return answers;
 }
 
+// What --candidates does with an item: lists it, leaves it out, or leaves it out and names it as one
+// that could not be checked. With --allow-data, data at rest alone does not keep an item out.
+enum class Choice { Take, Leave, Unknown };
+Choice choose(const vessa::target::Verdict& v, bool allowData) {
+    using vessa::target::Verdict;
+    if (v.has(Verdict::Excluded) || v.has(Verdict::InUse) || (!allowData && v.has(Verdict::HoldsData))) {
+        return Choice::Leave;
+    }
+    return v.has(Verdict::Unknown) ? Choice::Unknown : Choice::Take;
+}
+
+std::string joined(const std::vector<std::string>& texts) {
+    std::string out;
+    for (const std::string& t : texts) {
+        out += (out.empty() ? "" : "; ") + t;
+    }
+    return out;
+}
+
 // What a fleet answer could not see. This machine's run says so itself; the listing tool of another
 // host says nothing of devices in use, so its items are never taken for free.
 vessa::target::DiscoveryReport reportOf(vessa::target::Host& h) {
@@ -196,6 +225,7 @@ int listHosts(const Options& o) {
     vessa::cli::LogFile log;
     const std::vector<vessa::cli::FleetAnswer> answers = askHosts(o, log, {"--in-use"});
     int failed = vessa::cli::reportFailures(std::cerr, answers);
+    bool unknown = false;
     // Each host's own list: its candidates only when asked, and none from a host that could not see all.
     std::map<vessa::target::Host*, std::list<vessa::target::Storage*>> shown;
     for (const vessa::cli::FleetAnswer& a : answers) {
@@ -206,25 +236,30 @@ int listHosts(const Options& o) {
         for (const std::string& w : report.warnings) {
             std::cerr << "vessa-storage: " << vessa::cli::oneLine(a.name) << ": warning: " << w << '\n';
         }
-        if (o.candidates && !report.complete()) {
-            std::cerr << "vessa-storage: " << vessa::cli::oneLine(a.name)
-                      << ": could not see everything; no candidates are listed\n";
-            ++failed;
-        }
         std::list<vessa::target::Storage*>& items = shown[a.host.get()];
+        std::size_t undecided = 0;
         for (vessa::target::Storage* s : a.host->storage()) {
-            if (!o.candidates || (report.complete() && vessa::cli::isCandidate(*s))) {
+            const Choice c = choose(a.host->verdict(*s), o.allowData);
+            if (!o.candidates || c == Choice::Take) {
                 items.push_back(s);
             }
+            undecided += c == Choice::Unknown;
+        }
+        if (o.candidates && undecided != 0) {
+            std::cerr << "vessa-storage: " << vessa::cli::oneLine(a.name) << ": " << undecided
+                      << " items could not be checked and are not listed\n";
+            unknown = true;
         }
     }
     if (o.json) {
         vessa::cli::JsonWriter json(std::cout);
-        if (vessa::cli::writeFleetJson(json, answers,
-                                       [&shown](vessa::cli::JsonWriter& j, vessa::target::Host& h) {
-                                           const vessa::target::DiscoveryReport report = reportOf(h);
-                                           vessa::cli::writeStorageJson(j, h.name(), shown[&h], &report);
-                                       })) {
+        if (vessa::cli::writeFleetJson(
+                json, answers, [&shown](vessa::cli::JsonWriter& j, vessa::target::Host& h) {
+                    const vessa::target::DiscoveryReport report = reportOf(h);
+                    vessa::cli::writeStorageJson(
+                        j, h.name(), shown[&h], &report,
+                        [&h](const vessa::target::Storage& s) { return h.verdict(s); });
+                })) {
             json.finish();
         }
     } else {
@@ -232,7 +267,7 @@ int listHosts(const Options& o) {
             vessa::cli::printTable(out, shown[&h]);
         });
     }
-    return failed == 0 ? 0 : 1;
+    return failed != 0 ? 1 : unknown ? kUnknown : 0;
 }
 
 // The report's default file is <host name>.xml in the current directory, and only there: the name
@@ -291,27 +326,94 @@ int list(const Options& o) {
     std::unique_ptr<vessa::target::Host> host = discover(o, log, extra);
     const vessa::target::DiscoveryReport& report = host->discoveryReport();
     warn(report);
-    if (o.candidates && !report.complete()) {
-        std::cerr << "vessa-storage: the run could not see everything; no candidates are listed\n";
-        return 1;
-    }
+    vessa::target::Host& h = *host;
+    auto taken = [&h, &o](const vessa::target::Storage& s) {
+        return !o.candidates || choose(h.verdict(s), o.allowData) == Choice::Take;
+    };
     std::list<vessa::target::Storage*> shown;
+    bool unknown = false;
     for (vessa::target::Storage* s : host->storage()) {
-        if (!o.candidates || vessa::cli::isCandidate(*s)) {
+        if (taken(*s)) {
             shown.push_back(s);
+        }
+        const vessa::target::Verdict v = h.verdict(*s);
+        if (o.candidates && choose(v, o.allowData) == Choice::Unknown) {
+            std::string why;
+            for (const std::string& r : v.reasonsOf(vessa::target::Verdict::Unknown)) {
+                why += (why.empty() ? "" : "; ") + r.substr(r.find(": ") + 2);  // without "unknown: "
+            }
+            std::cerr << "vessa-storage: not checked: " << vessa::cli::terminalText(s->path()) << ": "
+                      << vessa::cli::terminalText(why) << '\n';
+            unknown = true;
         }
     }
     if (o.json) {
         vessa::cli::JsonWriter json(std::cout);
-        vessa::cli::writeStorageJson(json, host->name(), shown, &report);
+        vessa::cli::writeStorageJson(json, host->name(), shown, &report,
+                                     [&h](const vessa::target::Storage& s) { return h.verdict(s); });
         json.finish();
     } else if (o.tree) {
-        vessa::cli::printTree(std::cout, host->storage(), report,
-                              o.candidates ? vessa::cli::isCandidate : nullptr);
+        vessa::cli::printTree(std::cout, host->storage(), report, taken);
     } else {
         vessa::cli::printTable(std::cout, shown);
     }
-    return 0;
+    return unknown ? kUnknown : 0;
+}
+
+// The verdict of each named device, one line each; 0 when every one is a candidate, 3 when none is
+// refused but some could not be checked, 1 otherwise. `held`: the kernel names of the devices, when
+// all are candidates.
+int checkDevices(const Options& o, vessa::target::Host& host, std::ostream& out,
+                 std::vector<std::string>* held) {
+    bool refused = false, unknown = false;
+    for (const std::string& name : o.devices) {
+        vessa::target::Storage* item = vessa::cli::itemOf(host, name);
+        if (item == nullptr) {
+            out << vessa::cli::terminalText(name) << ": not found: no device of the run has that name\n";
+            refused = true;
+            continue;
+        }
+        const vessa::target::Verdict v = host.verdict(*item);
+        out << vessa::cli::terminalText(name) << ": "
+            << (v.candidate()                                 ? "candidate"
+                : v.kind() == vessa::target::Verdict::Unknown ? "not checked: "
+                                                              : "not a candidate: ")
+            << vessa::cli::terminalText(joined(v.reasons())) << '\n';
+        refused = refused || choose(v, o.allowData) == Choice::Leave;
+        unknown = unknown || choose(v, o.allowData) == Choice::Unknown;
+        if (held != nullptr) {
+            auto it = item->properties().find("Name");
+            held->push_back(it != item->properties().end() ? it->second.value()
+                                                           : vessa::cli::kernelNameOf(name));
+        }
+    }
+    return refused ? 1 : unknown ? kUnknown : 0;
+}
+
+int check(const Options& o) {
+    vessa::cli::LogFile log;
+    std::unique_ptr<vessa::target::Host> host = discover(o, log, {});
+    warn(host->discoveryReport());
+    return checkDevices(o, *host, std::cout, nullptr);
+}
+
+int guard(const Options& o) {
+    if (o.sysroot != "/") {
+        throw Refusal("guard holds devices of this machine: --sysroot cannot be used");
+    }
+    if (o.command.empty()) {
+        throw Refusal("guard needs a command after \"--\"");
+    }
+    vessa::cli::LogFile log;
+    std::unique_ptr<vessa::target::Host> host = discover(o, log, {});
+    warn(host->discoveryReport());
+    std::vector<std::string> devices;
+    if (checkDevices(o, *host, std::cerr, &devices) != 0) {
+        std::cerr << "vessa-storage: not every device is a candidate; " << o.command.front()
+                  << " was not started\n";
+        return 1;
+    }
+    return vessa::cli::holdAndRun(devices, o.command);
 }
 
 int report(const Options& o) {
@@ -388,8 +490,10 @@ int main(int argc, char** argv) {
     listCmd->add_flag("--json", o.json, "One JSON document instead of a table");
     listCmd->add_flag("--tree", o.tree, "Devices nested under what they belong to");
     listCmd->add_flag("--candidates", o.candidates,
-                      "Only what may be destroyed by testing: no exclusion and not in use (exit 1 when the "
-                      "run could not see everything)");
+                      "Only what may be destroyed by testing: not excluded, not in use, holding no data; "
+                      "devices that could not be checked are named on standard error (exit 3)");
+    listCmd->add_flag("--allow-data", o.allowData,
+                      "With --candidates: also devices whose only reason is data at rest");
     listCmd->add_option("-j", o.inquiryTimeout, "SCSI inquiry timeout in seconds (default 1)")
         ->type_name("SECONDS");
     CLI::App* reportCmd = app.add_subcommand("report", "Write the XML storage report");
@@ -404,6 +508,34 @@ int main(int argc, char** argv) {
         ->add_option("--command-timeout", o.commandTimeout,
                      "End a tool that has not finished after SECONDS (default 120, 0: never)")
         ->type_name("SECONDS");
+
+    CLI::App* checkCmd = app.add_subcommand(
+        "check", "Show whether each device may be destroyed by testing (exit 0: every one may)");
+    checkCmd->add_option("DEVICE", o.devices, "/dev/sdb, /dev/disk/by-id/..., /dev/mapper/..., 8:16")
+        ->required();
+    checkCmd->add_flag("--allow-data", o.allowData, "Data at rest alone does not refuse a device");
+    checkCmd->add_option("--sysroot", o.sysroot, "Replay the snapshot in DIR instead of this machine")
+        ->type_name("DIR");
+    CLI::App* guardCmd = app.add_subcommand(
+        "guard", "Check the devices, then hold them (exclusive open, disk lock) while COMMAND runs");
+    guardCmd->add_option("DEVICE", o.devices, "The devices COMMAND may destroy")->required();
+    guardCmd->add_flag("--allow-data", o.allowData, "Data at rest alone does not refuse a device");
+    for (CLI::App* cmd : {checkCmd, guardCmd}) {
+        cmd->add_option("--log", o.logFile, "Write the library's log to FILE")->type_name("FILE");
+        cmd->add_option("-j", o.inquiryTimeout, "SCSI inquiry timeout in seconds (default 1)")
+            ->type_name("SECONDS");
+        cmd->add_option("--command-timeout", o.commandTimeout,
+                        "End a tool that has not finished after SECONDS (default 120, 0: never)")
+            ->type_name("SECONDS");
+    }
+    // guard's command is everything after "--", taken before the options are parsed.
+    for (int i = 1; i < argc; ++i) {
+        if (std::string(argv[i]) == "--" && i > 1 && std::string(argv[1]) == "guard") {
+            o.command.assign(argv + i + 1, argv + argc);
+            argc = i;
+            break;
+        }
+    }
 
     // An option before any command would only be answered with "a subcommand is required".
     if (argc > 1 && argv[1][0] == '-' && app.get_option_no_throw(argv[1]) == nullptr &&
@@ -433,6 +565,12 @@ int main(int argc, char** argv) {
         }
         if (captureCmd->parsed()) {
             return capture(o);
+        }
+        if (checkCmd->parsed()) {
+            return check(o);
+        }
+        if (guardCmd->parsed()) {
+            return guard(o);
         }
         return report(o);
     } catch (const Refusal& e) {

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cerrno>
 #include <charconv>
+#include <cstring>
+#include <memory>
 #include <sstream>
 #include <unordered_set>
 
@@ -83,8 +85,9 @@ std::vector<SwapLine> parseSwaps(const std::string& text) {
     return lines;
 }
 
-InUse::InUse(const std::list<DeviceLink*>& links, const std::list<SysBlock*>& sysBlocks) {
-    VESSA_TRACE(kUnit, "InUse");
+InUse::InUse(const std::list<DeviceLink*>& links, const std::list<SysBlock*>& sysBlocks, bool logged)
+    : logged_(logged) {
+    std::unique_ptr<log::Trace> trace(logged ? new log::Trace(kUnit, "InUse") : nullptr);
     for (const DeviceLink* l : links) {
         if (l->procPartition()->isPseudo()) {
             continue;
@@ -100,7 +103,9 @@ InUse::InUse(const std::list<DeviceLink*>& links, const std::list<SysBlock*>& sy
 void InUse::add(const DeviceLink* link, const std::string& reason) {
     std::vector<std::string>& r = own_[link];
     if (std::find(r.begin(), r.end(), reason) == r.end()) {
-        VESSA_LOG_AT(kUnit, "InUse") << link->name() << " is in use: " << reason;
+        if (logged_) {
+            VESSA_LOG_AT(kUnit, "InUse") << link->name() << " is in use: " << reason;
+        }
         r.push_back(reason);
     }
 }
@@ -111,6 +116,8 @@ void InUse::readMounts(const std::list<DeviceLink*>& /*links*/) {
     std::vector<MountInfoLine> mounts;
     if (view.readFile("/proc/self/mountinfo", text)) {
         mounts = parseMountInfo(text);
+        mountsRead_ = true;
+        readBtrfs();
     } else {
         warnings_.push_back("/proc/self/mountinfo could not be read: mounted devices may not show as in use");
     }
@@ -121,12 +128,17 @@ void InUse::readMounts(const std::list<DeviceLink*>& /*links*/) {
                 add(l, "mounted at " + m.mountPoint);
             }
         }
+        for (const DeviceLink* l : sourceDevices(m)) {
+            add(l, "mounted at " + m.mountPoint);
+        }
     }
+    mounts_ = mounts;
     text.clear();
     if (!view.readFile("/proc/swaps", text)) {
         warnings_.push_back("/proc/swaps could not be read: active swap may not show as in use");
         return;
     }
+    swapsRead_ = true;
     for (const SwapLine& s : parseSwaps(text)) {
         if (s.type == "file") {
             // The file system that holds the file: the mount whose point is the longest leading part.
@@ -164,6 +176,138 @@ void InUse::readMounts(const std::list<DeviceLink*>& /*links*/) {
     }
 }
 
+void InUse::readBtrfs() {
+    sal::sys::View& view = sal::sys::current();
+    std::vector<sal::sys::DirEntry> filesystems;
+    if (!view.listDirectory("/sys/fs/btrfs", filesystems)) {
+        return;  // no btrfs module: no btrfs mounts
+    }
+    for (const sal::sys::DirEntry& f : filesystems) {
+        std::vector<sal::sys::DirEntry> devices;
+        if (f.name == "features" || !view.listDirectory("/sys/fs/btrfs/" + f.name + "/devices", devices)) {
+            continue;
+        }
+        std::vector<std::string> members;
+        for (const sal::sys::DirEntry& d : devices) {
+            members.push_back(kernelName(d.name));
+        }
+        for (const std::string& m : members) {
+            btrfsMembers_[m] = members;
+        }
+    }
+}
+
+const DeviceLink* InUse::byPath(const std::string& path) const {
+    if (path.compare(0, 5, "/dev/") != 0) {
+        return nullptr;
+    }
+    auto it = byName_.find(path.substr(5));
+    if (it == byName_.end()) {
+        // A name through a link (/dev/mapper/vg-data -> ../dm-1, /dev/disk/by-uuid/...).
+        std::string target;
+        if (!sal::sys::current().readLink(path, target)) {
+            return nullptr;
+        }
+        it = byName_.find(target.substr(target.rfind('/') + 1));
+        if (it == byName_.end()) {
+            return nullptr;
+        }
+    }
+    return it->second.front();
+}
+
+std::vector<const DeviceLink*> InUse::sourceDevices(const MountInfoLine& m) const {
+    std::vector<const DeviceLink*> found;
+    std::string::size_type start = 0;
+    std::vector<std::string> paths;
+    // Several devices of one file system, "/dev/sdc1:/dev/sdc2"; a single source may hold no colon.
+    for (;;) {
+        const std::string::size_type colon = m.source.find(":/dev/", start);
+        paths.push_back(
+            m.source.substr(start, colon == std::string::npos ? std::string::npos : colon - start));
+        if (colon == std::string::npos) {
+            break;
+        }
+        start = colon + 1;
+    }
+    for (const std::string& p : paths) {
+        const DeviceLink* l = byPath(p);
+        if (l == nullptr) {
+            continue;
+        }
+        found.push_back(l);
+        auto members = btrfsMembers_.find(l->name());
+        if (m.fileSystemType == "btrfs" && members != btrfsMembers_.end()) {
+            for (const std::string& name : members->second) {
+                auto it = byName_.find(name);
+                if (it != byName_.end()) {
+                    found.insert(found.end(), it->second.begin(), it->second.end());
+                }
+            }
+        }
+    }
+    return found;
+}
+
+std::vector<std::string> InUse::unknown(const DeviceLink* link) const {
+    std::vector<std::string> out;
+    if (!mountsRead_) {
+        out.emplace_back("whether it is mounted (the mount table could not be read)");
+    }
+    if (!swapsRead_) {
+        out.emplace_back("whether it is active swap (the swap table could not be read)");
+    }
+    auto it = untested_.find(link);
+    if (it != untested_.end()) {
+        const int err = it->second;
+        out.push_back("whether anything holds it open (" +
+                      std::string(err == ENOENT   ? "not tested"
+                                  : err == EACCES ? "not running as root"
+                                  : err == ENXIO  ? "its path is not running"
+                                                  : std::strerror(err)) +
+                      ")");
+    }
+    return out;
+}
+
+std::vector<std::string> InUse::targetReasons(const std::string& mountPoint, const DeviceLink* link) const {
+    if (!mountsRead_) {
+        return {};
+    }
+    // The last mount at that point is the one a path below it reaches.
+    const MountInfoLine* at = nullptr;
+    const MountInfoLine* holder = nullptr;
+    for (const MountInfoLine& m : mounts_) {
+        if (m.mountPoint == mountPoint) {
+            at = &m;
+        }
+        const bool under =
+            m.mountPoint == "/" || mountPoint.compare(0, m.mountPoint.size() + 1, m.mountPoint + "/") == 0;
+        if (under && m.mountPoint != mountPoint &&
+            (holder == nullptr || m.mountPoint.size() >= holder->mountPoint.size())) {
+            holder = &m;
+        }
+    }
+    if (at == nullptr) {
+        return {"not mounted: would write into the file system of " +
+                (holder == nullptr ? std::string("an unknown device") : holder->mountPoint)};
+    }
+    if (link->procPartition()->isPseudo()) {
+        return {};  // a network or user-space file system: its source names no device of ours
+    }
+    auto same = byNumbers_.find(numbers(at->major, at->minor));
+    if (same != byNumbers_.end() &&
+        std::find(same->second.begin(), same->second.end(), link) != same->second.end()) {
+        return {};
+    }
+    for (const DeviceLink* l : sourceDevices(*at)) {
+        if (l == link) {
+            return {};
+        }
+    }
+    return {"mounted from " + at->source + ": would write into that device, not into " + link->name()};
+}
+
 void InUse::readHolders(const std::list<SysBlock*>& sysBlocks) {
     auto note = [this](const SysBlock* s) {
         if (s->holders().empty()) {
@@ -199,7 +343,13 @@ void InUse::readHolders(const std::list<SysBlock*>& sysBlocks) {
 void InUse::testExclusive(const std::list<DeviceLink*>& links) {
     sal::sys::View& view = sal::sys::current();
     if (!view.privileged()) {
-        return;  // the run's report says that devices could not be opened
+        // The run's report says that devices could not be opened; each device says it was not tested.
+        for (const DeviceLink* l : links) {
+            if (!l->procPartition()->isPseudo()) {
+                untested_[l] = EACCES;
+            }
+        }
+        return;
     }
     std::size_t tested = 0, unseen = 0;
     for (const DeviceLink* l : links) {
@@ -210,8 +360,9 @@ void InUse::testExclusive(const std::list<DeviceLink*>& links) {
         ++tested;
         if (r.result == sal::sys::ExclusiveOpen::Busy) {
             busy_.insert(l);
-        } else if (r.result == sal::sys::ExclusiveOpen::Failed && r.err == ENOENT) {
-            ++unseen;
+        } else if (r.result == sal::sys::ExclusiveOpen::Failed) {
+            untested_[l] = r.err;
+            unseen += r.err == ENOENT;
         }
     }
     if (tested != 0 && unseen == tested) {

@@ -5,7 +5,9 @@
 // turned on by hand, a device claimed by a mapping that the volume tools cannot see. Before a device is
 // offered for destruction, these are asked of the kernel itself, through the system view:
 // - /proc/self/mountinfo: every mount, by the device numbers of its source ("mounted at /home"), bind
-//   mounts and device-mapper devices included;
+//   mounts and device-mapper devices included, and by the devices its source names: a file system
+//   over several devices names them all ("/dev/sdc1:/dev/sdc2"), and a btrfs mount shows a number of
+//   no device (0:N) while /sys/fs/btrfs/<uuid>/devices/ lists its members;
 // - /proc/swaps: active swap ("active swap"; a swap file marks the device of the file system that holds
 //   it: "holds active swap file /swapfile");
 // - the holders that /sys/block lists for a device or partition ("held by dm-0"), also when the
@@ -52,7 +54,9 @@ class InUse {
   public:
     // Reads the kernel's tables and tests the devices of `links` (every link of the run, relations
     // made). `sysBlocks` are the run's /sys/block records. The links and records must outlive the object.
-    InUse(const std::list<DeviceLink*>& links, const std::list<SysBlock*>& sysBlocks);
+    // `logged`: what it finds goes to the log (a run asked for the reasons); otherwise it writes
+    // nothing there, so that a run's log stays that of its records.
+    InUse(const std::list<DeviceLink*>& links, const std::list<SysBlock*>& sysBlocks, bool logged = true);
 
     // The reasons why the device of `link` is in use: its own, then those it has through the devices
     // built on it, each once; empty when the kernel reports nothing.
@@ -61,8 +65,21 @@ class InUse {
     // tested).
     const std::vector<std::string>& warnings() const { return warnings_; }
 
+    // What could not be asked about the device of `link` itself, in words: its exclusive-open test
+    // when the run could not make it, the kernel's tables when they could not be read.
+    std::vector<std::string> unknown(const DeviceLink* link) const;
+    // Why a file-system item whose file lies below `mountPoint` on the device of `link` would not write
+    // into that device: nothing is mounted there, so the file lands in the file system that holds the
+    // directory ("not mounted: would write into the file system of /"), or another device is. Empty when
+    // the device of `link` is mounted there, or when the mount table could not be read.
+    std::vector<std::string> targetReasons(const std::string& mountPoint, const DeviceLink* link) const;
+
   private:
     void readMounts(const std::list<DeviceLink*>& links);
+    // The devices a mount's source names (each of "a:b", and the members of a btrfs file system).
+    std::vector<const DeviceLink*> sourceDevices(const MountInfoLine& m) const;
+    const DeviceLink* byPath(const std::string& path) const;
+    void readBtrfs();
     void readHolders(const std::list<SysBlock*>& sysBlocks);
     void testExclusive(const std::list<DeviceLink*>& links);
     void add(const DeviceLink* link, const std::string& reason);
@@ -79,6 +96,12 @@ class InUse {
     // Devices built on a device that /sys/block knows of but the device-mapper tree may not.
     std::unordered_map<const DeviceLink*, std::vector<const DeviceLink*>> heldBy_;
     std::vector<std::string> warnings_;
+    std::vector<MountInfoLine> mounts_;
+    bool mountsRead_ = false, swapsRead_ = false;
+    std::unordered_map<const DeviceLink*, int> untested_;  // exclusive open not made: errno
+    // btrfs members by the kernel name of any member: all of them.
+    std::unordered_map<std::string, std::vector<std::string>> btrfsMembers_;
+    bool logged_ = true;
 };
 
 }  // namespace vessa::target::lin

@@ -106,11 +106,10 @@ std::vector<std::string> planProbes(const std::list<DeviceLink*>& roots,
             }
         }
     }
-    if (exclusive && view.privileged()) {
-        for (const DeviceLink* l : allLinks) {
-            if (auto* p = plan.of(l)) {
-                p->exclusive = true;
-            }
+    for (const DeviceLink* l : allLinks) {
+        if (auto* p = plan.of(l)) {
+            p->exclusive = exclusive && view.privileged();
+            p->signatures = true;
         }
     }
     sal::sys::RunScope::probeAhead(plan.probes_, inquiryTimeout);

@@ -8,7 +8,8 @@
 //
 // The plan covers the devices the conversion reaches: the roots (with the content test for those
 // without partitions), what lies below them through partitions and holders, and devices that carry a
-// mount; and, when the in-use test is wanted and devices can be opened, every device's exclusive open.
+// mount; every device's signatures; and, when the in-use test is wanted and devices can be opened,
+// every device's exclusive open.
 // A device the plan misses is still probed when the run asks; one it names needlessly costs a probe.
 #pragma once
 

@@ -1,11 +1,13 @@
 #include "lin/lin.h"
 
 #include <algorithm>
+#include <limits>
 #include <memory>
 #include <unordered_map>
 #include <unordered_set>
 #include <vector>
 
+#include "lin/AtRest.h"
 #include "lin/Completeness.h"
 #include "lin/DeviceLink.h"
 #include "lin/DeviceTree.h"
@@ -121,6 +123,53 @@ void makeUniquePair(DeviceLink* a, DeviceLink* b, const VolumeReach* reach) {
             makeUniquePair(h, g, reach);
         }
     }
+}
+
+// The mount point of a file-system item: its path is the mount point, "/" and the target file's name.
+std::string mountPointOf(const Storage& item) {
+    std::string path = item.path();
+    const std::string file = "targetfile.dat";
+    if (path.size() >= file.size() && path.compare(path.size() - file.size(), file.size(), file) == 0) {
+        path.erase(path.size() - file.size());
+    }
+    while (path.size() > 1 && path.back() == '/') {
+        path.pop_back();
+    }
+    return path.empty() ? "/" : path;
+}
+
+// `fileSystem`: the item is a file-system item (told by the caller: the item's own accessor of its
+// type writes to the log, and the verdicts must leave the run's log as the records make it).
+Verdict verdictOf(const Storage& item, bool fileSystem, const DeviceLink* link, const InUse& inUse,
+                  const AtRest& atRest) {
+    Verdict v;
+    for (const std::string& w : Verdict::exclusionWords(item.exclusionString())) {
+        v.add(Verdict::Excluded, w);
+    }
+    if (atRest.readOnly(link)) {
+        v.add(Verdict::Excluded, "read-only");
+    }
+    for (const std::string& r : inUse.reasons(link)) {
+        v.add(Verdict::InUse, r);
+    }
+    for (const std::string& r : inUse.unknown(link)) {
+        v.add(Verdict::Unknown, r);
+    }
+    if (fileSystem) {
+        // A file-system item writes a file into a mounted file system, not onto the device: what
+        // matters is that the file lands on the device it names.
+        for (const std::string& r : inUse.targetReasons(mountPointOf(item), link)) {
+            v.add(Verdict::InUse, r);
+        }
+        return v;
+    }
+    for (const std::string& r : atRest.data(link)) {
+        v.add(Verdict::HoldsData, r);
+    }
+    for (const std::string& r : atRest.unknown(link)) {
+        v.add(Verdict::Unknown, r);
+    }
+    return v;
 }
 
 }  // namespace
@@ -344,16 +393,16 @@ std::uint32_t GetStorage(Host* host, Storage::storageType type, unsigned int inq
     }
     cleanLinks(links);
     makeUnique(links);
-    const std::vector<std::string> probeWarnings =
-        planProbes(links, r.allLinks, type, withInUse, inquiryTimeout);
+    // Every run decides each item's verdict, so every device is tested for exclusive use and probed
+    // for its signatures.
+    const std::vector<std::string> probeWarnings = planProbes(links, r.allLinks, type, true, inquiryTimeout);
     for (DeviceLink* link : links) {
         link->print(0);
     }
-    // Asked for only: the kernel's own view of what is in use, reported beside the exclusions.
-    std::unique_ptr<InUse> inUse;
-    if (withInUse) {
-        inUse = std::make_unique<InUse>(r.allLinks, r.sysBlocks);
-    }
+    // The kernel's own view of what is in use and what the devices hold at rest, beside the exclusions:
+    // always asked, for the verdicts; logged, and shown as a property, only when asked for.
+    const InUse inUse(r.allLinks, r.sysBlocks, withInUse);
+    const AtRest atRest(r.allLinks);
     // Everything below asks the devices, not the files: what was read for the sources can go.
     sal::sys::RunScope::endReading();
 
@@ -363,6 +412,7 @@ std::uint32_t GetStorage(Host* host, Storage::storageType type, unsigned int inq
     std::vector<const DeviceLink*> origins;  // the link each item was made from, in step with `made`
     const std::size_t base = host->storage().size();
     std::size_t reported = 0;
+    std::size_t fileSystemsFrom = std::numeric_limits<std::size_t>::max();  // the first file-system item
     auto converted = [&]() {
         if (progress != nullptr && made.size() != reported) {
             reported = made.size();
@@ -391,6 +441,7 @@ std::uint32_t GetStorage(Host* host, Storage::storageType type, unsigned int inq
             }
         }
         if (type & Storage::fileSystemStorage) {
+            fileSystemsFrom = made.size();
             DoneMounts doneMounts;
             for (DeviceLink* link : links) {
                 addFileSystemDevices(made, base, lh, link, doneMounts, inquiryTimeout, &origins);
@@ -406,10 +457,15 @@ std::uint32_t GetStorage(Host* host, Storage::storageType type, unsigned int inq
     if (progress != nullptr) {
         progress(100, "Done: " + std::to_string(made.size()) + " items");
     }
-    if (inUse) {
+    {
         auto origin = origins.begin();
+        std::size_t at = 0;
         for (Storage* item : made) {
-            item->addProperty(inUseProperty(inUse->reasons(*origin++)));
+            const DeviceLink* link = *origin++;
+            if (withInUse) {
+                item->addProperty(inUseProperty(inUse.reasons(link)));
+            }
+            host->setVerdict(item, verdictOf(*item, at++ >= fileSystemsFrom, link, inUse, atRest));
         }
     }
     if (withTree) {
@@ -426,8 +482,8 @@ std::uint32_t GetStorage(Host* host, Storage::storageType type, unsigned int inq
     }
     report.failedSources.insert(report.failedSources.begin(), noted.begin(), noted.end());
     report.warnings = completenessWarnings(scope, report.failedSources, r.procPartitions);
-    if (inUse) {
-        report.warnings.insert(report.warnings.end(), inUse->warnings().begin(), inUse->warnings().end());
+    if (withInUse) {
+        report.warnings.insert(report.warnings.end(), inUse.warnings().begin(), inUse.warnings().end());
     }
     report.warnings.insert(report.warnings.end(), probeWarnings.begin(), probeWarnings.end());
     for (std::string& w : scope.probeWarnings()) {

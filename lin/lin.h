@@ -38,9 +38,13 @@ unsigned int getLocalStorage(Host* host, Storage::storageType type, const std::l
 // read before, and the host's discoveryReport() names the source afterwards.
 // The host's discoveryReport() also says, in words, what the run could not see (not privileged, a tool
 // that failed, a table that could not be read); nothing of it is logged.
+// Every run also decides each new item's verdict (Host::verdict): from its exclusions, what the kernel
+// says is in use (lin/InUse.h) and what its device holds at rest (lin/AtRest.h); what could not be
+// checked for an item is in its verdict. None of this changes an item or writes to the log.
 // `inUse`: every new item also gets the "General" property "inUse": the reasons why the kernel
-// reports its device in use (lin/InUse.h) joined by "; ", empty when free; and the report adds what the
-// in-use layer could not see. Without it, the items are exactly those the rules make.
+// reports its device in use joined by "; ", empty when free; the in-use layer logs what it finds, and
+// the report adds what that layer could not see.
+// Without it, the items are exactly those the rules make.
 // `tree`: the report also holds the run's devices as a tree, with the items made from each.
 std::uint32_t GetStorage(Host* host, Storage::storageType type, unsigned int inquiryTimeout,
                          Progress progress = nullptr, bool inUse = false, bool tree = false);

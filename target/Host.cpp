@@ -1,5 +1,6 @@
 #include "target/Host.h"
 
+#include <algorithm>
 #include <new>
 
 #include "platform/Exception.h"
@@ -38,7 +39,8 @@ Host::Host(const Host& other)
       extendedInfo_(other.extendedInfo_),
       queryFailure_(other.queryFailure_),
       storage_(other.storage_),
-      discoveryReport_(other.discoveryReport_) {}
+      discoveryReport_(other.discoveryReport_),
+      verdicts_(other.verdicts_) {}
 
 Host& Host::operator=(const Host& other) {
     if (this != &other) {
@@ -61,6 +63,27 @@ void Host::releaseStorage() {
         delete s;
     }
     storage_.clear();
+    verdicts_.clear();
+}
+
+void Host::setVerdict(const Storage* item, Verdict verdict) {
+    verdicts_[item] = std::move(verdict);
+}
+
+Verdict Host::verdict(const Storage& item) const {
+    auto it = verdicts_.find(&item);
+    if (it != verdicts_.end()) {
+        return it->second;
+    }
+    Verdict v;
+    if (std::find(storage_.begin(), storage_.end(), &item) == storage_.end()) {
+        v.add(Verdict::Unknown, "it is not an item of this host's list");
+    } else {
+        // Only a local run asks the kernel and the devices; another host's listing tells none of it.
+        v.add(Verdict::Unknown,
+              "whether it is in use or holds data (the listing of a remote host does not say)");
+    }
+    return v;
 }
 
 Host* Host::named(const std::string& name, bool flag) {

@@ -25,6 +25,7 @@
 #include "target/LicenseInfo.h"
 #include "target/Property.h"
 #include "target/Storage.h"
+#include "target/Verdict.h"
 
 namespace vessa::target {
 
@@ -72,6 +73,13 @@ class Host {
     // for hosts queried through the listing tool, which reports nothing of the kind).
     const DiscoveryReport& discoveryReport() const { return discoveryReport_; }
     void setDiscoveryReport(DiscoveryReport report) { discoveryReport_ = std::move(report); }
+    // Whether `item` (an item of this host's list) may be destroyed by testing, and why not
+    // (target/Verdict.h). A local discovery run decides it for every item it makes, whatever the
+    // options of fill(); an item of a remote listing is unknown, since the listing tool does not say
+    // what is in use or holds data.
+    Verdict verdict(const Storage& item) const;
+    // Set by the local discovery for each item it makes.
+    void setVerdict(const Storage* item, Verdict verdict);
 
     // Forwards to the agent host.
     std::string envValueOf(const std::string& name) const { return agent_.envValueOf(name); }
@@ -161,6 +169,7 @@ class Host {
     std::string queryFailure_;
     std::list<Storage*> storage_;
     DiscoveryReport discoveryReport_;
+    std::map<const Storage*, Verdict> verdicts_;
 };
 
 }  // namespace vessa::target

@@ -1,5 +1,7 @@
 // The XML storage report: one document per host that carries its own schema, one table per storage
 // item plus "Property" for the host's own properties, and one row per property.
+#include <algorithm>
+
 #include "platform/Log.h"
 #include "platform/SafeFile.h"
 #include "target/Host.h"
@@ -41,6 +43,39 @@ std::string tableName(const Storage& s) {
     return name;
 }
 
+// A report of a local run that could not see everything (a warning, or an item that could not be
+// checked) says so, and gives each item's verdict, in two
+// tables of its own beside the items' ("Completeness", "Verdict"; an item's table name starts with
+// "x2f", so none can be either), with the rows the others have: a reader that knows only the items'
+// tables skips them, and the schema still covers every row.
+bool partial(const DiscoveryReport& report, const std::map<const Storage*, Verdict>& verdicts) {
+    if (verdicts.empty()) {
+        return false;  // no local run: nothing to say
+    }
+    return !report.complete() || std::any_of(verdicts.begin(), verdicts.end(),
+                                             [](const auto& v) { return v.second.has(Verdict::Unknown); });
+}
+
+void printPartial(std::ostream& os, const DiscoveryReport& report, const std::list<Storage*>& storage,
+                  const Host& host) {
+    Property("complete", "false", "Complete",
+             "The run could not see everything: items may be missing or lack reasons; see the warnings.",
+             "General")
+        .print(os, "Completeness");
+    for (const std::string& w : report.warnings) {
+        Property("warning", w, "Warning", "What the run could not see.", "General").print(os, "Completeness");
+    }
+    for (const Storage* s : storage) {
+        const Verdict v = host.verdict(*s);
+        std::string reasons;
+        for (const std::string& r : v.reasons()) {
+            reasons += (reasons.empty() ? "" : "; ") + r;
+        }
+        Property(tableName(*s), v.word(), "Verdict", reasons, v.candidate() ? "Candidate" : "Not a candidate")
+            .print(os, "Verdict");
+    }
+}
+
 }  // namespace
 
 void Host::printStorageTableSchemas(std::ostream& os) {
@@ -60,6 +95,11 @@ void Host::printStorage(std::ostream& os) {
        << "      <xs:complexType>\n"
        << "        <xs:choice minOccurs=\"0\" maxOccurs=\"unbounded\">\n";
     printStorageTableSchemas(os);
+    const bool isPartial = partial(discoveryReport_, verdicts_);
+    if (isPartial) {
+        PrintTableSchema(os, "Completeness");
+        PrintTableSchema(os, "Verdict");
+    }
     os << "        </xs:choice>\n"
        << "      </xs:complexType>\n"
        << "    </xs:element>\n"
@@ -69,6 +109,9 @@ void Host::printStorage(std::ostream& os) {
     }
     for (Storage* s : storage_) {
         s->print(os);
+    }
+    if (isPartial) {
+        printPartial(os, discoveryReport_, storage_, *this);
     }
     os << "</Host>\n";
     os.flush();

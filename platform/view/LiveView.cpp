@@ -143,6 +143,10 @@ class LiveView : public View {
         return r;
     }
 
+    SignatureProbe readSignatures(const std::string& device) override {
+        return probeSignatures("/dev/" + kernelName(device));
+    }
+
     bool privileged() override { return ::geteuid() == 0; }
 
   private:

@@ -36,6 +36,8 @@ const char* what(ProbeKind kind) {
             return "the content test";
         case ProbeKind::Exclusive:
             return "the exclusive-open test";
+        case ProbeKind::Signatures:
+            return "the signature probe";
     }
     return "a probe";
 }
@@ -114,6 +116,7 @@ std::string encode(const ProbeAnswer& a) {
     w.text(a.text);
     w.number(a.exclusive.result);
     w.number(a.exclusive.err);
+    w.text(formatSignatures(a.signatures));
     return w.frame();
 }
 
@@ -133,6 +136,10 @@ bool decodeAnswer(const std::string& bytes, ProbeAnswer& a) {
     a.text = in.text();
     a.exclusive.result = static_cast<ExclusiveOpen::Result>(in.number());
     a.exclusive.err = static_cast<int>(in.number());
+    const std::string signatures = in.text();
+    if (!signatures.empty()) {
+        a.signatures = parseSignatures(signatures);
+    }
     return in.ok();
 }
 
@@ -144,6 +151,8 @@ ProbeAnswer unanswered(int err) {
     a.address.scsiIdErrno = err;
     a.exclusive.result = ExclusiveOpen::Failed;
     a.exclusive.err = err;
+    a.signatures.state = SignatureProbe::Failed;
+    a.signatures.err = err == EIO ? ETIMEDOUT : err;
     return a;
 }
 

@@ -38,7 +38,15 @@
 
 namespace vessa::sal::sys {
 
-enum class ProbeKind : std::uint8_t { Inquiry, Address, Capacity10, Capacity16, Content, Exclusive };
+enum class ProbeKind : std::uint8_t {
+    Inquiry,
+    Address,
+    Capacity10,
+    Capacity16,
+    Content,
+    Exclusive,
+    Signatures
+};
 
 struct ProbeRequest {
     ProbeKind kind = ProbeKind::Inquiry;
@@ -56,7 +64,8 @@ struct ProbeAnswer {
     RunOutcome outcome = RunOutcome::NotStarted;  // Content: the content test as a command
     int status = 0;
     std::string text;
-    ExclusiveOpen exclusive;  // Exclusive
+    ExclusiveOpen exclusive;    // Exclusive
+    SignatureProbe signatures;  // Signatures
 };
 
 class ProbePool {

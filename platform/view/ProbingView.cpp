@@ -39,6 +39,9 @@ ProbeAnswer ProbingView::probeDirectly(View& view, const ProbeRequest& r) {
         case ProbeKind::Exclusive:
             a.exclusive = view.exclusiveOpen(r.device);
             break;
+        case ProbeKind::Signatures:
+            a.signatures = view.readSignatures(r.device);
+            break;
     }
     return a;
 }
@@ -90,14 +93,23 @@ ExclusiveOpen ProbingView::exclusiveOpen(const std::string& device) {
     return ask(ProbeKind::Exclusive, device, inquiryTimeout_).exclusive;
 }
 
+SignatureProbe ProbingView::readSignatures(const std::string& device) {
+    return ask(ProbeKind::Signatures, device, inquiryTimeout_).signatures;
+}
+
 void ProbingView::probeAhead(const std::vector<DeviceProbes>& plan, unsigned int inquiryTimeout) {
     inquiryTimeout_ = inquiryTimeout;
-    // The run tests every device for exclusive use before it converts any, and converts each with its
-    // content test first, then its INQUIRY and its address.
+    // The run tests every device for exclusive use and reads every device's signatures before it
+    // converts any, and converts each with its content test first, then its INQUIRY and its address.
     std::vector<ProbeRequest> requests;
     for (const DeviceProbes& d : plan) {
         if (d.exclusive) {
             requests.push_back({ProbeKind::Exclusive, d.device, inquiryTimeout});
+        }
+    }
+    for (const DeviceProbes& d : plan) {
+        if (d.signatures) {
+            requests.push_back({ProbeKind::Signatures, d.device, inquiryTimeout});
         }
     }
     for (const DeviceProbes& d : plan) {

@@ -65,6 +65,7 @@ class ProbingView : public View {
     ScsiAddressResult scsiAddress(const std::string& device) override;
     unsigned int readCapacityBlockSize(const std::string& device, bool sixteen) override;
     ExclusiveOpen exclusiveOpen(const std::string& device) override;
+    SignatureProbe readSignatures(const std::string& device) override;
 
     void probeAhead(const std::vector<DeviceProbes>& plan, unsigned int inquiryTimeout) override;
     void runStarts() override;

@@ -210,6 +210,14 @@ ExclusiveOpen RecordingView::exclusiveOpen(const std::string& device) {
     return r;
 }
 
+SignatureProbe RecordingView::readSignatures(const std::string& device) {
+    const SignatureProbe r = inner_->readSignatures(device);
+    if (r.state != SignatureProbe::NotRead) {
+        writeRecording("ioctl/" + ioctlFileName(device, "signatures"), formatSignatures(r));
+    }
+    return r;
+}
+
 bool RecordingView::privileged() {
     const bool p = inner_->privileged();
     writeRecording("euid", std::string(p ? "0" : "65534") + "\n");

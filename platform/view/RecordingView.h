@@ -48,6 +48,7 @@ class RecordingView : public View {
     ScsiAddressResult scsiAddress(const std::string& device) override;
     unsigned int readCapacityBlockSize(const std::string& device, bool sixteen) override;
     ExclusiveOpen exclusiveOpen(const std::string& device) override;
+    SignatureProbe readSignatures(const std::string& device) override;
     bool privileged() override;
 
     // The first write that failed, or "" (the capture is then complete).

@@ -146,6 +146,11 @@ class ReplayView : public View {
         return r;
     }
 
+    SignatureProbe readSignatures(const std::string& device) override {
+        std::string text;
+        return recording("signatures", device, text) ? parseSignatures(text) : SignatureProbe();
+    }
+
     bool privileged() override {
         std::string text;
         return !files_.readFile("/.vessa/euid", text) || number(text) == 0;

@@ -383,6 +383,15 @@ class RunScope::CachingView : public View {
         }
         return inner_.exclusiveOpen(device);
     }
+    SignatureProbe readSignatures(const std::string& device) override {
+        if (leftAlone(device)) {
+            SignatureProbe r;
+            r.state = SignatureProbe::Failed;
+            r.err = ENXIO;
+            return r;
+        }
+        return inner_.readSignatures(device);
+    }
     bool privileged() override { return inner_.privileged(); }
 
     void probeAhead(const std::vector<DeviceProbes>& plan, unsigned int inquiryTimeout) override {

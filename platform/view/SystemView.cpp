@@ -27,6 +27,10 @@ RunOutcome View::describeContent(const std::string& path, std::string& output, i
     return run("file", {"-s", path}, output, status);
 }
 
+SignatureProbe View::readSignatures(const std::string& /*device*/) {
+    return {};
+}
+
 void View::probeAhead(const std::vector<DeviceProbes>& /*plan*/, unsigned int /*inquiryTimeout*/) {}
 
 namespace detail {

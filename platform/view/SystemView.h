@@ -20,6 +20,8 @@
 //                                          /dev/<name> is a block device of that capacity.
 //                                          "exclusive": the exclusive-open test, "free", "busy" or
 //                                          "error <errno>" (absent: not tested)
+//                                          "signatures": what lies on the device at rest
+//                                          (platform/view/Signatures.h; absent: not read)
 //   R/dev/<name> non-empty                 the device node can be read (the mount-table read test)
 //   R/.vessa/euid                          the effective user id the snapshot was taken with
 //                                          (absent: 0)
@@ -39,6 +41,7 @@
 #include <vector>
 
 #include "platform/Process.h"
+#include "platform/view/Signatures.h"
 
 namespace vessa::sal::sys {
 
@@ -101,6 +104,7 @@ struct DeviceProbes {
     bool scsi = false;        // the SCSI INQUIRY and the SCSI address
     bool exclusive = false;   // the exclusive-open test
     std::string contentPath;  // the path whose content will be described; "" for none
+    bool signatures = false;  // the signatures at rest
 };
 
 class View {
@@ -178,6 +182,8 @@ class View {
 
     // Opens the device node (kernel name or path) read-only and exclusively, and closes it at once.
     virtual ExclusiveOpen exclusiveOpen(const std::string& device) = 0;
+    // The signatures on the device (kernel name or path) at rest. Here: not read.
+    virtual SignatureProbe readSignatures(const std::string& device);
     // Whether the machine was looked at with the rights to open devices and run the volume tools
     // (live: the effective user is root; replay: as the snapshot records, root when it does not say).
     virtual bool privileged() = 0;

@@ -7,8 +7,10 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <list>
 #include <map>
 #include <memory>
+#include <vector>
 
 #include <nlohmann/json.hpp>
 
@@ -85,12 +87,13 @@ TEST(CliLive, ListCaptureAndReportOfWhatTheTestMade) {
     for (const auto& [key, value] : candidates) {
         EXPECT_EQ(value, "          |") << key;
     }
-    // Without the rights to look, the run says so and names no candidate.
+    // Without the rights to look, the run says so, names no candidate, and exits with the status of
+    // devices it could not check.
     EXPECT_EQ(
         runCaptured("setpriv",
                     {"--reuid=65534", "--regid=65534", "--clear-groups", kProgram, "list", "--candidates"},
                     denied),
-        1);
+        3);
     EXPECT_EQ(denied.find(m.blank.device()), std::string::npos) << denied;
 }
 
@@ -149,6 +152,45 @@ TEST(CliReplay, ReportNameStaysInTheCurrentDirectory) {
                               {"report", "--sysroot", root, "--output", work.path() + "/chosen.xml"}, out),
                   0);
         EXPECT_TRUE(std::filesystem::exists(work.path() + "/chosen.xml"));
+    }
+}
+
+// check takes a device by the names scripts use, and says by its status whether every one is a
+// candidate (0), some is refused (1), or some could not be checked (3).
+TEST(CliReplay, CheckNamesDevicesAsScriptsDoAndSaysWhyNot) {
+    const std::string scenarios = std::string(VESSA_SOURCE_DIR) + "/tests/scenarios/";
+    const std::string sde =
+        "not a candidate: partitioned or holds a file system; through sde1: mounted at "
+        "/mnt/test; through sde2: mounted at /mnt/test; holds data: gpt partition table\n";
+    const struct {
+        std::string scenario;
+        std::vector<std::string> devices;
+        int status;
+        std::string out;
+    } cases[] = {
+        {"at-rest",
+         {"/dev/sdh", "sdh", "8:112"},
+         0,
+         "/dev/sdh: candidate\nsdh: candidate\n8:112: candidate\n"},
+        // The disk by its numbers, not the partition whose records its item also carries.
+        {"at-rest", {"8:64", "/dev/sde"}, 1, "8:64: " + sde + "/dev/sde: " + sde},
+        {"at-rest",
+         {"/dev/sdh", "/dev/sdz"},
+         1,
+         "/dev/sdh: candidate\n/dev/sdz: not found: no device of the run has that name\n"},
+        {"plain-disks",
+         {"sdb"},
+         3,
+         "sdb: not checked: unknown: whether it is mounted (the mount table could not be read); unknown: "
+         "whether it is active swap (the swap table could not be read); unknown: whether anything holds it "
+         "open (not tested); unknown: its signatures (not read: none recorded)\n"},
+    };
+    for (const auto& c : cases) {
+        std::list<std::string> args = {"check", "--sysroot", scenarios + c.scenario + "/root"};
+        args.insert(args.end(), c.devices.begin(), c.devices.end());
+        std::string out;
+        EXPECT_EQ(runCaptured(kProgram, args, out), c.status) << c.devices.front();
+        EXPECT_EQ(out, c.out);
     }
 }
 

@@ -6,6 +6,7 @@ items.py lists the items the discovery must report and, per item, the records wh
 are stated here once, from the rules, independently of the library. Run: compose.py [NAME...]
 """
 import json
+import os
 import runpy
 import sys
 from pathlib import Path
@@ -179,10 +180,14 @@ IN_USE = ("In Use", "General",
           "test target.")
 
 
-def item(type_, index, name, path, size, letters, records, inquiry=BLANK_INQUIRY, scsi="None", in_use=()):
+def item(type_, index, name, path, size, letters, records, inquiry=BLANK_INQUIRY, scsi="None", in_use=(),
+         read_only=False, target=(), data=(), unknown=None):
     """records: the property dicts of every record the item carries, in the order they are added; later
     ones replace earlier ones of the same key, as in the item's property map. in_use: the reasons the
-    kernel gives for the item's device (the list asks for them; the report does not)."""
+    kernel gives for the item's device (the list asks for them; the report does not).
+    The verdict's own facts: read_only (sysfs ro), target (why a file-system item's file would not land
+    on its device), data (what the device holds at rest, in words), unknown (what could not be checked;
+    None: what the snapshot lacks for the device, see not_checked)."""
     ex = exclusion_string(letters)
     props = {}
     for r in records:
@@ -198,7 +203,52 @@ def item(type_, index, name, path, size, letters, records, inquiry=BLANK_INQUIRY
         "index": index, "type": type_, "kind": kind, "name": name, "path": path, "size": size,
         "inquiry": inquiry, "exclusions": ex, "reasons": [WORDS[LETTERS.index(l)] for l in LETTERS if l in letters],
         "inUse": list(in_use), "properties": {k: props[k] for k in sorted(props)},
+        "_verdict": (read_only, list(target), list(data), unknown),
     }
+
+
+def not_checked(root, it):
+    """What a replay of `root` cannot check for an item's device: the kernel's tables it lacks, the
+    exclusive-open test it did not record (or could not make without root), and the signatures at rest
+    it did not record or failed to read (a network mount has neither). A file-system item is not judged by its device's signatures."""
+    kernel = it["properties"].get("Name", {}).get("value", it["name"])
+    out = []
+    if not (root / "proc/self/mountinfo").exists():
+        out.append("whether it is mounted (the mount table could not be read)")
+    if not (root / "proc/swaps").exists():
+        out.append("whether it is active swap (the swap table could not be read)")
+    euid = root / ".vessa/euid"
+    if kernel.startswith("."):
+        pass  # a network or user-space file system has no device node to open
+    elif euid.exists() and int(euid.read_text()) != 0:
+        out.append("whether anything holds it open (not running as root)")
+    elif not (root / ".vessa/ioctl" / (kernel.replace("/", "!") + ".exclusive")).exists():
+        out.append("whether anything holds it open (not tested)")
+    if it["type"] & 1 or kernel.startswith("."):
+        return out
+    signatures = root / ".vessa/ioctl" / (kernel.replace("/", "!") + ".signatures")
+    if not signatures.exists():
+        out.append("its signatures (not read: none recorded)")
+    elif signatures.read_text().startswith("error "):
+        err = int(signatures.read_text().split()[1])
+        out.append("its signatures (%s)" % {110: "the device did not answer in time", 13: "not running as root",
+                                           6: "its path is not running"}.get(err, os.strerror(err)))
+    return out
+
+
+KINDS = ["excluded", "in use", "holds data", "unknown"]
+
+
+def verdict(root, it):
+    """The first kind that has a reason; every reason, kinds in that order."""
+    read_only, target, data, unknown = it.pop("_verdict")
+    if unknown is None:
+        unknown = not_checked(root, it)
+    by_kind = [it["reasons"] + (["read-only"] if read_only else []), it["inUse"] + target, data,
+               ["unknown: " + u for u in unknown]]
+    kind = next((k for k, r in zip(KINDS, by_kind) if r), "candidate")
+    it["verdict"] = {"is": kind, "reasons": [r for rs in by_kind for r in rs]}
+    it["candidate"] = kind == "candidate"
 
 
 def clean_element(name):
@@ -227,8 +277,19 @@ def schema_table(name):
             "              </xs:sequence>\n            </xs:complexType>\n          </xs:element>\n" % (name, fields))
 
 
-def report(items):
-    """The XML report of a storage list: schema first, then one row per property."""
+def row(table, values):
+    return "  <%s>\n%s  </%s>\n" % (table, "".join("    <%s>%s</%s>\n" % (f, clean_text(v), f)
+                                                   for f, v in zip(FIELDS, values)), table)
+
+
+def report(items, warnings):
+    """The XML report of a storage list: schema first, then one row per property. A run that could not
+    see everything (a warning, or an item that could not be checked) adds a table saying so, with its
+    warnings, and one of the items' verdicts. The report does not ask for the in-use reasons, so its
+    warnings lack those of the in-use layer; its items' verdicts still say what could not be checked."""
+    warnings = [w for w in warnings if w not in NO_IN_USE]
+    partial = bool(warnings) or any(i["verdict"]["is"] == "unknown" or
+                                    any(r.startswith("unknown: ") for r in i["verdict"]["reasons"]) for i in items)
     tables = [clean_element(i["path"] + ("_fs" if i["type"] & 1 else "")) for i in items]
     out = ('<?xml version="1.0" standalone="yes"?>\n<Host>\n'
            '  <xs:schema id="Host" xmlns="" xmlns:xs="http://www.w3.org/2001/XMLSchema" '
@@ -237,14 +298,24 @@ def report(items):
            "      <xs:complexType>\n"
            '        <xs:choice minOccurs="0" maxOccurs="unbounded">\n')
     out += schema_table("Property") + "".join(schema_table(t) for t in tables)
+    if partial:
+        out += schema_table("Completeness") + schema_table("Verdict")
     out += "        </xs:choice>\n      </xs:complexType>\n    </xs:element>\n  </xs:schema>\n"
     for table, i in zip(tables, items):
         for key, p in i["properties"].items():
             if key == "inUse":
                 continue  # asked for by the list only
-            values = [key, p["displayName"], p["value"], p["category"], p["description"]]
-            out += "  <%s>\n%s  </%s>\n" % (table, "".join("    <%s>%s</%s>\n" % (f, clean_text(v), f)
-                                                          for f, v in zip(FIELDS, values)), table)
+            out += row(table, [key, p["displayName"], p["value"], p["category"], p["description"]])
+    if partial:
+        out += row("Completeness", ["complete", "Complete", "false", "General",
+                                    "The run could not see everything: items may be missing or lack reasons; "
+                                    "see the warnings."])
+        for w in warnings:
+            out += row("Completeness", ["warning", "Warning", w, "General", "What the run could not see."])
+        for table, i in zip(tables, items):
+            v = i["verdict"]
+            out += row("Verdict", [table, "Verdict", v["is"], "Candidate" if i["candidate"] else "Not a candidate",
+                                   "; ".join(v["reasons"])])
     return out + "</Host>\n"
 
 
@@ -255,10 +326,12 @@ def main():
         folder = here / name
         spec = runpy.run_path(str(folder / "items.py"), init_globals={k: v for k, v in globals().items()})
         warnings = spec.get("WARNINGS", [])
+        for it in spec["ITEMS"]:
+            verdict(folder / "root", it)
         doc = {"host": spec["HOST"], "complete": not warnings, "warnings": warnings, "storage": spec["ITEMS"]}
         (folder / "expected.json").write_text(json.dumps(doc, indent=2, ensure_ascii=False) + "\n")
         if spec.get("WITH_REPORT"):
-            (folder / "expected.xml").write_text(report(spec["ITEMS"]))
+            (folder / "expected.xml").write_text(report(spec["ITEMS"], warnings))
         print("wrote", folder)
 
 

@@ -42,7 +42,7 @@ def sda2(p):
 ITEMS = [
     item(36, 0, "sda", "/dev/sda", 31457280 * 1024, "APSVW",
          [proc_partition("", "sda", 31457280, 8, 0)] + sda1("Partition ") + sda2("Partition ")),
-    item(26, 1, "sda1", "/dev/sda1", 524288 * 1024, "A", sda1("")),
+    item(26, 1, "sda1", "/dev/sda1", 524288 * 1024, "A", sda1(""), data=["holds data: configured in /etc/fstab at /boot"]),
     item(26, 2, "vg0/root", "/dev/vg0/root", 20971520 * 1024, "SV", dm0("")),
     item(26, 3, "vg0/swap", "/dev/vg0/swap", 2097152 * 1024, "VW", dm1("")),
     item(26, 4, "vg0/home", "/dev/vg0/home", 7340032 * 1024, "V", dm2("")),

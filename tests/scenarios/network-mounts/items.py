@@ -11,7 +11,7 @@ fuse = [proc_partition("", ".fusefs.", 0, -1, -1),
         mount_entry("mtab", "", "gvfsd-fuse", "/run/user/1000/gvfs", "fuse.gvfsd-fuse")]
 
 ITEMS = [
-    item(36, 0, "vda", "/dev/vda", 41943040 * 1024, "PS", vda),
+    item(36, 0, "vda", "/dev/vda", 41943040 * 1024, "PS", vda, data=["holds data: configured in /etc/fstab at /"]),
     item(1, 1, "//nas/share", "/mnt/share/targetfile.dat", 0, "", cifs),
     item(1, 2, "fileserver:/export/home", "/home/targetfile.dat", 0, "", nfs),
     item(1, 3, "user@backup:/srv", "/mnt/backup/targetfile.dat", 0, "", fuse),

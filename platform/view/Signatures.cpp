@@ -1,0 +1,204 @@
+#include "platform/view/Signatures.h"
+
+#include <blkid.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <sstream>
+
+namespace vessa::sal::sys {
+
+namespace {
+
+// Superblock probing stops after this many signatures: more than any real device carries.
+constexpr int kMostSignatures = 16;
+
+std::string value(blkid_probe probe, const char* name) {
+    const char* data = nullptr;
+    std::size_t size = 0;
+    if (blkid_probe_lookup_value(probe, name, &data, &size) != 0 || data == nullptr) {
+        return "";
+    }
+    std::string text(data, size);
+    while (!text.empty() && text.back() == '\0') {
+        text.pop_back();
+    }
+    return text;
+}
+
+std::string escaped(const std::string& text) {
+    std::string out;
+    for (char c : text) {
+        if (c == '\\') {
+            out += "\\\\";
+        } else if (c == '\t') {
+            out += "\\t";
+        } else if (c == '\n') {
+            out += "\\n";
+        } else {
+            out += c;
+        }
+    }
+    return out;
+}
+
+std::string unescaped(const std::string& text) {
+    std::string out;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        if (text[i] == '\\' && i + 1 < text.size()) {
+            const char c = text[++i];
+            out += c == 't' ? '\t' : c == 'n' ? '\n' : c;
+        } else {
+            out += text[i];
+        }
+    }
+    return out;
+}
+
+void field(std::string& line, const char* key, const std::string& v) {
+    if (!v.empty()) {
+        line += (line.empty() ? "" : "\t") + std::string(key) + "=" + escaped(v);
+    }
+}
+
+}  // namespace
+
+SignatureProbe probeSignatures(const std::string& path) {
+    SignatureProbe result;
+    errno = 0;
+    blkid_probe probe = blkid_new_probe_from_filename(path.c_str());
+    if (probe == nullptr) {
+        result.state = SignatureProbe::Failed;
+        result.err = errno != 0 ? errno : EIO;
+        return result;
+    }
+    blkid_probe_enable_superblocks(probe, 1);
+    blkid_probe_set_superblocks_flags(probe, BLKID_SUBLKS_TYPE | BLKID_SUBLKS_USAGE | BLKID_SUBLKS_LABEL |
+                                                 BLKID_SUBLKS_UUID | BLKID_SUBLKS_VERSION |
+                                                 BLKID_SUBLKS_BADCSUM);
+    blkid_probe_enable_partitions(probe, 1);
+    blkid_probe_set_partitions_flags(probe, BLKID_PARTS_ENTRY_DETAILS);
+    result.state = SignatureProbe::Read;
+    // Each step finds the next signature, as wipefs lists them: not only the one a mount would take.
+    for (int i = 0; i < kMostSignatures; ++i) {
+        const int rc = blkid_do_probe(probe);
+        if (rc == 1) {
+            break;
+        }
+        if (rc < 0) {
+            result.state = SignatureProbe::Failed;
+            result.err = errno != 0 ? errno : EIO;
+            break;
+        }
+        if (result.partUuid.empty()) {
+            result.partUuid = value(probe, "PART_ENTRY_UUID");
+            result.partName = value(probe, "PART_ENTRY_NAME");
+        }
+        Signature s;
+        s.type = value(probe, "TYPE");
+        if (s.type.empty()) {
+            s.type = value(probe, "PTTYPE");
+            if (s.type.empty()) {
+                continue;  // the partition entry alone: no signature of the device itself
+            }
+            s.usage = "partition table";
+            s.uuid = value(probe, "PTUUID");
+        } else {
+            s.usage = value(probe, "USAGE");
+            s.label = value(probe, "LABEL");
+            s.uuid = value(probe, "UUID");
+            s.version = value(probe, "VERSION");
+        }
+        result.found.push_back(std::move(s));
+    }
+    blkid_free_probe(probe);
+    return result;
+}
+
+std::string formatSignatures(const SignatureProbe& probe) {
+    switch (probe.state) {
+        case SignatureProbe::NotRead:
+            return "";
+        case SignatureProbe::Failed:
+            return "error " + std::to_string(probe.err) + "\n";
+        case SignatureProbe::Read:
+            break;
+    }
+    std::string out = "read\n";
+    for (const Signature& s : probe.found) {
+        std::string line;
+        field(line, "TYPE", s.type);
+        field(line, "USAGE", s.usage);
+        field(line, "LABEL", s.label);
+        field(line, "UUID", s.uuid);
+        field(line, "VERSION", s.version);
+        out += line + "\n";
+    }
+    if (!probe.partUuid.empty() || !probe.partName.empty()) {
+        std::string line = "part";
+        field(line, "PARTUUID", probe.partUuid);
+        field(line, "PARTNAME", probe.partName);
+        out += line + "\n";
+    }
+    return out;
+}
+
+SignatureProbe parseSignatures(const std::string& text) {
+    SignatureProbe p;
+    std::istringstream in(text);
+    std::string line;
+    std::getline(in, line);
+    if (line.compare(0, 6, "error ") == 0) {
+        p.state = SignatureProbe::Failed;
+        p.err = std::atoi(line.c_str() + 6);
+        if (p.err <= 0) {
+            p.err = EIO;
+        }
+        return p;
+    }
+    if (line != "read") {
+        p.state = SignatureProbe::Failed;
+        p.err = EINVAL;
+        return p;
+    }
+    p.state = SignatureProbe::Read;
+    while (std::getline(in, line)) {
+        if (line.empty()) {
+            continue;
+        }
+        const bool part = line.compare(0, 4, "part") == 0 && (line.size() == 4 || line[4] == '\t');
+        Signature s;
+        std::istringstream fields(part ? line.substr(std::min<std::size_t>(line.size(), 5)) : line);
+        for (std::string f; std::getline(fields, f, '\t');) {
+            const std::string::size_type eq = f.find('=');
+            if (eq == std::string::npos) {
+                continue;
+            }
+            const std::string key = f.substr(0, eq);
+            const std::string v = unescaped(f.substr(eq + 1));
+            if (part && key == "PARTUUID") {
+                p.partUuid = v;
+            } else if (part && key == "PARTNAME") {
+                p.partName = v;
+            } else if (part) {
+                continue;
+            } else if (key == "TYPE") {
+                s.type = v;
+            } else if (key == "USAGE") {
+                s.usage = v;
+            } else if (key == "LABEL") {
+                s.label = v;
+            } else if (key == "UUID") {
+                s.uuid = v;
+            } else if (key == "VERSION") {
+                s.version = v;
+            }
+        }
+        if (!part && !s.type.empty()) {
+            p.found.push_back(std::move(s));
+        }
+    }
+    return p;
+}
+
+}  // namespace vessa::sal::sys
