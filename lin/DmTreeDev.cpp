@@ -135,17 +135,20 @@ void DmTreeDev::parseTree(const std::string& output,
     });
 }
 
+const std::list<std::string> DmTreeDev::kMultipathArgs = {"ls", "--target", "multipath"};
+const std::list<std::string> DmTreeDev::kTreeArgs = {"ls", "--tree", "-o", "notrunc"};
+
 bool DmTreeDev::readDmTree(std::list<DmTreeDev*>& result, Host* /*host*/) {
     VESSA_TRACE(kUnit, "readDmTree");
     std::map<std::string, std::pair<int, int>> multipaths;
     std::string output;
     // Only the runner's own failure value skips the output: a non-zero status from dmsetup itself
     // still comes with a listing worth reading.
-    if (quickRun("dmsetup", {"ls", "--target", "multipath"}, output) != 255) {
+    if (quickRun("dmsetup", kMultipathArgs, output) != 255) {
         multipaths = parseMultipathList(output);
     }
     output.clear();
-    if (quickRun("dmsetup", {"ls", "--tree", "-o", "notrunc"}, output) == 255) {
+    if (quickRun("dmsetup", kTreeArgs, output) == 255) {
         return true;
     }
     std::list<DmTreeDev*> roots;

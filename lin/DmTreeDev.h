@@ -29,6 +29,9 @@ class DmTreeDev {
     // was. Numbers that do not convert throw the text-conversion exception; the nodes made before
     // that are in `result` all the same.
     static bool readDmTree(std::list<DmTreeDev*>& result, Host* host);
+    // The arguments of the two dmsetup runs the reader makes: the multipath list, then the tree.
+    static const std::list<std::string> kMultipathArgs;
+    static const std::list<std::string> kTreeArgs;
     // The parsing halves, on the tools' output text. Every line makes a node, also one without
     // numbers ("device", 0:0); parseTree appends the new top-level nodes to `result` as it goes.
     static std::map<std::string, std::pair<int, int>> parseMultipathList(const std::string& output);

@@ -45,6 +45,8 @@ const std::vector<sal::sys::RunScope::Ahead> kDeviceReads = {
     {sal::sys::RunScope::Ahead::File, "/size"},
     {sal::sys::RunScope::Ahead::Directory, "/slaves"},
     {sal::sys::RunScope::Ahead::File, "/device/vendor"},
+    // Not the constructor's: the transport state the run checks before it probes the device.
+    {sal::sys::RunScope::Ahead::File, "/device/state"},
 };
 
 std::string names(const std::list<SysBlock*>& list) {

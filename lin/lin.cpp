@@ -347,8 +347,8 @@ std::uint32_t GetStorage(Host* host, Storage::storageType type, unsigned int inq
     DiskBy::readAhead();
     // The device-mapper and volume tools, started together: the readers below take their outputs in
     // their own order.
-    sal::sys::RunScope::runAhead({{"dmsetup", {"ls", "--target", "multipath"}},
-                                  {"dmsetup", {"ls", "--tree", "-o", "notrunc"}},
+    sal::sys::RunScope::runAhead({{"dmsetup", DmTreeDev::kMultipathArgs},
+                                  {"dmsetup", DmTreeDev::kTreeArgs},
                                   {"pvdisplay", {}},
                                   {"lvdisplay", {}},
                                   {"vgdisplay", {}}});

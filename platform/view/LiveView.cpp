@@ -16,8 +16,6 @@ namespace vessa::sal::sys {
 
 namespace {
 
-constexpr unsigned int kCapacityTimeoutSeconds = 5;
-
 // A device opened for one query and closed after it. A failed open leaves -1, which makes the
 // ioctl that follows fail the way a device that does not answer would.
 struct Device {
@@ -119,12 +117,12 @@ class LiveView : public View {
         if (sixteen) {
             const auto command = scsi::readCapacity16Command();
             IoctlResult r = scsi::readFromDevice(d.fd, command.data(), command.size(),
-                                                 scsi::kReadCapacity16Length, kCapacityTimeoutSeconds);
+                                                 scsi::kReadCapacity16Length, kReadCapacityTimeoutSeconds);
             return r.rc < 0 ? 0 : scsi::readCapacity16BlockSize(r.data);
         }
         const auto command = scsi::readCapacity10Command();
         IoctlResult r = scsi::readFromDevice(d.fd, command.data(), command.size(),
-                                             scsi::kReadCapacity10Length, kCapacityTimeoutSeconds);
+                                             scsi::kReadCapacity10Length, kReadCapacityTimeoutSeconds);
         return r.rc < 0 ? 0 : scsi::readCapacity10BlockSize(r.data);
     }
 

@@ -2,11 +2,6 @@
 
 namespace vessa::sal::sys {
 
-namespace {
-// READ CAPACITY's own timeout, as the live view sends it.
-constexpr unsigned int kCapacityTimeoutSeconds = 5;
-}  // namespace
-
 ProbingView::ProbingView(std::unique_ptr<View> inner, std::function<void()> prepare, ProbePool::Prober prober,
                          std::size_t helpers)
     : inner_(std::move(inner)), prepare_(std::move(prepare)), prober_(std::move(prober)), helpers_(helpers) {
@@ -85,7 +80,7 @@ ScsiAddressResult ProbingView::scsiAddress(const std::string& device) {
 }
 
 unsigned int ProbingView::readCapacityBlockSize(const std::string& device, bool sixteen) {
-    return ask(sixteen ? ProbeKind::Capacity16 : ProbeKind::Capacity10, device, kCapacityTimeoutSeconds)
+    return ask(sixteen ? ProbeKind::Capacity16 : ProbeKind::Capacity10, device, kReadCapacityTimeoutSeconds)
         .blockSize;
 }
 

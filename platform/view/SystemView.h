@@ -97,6 +97,9 @@ struct ScsiAddressResult {
 
 enum class RunOutcome { Exited, NotStarted, TimedOut, TooMuchOutput };
 
+// The timeout of a READ CAPACITY command, in seconds.
+constexpr unsigned int kReadCapacityTimeoutSeconds = 5;
+
 // What a run is going to ask of one device, told to the view before it asks (probeAhead), so that a
 // view can put the questions to the device ahead of the run.
 struct DeviceProbes {
@@ -177,7 +180,8 @@ class View {
     virtual IoctlResult scsiInquiry(const std::string& device, unsigned int timeoutSeconds) = 0;
     // SG_GET_SCSI_ID, else SCSI_IOCTL_GET_IDLUN. A replayed address counts as an SG_GET_SCSI_ID answer.
     virtual ScsiAddressResult scsiAddress(const std::string& device) = 0;
-    // Block size from READ CAPACITY(10) (sixteen false) or (16); 0 when the device does not answer.
+    // Block size from READ CAPACITY(10) (sixteen false) or (16); 0 when the device does not answer
+    // within kReadCapacityTimeoutSeconds.
     virtual unsigned int readCapacityBlockSize(const std::string& device, bool sixteen) = 0;
 
     // Opens the device node (kernel name or path) read-only and exclusively, and closes it at once.
