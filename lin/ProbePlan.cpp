@@ -6,6 +6,7 @@
 #include "lin/DeviceLink.h"
 #include "lin/FsTableEntry.h"
 #include "lin/ProcPartition.h"
+#include "lin/SysBlock.h"
 #include "platform/view/RunScope.h"
 
 namespace vessa::target::lin {
@@ -58,17 +59,17 @@ bool carriesMount(const DeviceLink* link) {
 
 }  // namespace
 
-std::vector<std::string> planProbes(const std::list<DeviceLink*>& roots,
-                                    const std::list<DeviceLink*>& allLinks, Storage::storageType type,
-                                    bool exclusive, unsigned int inquiryTimeout) {
+std::vector<std::string> planEarlyProbes(const std::list<ProcPartition*>& partitions,
+                                         const std::list<SysBlock*>& sysBlocks, Storage::storageType type,
+                                         bool exclusive, unsigned int inquiryTimeout) {
     sal::sys::View& view = sal::sys::current();
     std::vector<std::string> warnings;
     std::vector<std::string> alone;
-    for (const DeviceLink* l : allLinks) {
-        if (l->procPartition()->isPseudo()) {
+    for (const ProcPartition* p : partitions) {
+        if (p->isPseudo()) {
             continue;
         }
-        std::string name = l->name();
+        std::string name = p->name();
         std::replace(name.begin(), name.end(), '/', '!');
         std::string state;
         if (!view.readFile("/sys/block/" + name + "/device/state", state)) {
@@ -76,13 +77,38 @@ std::vector<std::string> planProbes(const std::list<DeviceLink*>& roots,
         }
         state = firstWord(state);
         if (!state.empty() && state != "running") {
-            alone.push_back(l->name());
-            warnings.push_back(l->name() + ": its path is not running (state " + state +
+            alone.push_back(p->name());
+            warnings.push_back(p->name() + ": its path is not running (state " + state +
                                "): it was sent no SCSI command and counts as not seen");
         }
     }
     sal::sys::RunScope::leaveAlone(alone);
 
+    std::vector<sal::sys::DeviceProbes> probes;
+    const bool open = exclusive && view.privileged();
+    for (const ProcPartition* p : partitions) {
+        if (!p->isPseudo()) {
+            probes.push_back({p->name(), false, open, ""});
+            probes.back().signatures = true;
+        }
+    }
+    if ((type & Storage::discoveredBlockDevice) != 0) {
+        // A device-mapper device's path is its map's name, known only from dmsetup: left to the full plan.
+        for (const SysBlock* s : sysBlocks) {
+            if (s->partitions().empty() && s->holders().empty() && s->name().rfind("dm-", 0) != 0) {
+                std::string name = s->name();
+                std::replace(name.begin(), name.end(), '!', '/');
+                probes.push_back({name, true, false, "/dev/" + name});
+            }
+        }
+    }
+    sal::sys::RunScope::probeAhead(probes, inquiryTimeout);
+    return warnings;
+}
+
+void planProbes(const std::list<DeviceLink*>& roots, const std::list<DeviceLink*>& allLinks,
+                Storage::storageType type, bool exclusive, unsigned int inquiryTimeout) {
+    sal::sys::View& view = sal::sys::current();
     Plan plan;
     for (const DeviceLink* root : roots) {
         if ((type & Storage::discoveredBlockDevice) != 0) {
@@ -113,7 +139,6 @@ std::vector<std::string> planProbes(const std::list<DeviceLink*>& roots,
         }
     }
     sal::sys::RunScope::probeAhead(plan.probes_, inquiryTimeout);
-    return warnings;
 }
 
 }  // namespace vessa::target::lin

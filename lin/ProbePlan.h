@@ -22,11 +22,23 @@
 namespace vessa::target::lin {
 
 class DeviceLink;
+class ProcPartition;
+class SysBlock;
 
-// Tells the current run scope which devices to leave alone and what to probe ahead; returns the
-// warnings for the devices left alone. Reads each device's state through the system view.
-std::vector<std::string> planProbes(const std::list<DeviceLink*>& roots,
-                                    const std::list<DeviceLink*>& allLinks, Storage::storageType type,
-                                    bool exclusive, unsigned int inquiryTimeout);
+// Made as soon as the kernel's lists are read, while the device-mapper and volume tools are still
+// running (on a host with thousands of paths each of them reads every device, and the probes would
+// otherwise wait for the slowest): tells the current run scope which devices to leave alone, reading
+// each one's state through the system view, and asks ahead what the run will surely want: every
+// device's exclusive open (`exclusive`, when devices can be opened) and signatures, and the content
+// test and SCSI probes of every whole device that has no partitions and nothing built on it. Returns
+// the warnings for the devices left alone.
+std::vector<std::string> planEarlyProbes(const std::list<ProcPartition*>& partitions,
+                                         const std::list<SysBlock*>& sysBlocks, Storage::storageType type,
+                                         bool exclusive, unsigned int inquiryTimeout);
+
+// Asks ahead, once the devices are joined, the probes of everything the conversion reaches; what the
+// early plan asked already is not asked again.
+void planProbes(const std::list<DeviceLink*>& roots, const std::list<DeviceLink*>& allLinks,
+                Storage::storageType type, bool exclusive, unsigned int inquiryTimeout);
 
 }  // namespace vessa::target::lin

@@ -359,6 +359,10 @@ std::uint32_t GetStorage(Host* host, Storage::storageType type, unsigned int inq
     reading("/sys/block");
     readSource("CHECK /sys/block", " items from /sys/block/...", "/sys/block", r.sysBlocks, failed,
                [&](auto& l) { SysBlock::readSysFs(l, r.procPartitions, lh); });
+    // Every run decides each item's verdict, so every device is tested for exclusive use and probed
+    // for its signatures.
+    const std::vector<std::string> probeWarnings =
+        planEarlyProbes(r.procPartitions, r.sysBlocks, type, true, inquiryTimeout);
     reading("dmsetup");
     readSource("CHECK dmsetup", " items from \"dmsetup ls --tree\"...", "dmsetup", r.dmDevs, failed,
                [&](auto& l) { DmTreeDev::readDmTree(l, lh); });
@@ -393,9 +397,7 @@ std::uint32_t GetStorage(Host* host, Storage::storageType type, unsigned int inq
     }
     cleanLinks(links);
     makeUnique(links);
-    // Every run decides each item's verdict, so every device is tested for exclusive use and probed
-    // for its signatures.
-    const std::vector<std::string> probeWarnings = planProbes(links, r.allLinks, type, true, inquiryTimeout);
+    planProbes(links, r.allLinks, type, true, inquiryTimeout);
     for (DeviceLink* link : links) {
         link->print(0);
     }
