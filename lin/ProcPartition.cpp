@@ -152,6 +152,15 @@ void ProcPartition::readProcPartitions(std::list<ProcPartition*>& result) {
 
         std::list<std::string> entries;
         sal::fs::util::listDirectory("/sys/block", entries);
+        // Each disk the kernel's list lacks is measured below, one after another: asked ahead, the
+        // answers come together (a host may have a thousand idle loop devices).
+        std::vector<sal::sys::DeviceProbes> ahead;
+        for (const std::string& name : entries) {
+            if (names.count(name) == 0) {
+                ahead.push_back({"/dev/" + name, false, false, "", false, true});
+            }
+        }
+        sal::sys::RunScope::probeAhead(ahead, 0);
         for (const std::string& name : entries) {
             VESSA_LOG << "Checking " << name;
             if (names.count(name)) {

@@ -93,10 +93,19 @@ SignatureProbe ProbingView::readSignatures(const std::string& device) {
 }
 
 void ProbingView::probeAhead(const std::vector<DeviceProbes>& plan, unsigned int inquiryTimeout) {
-    inquiryTimeout_ = inquiryTimeout;
-    // The run tests every device for exclusive use and reads every device's signatures before it
-    // converts any, and converts each with its content test first, then its INQUIRY and its address.
+    if (inquiryTimeout != 0) {
+        inquiryTimeout_ = inquiryTimeout;
+    }
+    inquiryTimeout = inquiryTimeout_;
+    // The run measures the disks only /sys/block lists first, then tests every device for exclusive use and
+    // reads every device's signatures before it converts any, and converts each with its content test first,
+    // then its INQUIRY and its address.
     std::vector<ProbeRequest> requests;
+    for (const DeviceProbes& d : plan) {
+        if (d.capacity) {
+            requests.push_back({ProbeKind::Capacity10, d.device, kReadCapacityTimeoutSeconds});
+        }
+    }
     for (const DeviceProbes& d : plan) {
         if (d.exclusive) {
             requests.push_back({ProbeKind::Exclusive, d.device, inquiryTimeout});

@@ -108,6 +108,7 @@ struct DeviceProbes {
     bool exclusive = false;   // the exclusive-open test
     std::string contentPath;  // the path whose content will be described; "" for none
     bool signatures = false;  // the signatures at rest
+    bool capacity = false;    // READ CAPACITY (10), `device` being the node's path
 };
 
 class View {
@@ -164,7 +165,8 @@ class View {
     virtual RunOutcome describeContent(const std::string& path, std::string& output, int& status);
 
     // The questions a run will put to devices (the content test, the SCSI queries, the exclusive
-    // open), in the order it will put them; `inquiryTimeout` is the run's INQUIRY timeout in seconds.
+    // open), in the order it will put them; `inquiryTimeout` is the run's INQUIRY timeout in seconds
+    // (0: not known yet, the one told before holds).
     // A view may ask them ahead; the answers are the same as asked in order. Here: nothing happens.
     virtual void probeAhead(const std::vector<DeviceProbes>& plan, unsigned int inquiryTimeout);
     // A run begins or ends (scopes nest; only the outermost counts). Answers a view kept for one run
