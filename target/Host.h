@@ -136,8 +136,9 @@ class Host {
 
     // Parses a version-136 listing (positioned after its version line) into storage items. A listing is
     // bounded far above any real host (kListingItems lines, kListingLineBytes bytes a line), so that a
-    // hostile or broken one cannot make the controller hold without end: beyond either the parse
-    // ends with a ListingLineError that names the line and the bound (the items before it stay).
+    // hostile or broken one cannot make the controller hold without end: a listing of more lines is
+    // refused before any item is made, and a longer line ends the parse there (the items before it
+    // stay); either way with a ListingLineError that names the line and the bound.
     static constexpr std::size_t kListingItems = 1000000;
     static constexpr std::size_t kListingLineBytes = 65536;
     void parseOldKorvoListing(std::istringstream& listing, const Storage::storageType& type, callback& cb);

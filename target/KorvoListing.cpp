@@ -1,5 +1,7 @@
 // The listing tool's device listing (format version 136): one "~"-separated line per device, each
 // made into a storage item of the host.
+#include <iterator>
+
 #include "platform/HostInfo.h"
 #include "platform/Log.h"
 #include "platform/Str.h"
@@ -35,6 +37,28 @@ void Host::parseOldKorvoListing(std::istringstream& listing, const Storage::stor
     // Paths are flipped to the other separator convention when exactly one side runs "win".
     const bool flipPath = (sal::hostinfo::build::os() == "win") != (buildOs_ == "win");
 
+    // A listing with too many lines is refused before any item is made: each costs the controller far
+    // more than its line.
+    const auto start = listing.tellg();
+    std::size_t lines = 0;
+    char last = '\n';
+    for (std::istreambuf_iterator<char> it(listing), end; it != end; ++it) {
+        last = *it;
+        lines += last == '\n' ? 1 : 0;
+    }
+    lines += last != '\n' ? 1 : 0;
+    listing.clear();
+    listing.seekg(start);
+    if (lines > kListingItems) {
+        std::string line;
+        for (std::size_t i = 0; i <= kListingItems; ++i) {
+            std::getline(listing, line);
+        }
+        throw ListingLineError(
+            str::Exception("the listing holds more than " + std::to_string(kListingItems) + " items"), line,
+            kListingItems + 1);
+    }
+
     std::size_t number = 0;
     for (std::string line; std::getline(listing, line);) {
         ++number;
@@ -42,11 +66,6 @@ void Host::parseOldKorvoListing(std::istringstream& listing, const Storage::stor
             throw ListingLineError(
                 str::Exception("a line is longer than " + std::to_string(kListingLineBytes) + " bytes"), line,
                 number);
-        }
-        if (number > kListingItems) {
-            throw ListingLineError(
-                str::Exception("the listing holds more than " + std::to_string(kListingItems) + " items"),
-                line, number);
         }
         // A number that does not convert ends the listing here, and the error names this line.
         try {

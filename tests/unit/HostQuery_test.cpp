@@ -188,6 +188,9 @@ TEST_F(RemoteQuery, MalformedListingLines) {
         {"1MiB separators", std::string(1 << 20, '~'), "",
          "1 listing line 1 \"" + std::string(160, '~') +
              "... (1048576 characters)\": a line is longer than 65536 bytes"},
+        // More lines than any host has devices: refused before an item is made.
+        {"1,000,001 lines", std::string(1000000, '\n') + "/dev/last", "",
+         "1000001 listing line 1000001 \"/dev/last\": the listing holds more than 1000000 items"},
     };
     for (const auto& c : cases) {
         FakeProgram pelo("pelo", "136\n" + c.listing);
