@@ -77,7 +77,7 @@ TEST(SysBlock, ReadsDisksOfThePartitionListWithTheirRelations) {
     }
     parts.push_front(new ProcPartition(".nfs.", -1, -1, -1, -1));
     vessa::test::Owned<SysBlock> disks;
-    ASSERT_TRUE(SysBlock::readSysFs(disks, parts, host.get()));
+    SysBlock::readSysFs(disks, parts, host.get());
     std::vector<std::string> described;
     for (SysBlock* s : disks) {
         described.push_back(describe(s));
@@ -94,7 +94,6 @@ TEST(SysBlock, ReadsDisksOfThePartitionListWithTheirRelations) {
     SysBlock sdy("/sys/block/sdy", host.get());
     sdy.getExclusions(ex);
     EXPECT_EQ(ex, Storage::kEmpty);
-    vessa::hax::clearHostCache();
 }
 
 }  // namespace
