@@ -34,25 +34,23 @@ namespace {
 
 const fs::path kSource(VESSA_SOURCE_DIR);
 
-std::string exclusionsOf(Storage::exclusions ex) {
-    std::ostringstream out;
-    out << "exclusions " << ex;
-    return out.str();
-}
-
-std::string physicalVolumes(const std::string& text) {
-    Owned<PhysicalVolume> pvs;
-    PhysicalVolume::parse(text, pvs);
+// One line per record that `parse` appends to a list, as `line` writes it.
+template <class Record, class Parse, class Line>
+std::string eachOf(Parse parse, Line line) {
+    Owned<Record> list;
+    parse(list);
     std::string out;
-    for (PhysicalVolume* pv : pvs) {
-        Storage::exclusions ex = 0;
-        pv->getExclusions(ex);
-        out += pv->name() + " | vg " + pv->vgName() + " | allocatable " + pv->allocatable() +
-               " | allocated PE " + pv->allocatedPE() + " | free PE " + pv->freePE() + " | PE size " +
-               pv->peSize() + " | size " + pv->pvSize() + " | total PE " + pv->totalPE() + " | " +
-               pv->uuid() + " | " + exclusionsOf(ex) + "\n";
+    for (Record* r : list) {
+        out += line(*r) + "\n";
     }
     return out;
+}
+
+template <class Record>
+std::string exclusionsOf(Record& r) {
+    Storage::exclusions ex = 0;
+    r.getExclusions(ex);
+    return " | exclusions " + std::to_string(ex);
 }
 
 template <typename Volume>
@@ -64,41 +62,8 @@ std::string fieldsOf(const Volume& v) {
     return out;
 }
 
-std::string volumeGroups(const std::string& text) {
-    Owned<VolumeGroup> vgs;
-    VolumeGroup::parse(text, vgs);
-    std::string out;
-    for (VolumeGroup* vg : vgs) {
-        Storage::exclusions ex = 0;
-        vg->getExclusions(ex);
-        out += fieldsOf(*vg) + " | " + exclusionsOf(ex) + "\n";
-    }
-    return out;
-}
-
-std::string logicalVolumes(const std::string& text) {
-    Owned<LogicalVolume> lvs;
-    LogicalVolume::parse(text, lvs);
-    std::string out;
-    for (LogicalVolume* lv : lvs) {
-        out += lv->deviceName() + " " + std::to_string(lv->major()) + ":" + std::to_string(lv->minor()) +
-               " | " + fieldsOf(*lv) + "\n";
-    }
-    return out;
-}
-
-std::string partitions(const std::string& text) {
-    Owned<ProcPartition> list;
-    std::set<std::string> names;
-    ProcPartition::parse(text, list, names);
-    std::string out;
-    for (const ProcPartition* p : list) {
-        Storage::exclusions ex = 0;
-        const_cast<ProcPartition*>(p)->getExclusions(ex);
-        out += p->name() + " " + std::to_string(p->major()) + ":" + std::to_string(p->minor()) + " " +
-               std::to_string(p->blocks()) + (p->valid() ? "" : " invalid") + " | " + exclusionsOf(ex) + "\n";
-    }
-    return out;
+std::string numbers(int major, int minor) {
+    return std::to_string(major) + ":" + std::to_string(minor);
 }
 
 std::string multipathList(const std::string& text) {
@@ -116,9 +81,9 @@ void printNodes(const std::list<DmTreeDev*>& nodes, const std::string& indent, s
         Storage::exclusions own = 0, down = 0;
         n->getExclusions(own, false, false);
         n->getExclusions(down, true, false);
-        out += indent + n->name() + " " + std::to_string(n->major()) + ":" + std::to_string(n->minor()) +
-               (n->multipath() ? " *" : "") + " | own " + exclusionsOf(own) + " | down " +
-               exclusionsOf(down) + "\n";
+        out += indent + n->name() + " " + numbers(n->major(), n->minor()) + (n->multipath() ? " *" : "") +
+               " | own exclusions " + std::to_string(own) + " | down exclusions " + std::to_string(down) +
+               "\n";
         printNodes(n->children(), indent + "    ", out);
     }
 }
@@ -174,74 +139,70 @@ std::string listing(const std::string& text, Storage::storageType type) {
     return out;
 }
 
-std::string mounts(const std::string& text) {
-    std::string out;
-    for (const MountInfoLine& m : parseMountInfo(text)) {
-        out += std::to_string(m.major) + ":" + std::to_string(m.minor) + " " + m.mountPoint + " " +
-               m.fileSystemType + " " + m.source + "\n";
-    }
-    return out;
-}
-
-// Every device under /dev counts as readable.
-std::string mountTable(const std::string& text) {
-    Owned<MTableEntry> list;
-    MTableEntry::parse(text, list, [](const std::string&) { return true; });
-    std::string out;
-    for (const MTableEntry* e : list) {
-        out += e->deviceName() + "|" + e->mountPoint() + "|" + e->fileSystemType() + "\n";
-    }
-    return out;
-}
-
-std::string fileSystemTable(const std::string& text) {
-    Owned<FsTableEntry> list;
-    FsTableEntry::parse(text, list);
-    std::string out;
-    for (const FsTableEntry* e : list) {
-        out += e->deviceName() + "|" + e->mountPoint() + "|" + e->fileSystemType() + "\n";
-    }
-    return out;
-}
-
-std::string swaps(const std::string& text) {
-    std::string out;
-    for (const SwapLine& s : parseSwaps(text)) {
-        out += s.path + " " + s.type + "\n";
-    }
-    return out;
-}
-
 // The records a tool's output gives, by what its file name says it is ("" for no parser).
 std::string recordsOf(const fs::path& file) {
     const std::string name = file.filename().string();
     const std::string text = vessa::test::dataBody(fs::relative(file, kSource / "tests/data").string());
     const auto says = [&name](const char* what) { return name.find(what) != std::string::npos; };
-    if (says("pvdisplay"))
-        return physicalVolumes(text);
-    if (says("vgdisplay"))
-        return volumeGroups(text);
-    if (says("lvdisplay"))
-        return logicalVolumes(text);
-    if (says("proc-partitions"))
-        return partitions(text);
-    if (says("dmsetup-ls-tree"))
-        return dmTree(text, file);
-    if (says("dmsetup-ls"))
-        return multipathList(text);
-    if (says("mountinfo"))
-        return mounts(text);
-    if (says("swaps"))
-        return swaps(text);
-    if (says("mtab") || says("proc-mounts"))
-        return mountTable(text);
-    if (says("fstab"))
-        return fileSystemTable(text);
-    if (says("fs-listing"))
-        return listing(text, Storage::fileSystemStorage);
-    if (says("listing"))
-        return listing(text, Storage::physicalStorage);
-    return "";
+    if (says("pvdisplay")) {
+        return eachOf<PhysicalVolume>([&](auto& l) { PhysicalVolume::parse(text, l); },
+                                      [](PhysicalVolume& v) {
+                                          return v.name() + " | vg " + v.vgName() + " | allocatable " +
+                                                 v.allocatable() + " | allocated PE " + v.allocatedPE() +
+                                                 " | free PE " + v.freePE() + " | PE size " + v.peSize() +
+                                                 " | size " + v.pvSize() + " | total PE " + v.totalPE() +
+                                                 " | " + v.uuid() + exclusionsOf(v);
+                                      });
+    }
+    if (says("vgdisplay")) {
+        return eachOf<VolumeGroup>([&](auto& l) { VolumeGroup::parse(text, l); },
+                                   [](VolumeGroup& v) { return fieldsOf(v) + exclusionsOf(v); });
+    }
+    if (says("lvdisplay")) {
+        return eachOf<LogicalVolume>([&](auto& l) { LogicalVolume::parse(text, l); },
+                                     [](LogicalVolume& v) {
+                                         return v.deviceName() + " " + numbers(v.major(), v.minor()) + " | " +
+                                                fieldsOf(v);
+                                     });
+    }
+    if (says("proc-partitions")) {
+        std::set<std::string> names;
+        return eachOf<ProcPartition>([&](auto& l) { ProcPartition::parse(text, l, names); },
+                                     [](ProcPartition& p) {
+                                         return p.name() + " " + numbers(p.major(), p.minor()) + " " +
+                                                std::to_string(p.blocks()) + (p.valid() ? "" : " invalid") +
+                                                exclusionsOf(p);
+                                     });
+    }
+    if (says("dmsetup-ls")) {
+        return says("dmsetup-ls-tree") ? dmTree(text, file) : multipathList(text);
+    }
+    std::string out;
+    if (says("mountinfo")) {
+        for (const MountInfoLine& m : parseMountInfo(text)) {
+            out += numbers(m.major, m.minor) + " " + m.mountPoint + " " + m.fileSystemType + " " + m.source +
+                   "\n";
+        }
+    }
+    if (says("swaps")) {
+        for (const SwapLine& s : parseSwaps(text)) {
+            out += s.path + " " + s.type + "\n";
+        }
+    }
+    const auto entry = [](auto& e) {
+        return e.deviceName() + "|" + e.mountPoint() + "|" + e.fileSystemType();
+    };
+    if (says("mtab") || says("proc-mounts")) {  // every device under /dev counts as readable
+        return eachOf<MTableEntry>(
+            [&](auto& l) { MTableEntry::parse(text, l, [](const std::string&) { return true; }); }, entry);
+    }
+    if (says("fstab")) {
+        return eachOf<FsTableEntry>([&](auto& l) { FsTableEntry::parse(text, l); }, entry);
+    }
+    if (says("listing")) {
+        return listing(text, says("fs-listing") ? Storage::fileSystemStorage : Storage::physicalStorage);
+    }
+    return out;
 }
 
 // Nothing of this machine answers (a file-system table asks statfs of its mount points).
