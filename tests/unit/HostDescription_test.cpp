@@ -53,7 +53,6 @@ TEST(HostDescription, PrintedFactsAreReadBackByTheHost) {
                                             host->osBits(), host->cpuName(), host->cpuCount()}),
                   c.expected);
     }
-    vessa::hax::clearHostCache();
 }
 
 }  // namespace

@@ -63,7 +63,6 @@ TEST(HostExec, LocallyOrThroughTheLauncher) {
                false)
         .wait();
     EXPECT_EQ(vessa::test::readFile(dir.path() + "/o"), "this\n");
-    vessa::hax::clearHostCache();
 }
 
 TEST(QuickExec, LargeOutputArrivesWholeAndMissingProgramFails) {
@@ -81,7 +80,6 @@ TEST(QuickExec, LargeOutputArrivesWholeAndMissingProgramFails) {
     ::setenv("PATH", oldPath.c_str(), 1);
     EXPECT_TRUE(log.hasMessage("Failure, returning -1"));
     EXPECT_TRUE(log.hasMessage("Execution failed"));
-    vessa::hax::clearHostCache();
 }
 
 TEST(HostExec, ReadOutputCopiesTheChannelChunkByChunk) {
@@ -97,7 +95,6 @@ TEST(HostExec, ReadOutputCopiesTheChannelChunkByChunk) {
     // Each chunk of at most 1024 bytes is followed by an end of line, inside a line or not.
     EXPECT_EQ(testing::internal::GetCapturedStdout(),
               std::string(1024, 'a') + "\n" + std::string(476, 'a') + "\n\n");
-    vessa::hax::clearHostCache();
 }
 
 }  // namespace

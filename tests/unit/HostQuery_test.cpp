@@ -41,16 +41,10 @@ void record(int percent, std::string message) {
 class RemoteQuery : public ::testing::Test {
   protected:
     void SetUp() override {
-        vessa::hax::clearHostCache();
         vessa::hax::setTransport(std::make_shared<ScriptedTransport>());
         g_progress.clear();
         FakeProgram pelo("pelo", "build.os=linux\n");  // a quiet answer to the description request
         host.reset(Host::named("192.0.2.10", false));
-    }
-    void TearDown() override {
-        host.reset();
-        vessa::hax::setTransport(nullptr);
-        vessa::hax::clearHostCache();
     }
     std::unique_ptr<Host> host;
 };
@@ -141,9 +135,6 @@ TEST(RemoteQueryFailure, NamesTheHostAndTheCause) {
         host->fill(Storage::physicalStorage, nullptr, false, {});
         EXPECT_EQ(host->lastQueryFailure(), c.failure);
         EXPECT_EQ(transport->asked, "127.2");
-        host.reset();
-        vessa::hax::setTransport(nullptr);
-        vessa::hax::clearHostCache();
     }
 }
 
@@ -214,21 +205,25 @@ TEST_F(RemoteQuery, MalformedListingLines) {
     }
 }
 
-// The environment tool's answer: lines of key=value, the last one without a newline; nothing else.
+// The environment tool's answer: lines of key=value, the last one without a newline, the later of two
+// lines winning; nothing else. A failed run leaves the description empty.
 TEST_F(RemoteQuery, MalformedHostDescriptions) {
     const struct {
         const char* name;
         std::string output;
         std::string osName;
         std::string cpuCount;
+        int status = 0;
     } cases[] = {
         {"1MiB value, no newline", "cpu.count=2\nos.name=" + kMiB, kMiB, "2"},
         {"1MiB without \"=\"", kMiB + kMiB, "", ""},
         {"NUL bytes and CR", "os.name=Li\0nux\r\ncpu.count=\x01\r\n"s, "Li\0nux"s, "\x01"},
         {"blank before =", "os.name = Linux\ncpu.count=4=5", "", "4=5"},
+        {"later line wins", "os.name=A\nnoequals\nos.name= B \n", "B", ""},
+        {"failed run", "os.name=Linux\ncpu.count=4\n", "", "", 3},
     };
     for (const auto& c : cases) {
-        FakeProgram pelo("pelo", c.output);
+        FakeProgram pelo("pelo", c.output, c.status);
         std::unique_ptr<Host> remote(Host::named("192.0.2.20", false));
         EXPECT_EQ(remote->osName(), c.osName) << c.name;
         EXPECT_EQ(remote->cpuCount(), c.cpuCount) << c.name;
@@ -236,13 +231,11 @@ TEST_F(RemoteQuery, MalformedHostDescriptions) {
 }
 
 TEST(RemoteHost, NoTransportNamesHostAndOperation) {
-    vessa::hax::clearHostCache();
     FakeProgram pelo("pelo", "");
     std::unique_ptr<Host> host(Host::named("192.0.2.11", false));
     EXPECT_THAT([&host] { host->envValueOf("X"); },
                 testing::ThrowsMessage<vessa::Exception>(
                     testing::AllOf(testing::HasSubstr("192.0.2.11"), testing::HasSubstr("environment"))));
-    vessa::hax::clearHostCache();
 }
 
 }  // namespace

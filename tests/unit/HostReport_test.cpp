@@ -18,11 +18,9 @@ const std::string kData = std::string(VESSA_SOURCE_DIR) + "/tests/data/report/";
 class Report : public ::testing::Test {
   protected:
     void SetUp() override {
-        vessa::hax::clearHostCache();
         vessa::test::FakeProgram pelo("pelo", "");
         host.reset(Host::named("127.0.0.1", false));
     }
-    void TearDown() override { vessa::hax::clearHostCache(); }
     // The report equals the file of tests/data/report byte for byte. (Those files are well-formed and
     // their rows valid against the schema they carry; the scenario check validates live reports.)
     void expectReport(const std::string& file) {

@@ -12,44 +12,7 @@ using vessa::test::FakeProgram;
 
 namespace {
 
-class HostTest : public ::testing::Test {
-  protected:
-    void SetUp() override { vessa::hax::clearHostCache(); }
-    void TearDown() override { vessa::hax::clearHostCache(); }
-};
-
-// The launcher's answer to the description request: key=value lines, the later of two lines winning. A
-// failed run leaves the description alone; an empty answer still finishes.
-TEST_F(HostTest, DescriptionIsReadThroughTheLauncherAtConstruction) {
-    const struct {
-        const char* answer;
-        int status;
-        const char* described;  // tools version|OS name|build OS
-        std::vector<std::string> logged;
-    } cases[] = {
-        {"vltt.version=7.1\nos.name= Linux \nbuild.os=linux\nnoequals\nvltt.version=7.2",
-         0,
-         "7.2|Linux|linux",
-         {"Executing vessa.shed.env on 127.0.0.1", "Setting os.name =  Linux ",
-          "Setting noequals = ", "Finished parsing output."}},
-        {"vltt.version=9\n", 3, "||", {"Execution failed"}},
-        {"", 0, "||", {"Finished parsing output."}},
-    };
-    for (const auto& c : cases) {
-        vessa::hax::clearHostCache();
-        FakeProgram pelo("pelo", c.answer, c.status);
-        vessa::test::LogCapture log;
-        std::unique_ptr<Host> host(Host::named("127.0.0.1", false));
-        EXPECT_EQ(pelo.calls(), (std::vector<std::vector<std::string>>{
-                                    {"--host", "127.0.0.1", "--exec", "vessa.shed.env", "--no-lm"}}));
-        EXPECT_EQ(host->toolsVersion() + "|" + host->osName() + "|" + host->buildOs(), c.described)
-            << c.answer;
-        for (const std::string& message : c.logged) {
-            EXPECT_TRUE(log.hasMessage(message)) << message;
-        }
-        EXPECT_EQ(log.hasMessage("Parsing output"), c.status == 0) << c.answer;
-    }
-}
+class HostTest : public ::testing::Test {};
 
 TEST_F(HostTest, ExistsFSItemSplitsDirectoryAndNameCaseInsensitively) {
     auto view = std::make_unique<vessa::test::ScriptedView>();

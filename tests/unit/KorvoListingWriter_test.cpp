@@ -67,11 +67,9 @@ TEST(KorvoListingWriter, EveryScenarioSurvivesTheRoundTrip) {
         ++scenarios;
     }
     EXPECT_GE(scenarios, 8);
-    vessa::hax::clearHostCache();
 }
 
 TEST(KorvoListingWriter, TextsThatWouldBreakALineAndReasonsWithoutTheirFields) {
-    vessa::hax::clearHostCache();
     vessa::test::ScopedView view(std::make_unique<vessa::test::ScriptedView>());
     Storage blanks(Storage::discoveredBlockDevice, "my disk 1", "/dev/disk/by-label/my disk", 1 << 20, 0, "",
                    0, {});
@@ -85,7 +83,6 @@ TEST(KorvoListingWriter, TextsThatWouldBreakALineAndReasonsWithoutTheirFields) {
     roundTrip("hand-made", {&blanks, &tilde, &lineEnd, &emptySized, &tiny});
     EXPECT_EQ(vessa::target::korvoListingLine(lineEnd),
               "[2]~/dev/sdx~two\\x0alines~~~?~~    P  VW ~36~0~1~1073741824~0~0~1");
-    vessa::hax::clearHostCache();
 }
 
 }  // namespace

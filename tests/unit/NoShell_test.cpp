@@ -43,8 +43,6 @@ std::vector<std::string> disks(std::unique_ptr<sys::View> view) {
     for (Storage* s : host->storage()) {
         out.push_back(s->path() + " [" + s->exclusionString() + "]");
     }
-    host.reset();
-    vessa::hax::clearHostCache();
     std::sort(out.begin(), out.end());
     return out;
 }

@@ -52,7 +52,6 @@ Seen discover(const std::string& dead) {
         }
         run.warnings = host->discoveryReport().warnings;
     }
-    vessa::hax::clearHostCache();
     return run;
 }
 

@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cctype>
 #include <map>
 #include <sstream>
 #include <thread>
@@ -24,39 +23,38 @@ std::string text(std::string s) {
     return s;
 }
 
-// Every byte, alone and behind a letter: a letter, digit or "-" is kept, anything else becomes its two
-// lower-case hex digits; a name that would not start with a letter gets an "x" in front.
+// A letter, digit or "-" is kept, any other byte becomes its two lower-case hex digits; a name that would
+// not start with a letter gets an "x" in front.
 TEST(Property, ElementNames) {
-    for (int b = 0; b < 256; ++b) {
-        const char c = static_cast<char>(b);
-        char hex[3];
-        std::snprintf(hex, sizeof hex, "%02x", b);
-        const std::string body = (b < 128 && std::isalnum(b)) || b == '-' ? std::string(1, c) : hex;
-        EXPECT_EQ(element(std::string("a") + c), "a" + body) << b;
-        EXPECT_EQ(element(std::string(1, c)), (std::isalpha(body[0]) ? "" : "x") + body) << b;
-    }
-    const std::pair<std::string, std::string> cases[] = {
-        {"", "x"}, {"9to5", "x9to5"}, {"/dev/sda1", "x2fdev2fsda1"}, {"/mnt/a_fs", "x2fmnt2fa5ffs"}};
+    const std::pair<std::string, std::string> cases[] = {{"", "x"},
+                                                         {"9to5", "x9to5"},
+                                                         {"/dev/sda1", "x2fdev2fsda1"},
+                                                         {"/mnt/a_fs", "x2fmnt2fa5ffs"},
+                                                         {"a-b.c", "a-b2ec"},
+                                                         {"-", "x-"},
+                                                         {"a\xe9\x7f\n", "ae97f0a"},
+                                                         {std::string("a\0b", 3), "a00b"},
+                                                         {"\xff", "ff"},
+                                                         {"Zz", "Zz"}};
     for (const auto& [in, out] : cases) {
         EXPECT_EQ(element(in), out) << in;
     }
 }
 
-// Every byte as a later character is kept or made an entity; as the first character, one that is not
-// printable blanks the whole text.
+// A later character is kept or made an entity; a first character that is not printable blanks the whole
+// text.
 TEST(Property, Texts) {
-    const std::map<char, std::string> entities = {
-        {'&', "&amp;"}, {'<', "&lt;"}, {'>', "&gt;"}, {'"', "&quot;"}, {'\'', "&apos;"}};
-    for (int b = 0; b < 256; ++b) {
-        const char c = static_cast<char>(b);
-        const std::string entity = entities.count(c) ? entities.at(c) : std::string(1, c);
-        EXPECT_EQ(text(std::string("a") + c + "b"), "a" + entity + "b") << b;
-        EXPECT_EQ(text(std::string(1, c) + "ab"), b >= 0x20 && b < 0x7f ? entity + "ab" : "   ") << b;
-    }
     const std::pair<std::string, std::string> cases[] = {{"\tA<b>", "     "},
                                                          {"a&b&&c", "a&amp;b&amp;&amp;c"},
                                                          {"a<b & c", "a&lt;b &amp; c"},
                                                          {"&lt;", "&amp;lt;"},
+                                                         {"'\"x\"'", "&apos;&quot;x&quot;&apos;"},
+                                                         {"a\x01\x7f\xc3\xa9", "a\x01\x7f\xc3\xa9"},
+                                                         {"\x7f"
+                                                          "ab",
+                                                          "   "},
+                                                         {"\xc3\xa9", "  "},
+                                                         {" ~", " ~"},
                                                          {"", ""}};
     for (const auto& [in, out] : cases) {
         EXPECT_EQ(text(in), out) << in;

@@ -31,7 +31,6 @@ std::string discover(std::unique_ptr<sys::View> view) {
             text += "  " + key + "=" + p.value() + " | " + p.category() + "\n";
         }
     }
-    vessa::hax::clearHostCache();
     return text;
 }
 

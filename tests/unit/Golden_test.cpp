@@ -1,0 +1,300 @@
+// Inputs beside the outputs they must give (tests/support/Golden.h). Tool outputs under tests/data give
+// their records in "<name>.records" beside them, chosen by what their name says they are; each snapshot
+// tests/golden/<family>/<case>/root, and every scenario, gives its items and verdicts in
+// "expected.records" and its log in "expected.log".
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <sstream>
+
+#include "lin/DmTreeDev.h"
+#include "lin/FsTableEntry.h"
+#include "lin/InUse.h"
+#include "lin/LogicalVolume.h"
+#include "lin/MTableEntry.h"
+#include "lin/PhysicalVolume.h"
+#include "lin/ProcPartition.h"
+#include "lin/VolumeGroup.h"
+#include "platform/view/SystemView.h"
+#include "support/Golden.h"
+#include "support/Owned.h"
+#include "support/ScriptedView.h"
+#include "support/TestSupport.h"
+#include "target/Host.h"
+
+namespace fs = std::filesystem;
+using vessa::target::Host;
+using vessa::target::Storage;
+using namespace vessa::target::lin;
+using vessa::test::Owned;
+
+namespace {
+
+const fs::path kSource(VESSA_SOURCE_DIR);
+
+// One line per record that `parse` appends to a list, as `line` writes it.
+template <class Record, class Parse, class Line>
+std::string eachOf(Parse parse, Line line) {
+    Owned<Record> list;
+    parse(list);
+    std::string out;
+    for (Record* r : list) {
+        out += line(*r) + "\n";
+    }
+    return out;
+}
+
+template <class Record>
+std::string exclusionsOf(Record& r) {
+    Storage::exclusions ex = 0;
+    r.getExclusions(ex);
+    return " | exclusions " + std::to_string(ex);
+}
+
+template <typename Volume>
+std::string fieldsOf(const Volume& v) {
+    std::string out = v.value(static_cast<typename Volume::Field>(0));
+    for (int f = 1; f < Volume::FieldCount; ++f) {
+        out += " | " + v.value(static_cast<typename Volume::Field>(f));
+    }
+    return out;
+}
+
+std::string numbers(int major, int minor) {
+    return std::to_string(major) + ":" + std::to_string(minor);
+}
+
+std::string multipathList(const std::string& text) {
+    std::string out;
+    for (const auto& [name, numbers] : DmTreeDev::parseMultipathList(text)) {
+        out += name + " " + std::to_string(numbers.first) + ":" + std::to_string(numbers.second) + "\n";
+    }
+    return out;
+}
+
+// Each node on a line of its own below its parent, "*" for a multipath map, with the exclusions it
+// finds for itself and, walking down, for the nodes below it.
+void printNodes(const std::list<DmTreeDev*>& nodes, const std::string& indent, std::string& out) {
+    for (DmTreeDev* n : nodes) {
+        Storage::exclusions own = 0, down = 0;
+        n->getExclusions(own, false, false);
+        n->getExclusions(down, true, false);
+        out += indent + n->name() + " " + numbers(n->major(), n->minor()) + (n->multipath() ? " *" : "") +
+               " | own exclusions " + std::to_string(own) + " | down exclusions " + std::to_string(down) +
+               "\n";
+        printNodes(n->children(), indent + "    ", out);
+    }
+}
+
+// A tree is read with the multipath list of the same machine: the file of the same directory whose
+// name starts as the tree's does, up to "dmsetup-ls-tree", and then says "target-multipath".
+std::string dmTree(const std::string& text, const fs::path& file) {
+    const std::string name = file.filename().string();
+    const std::string origin = name.substr(0, name.find("dmsetup-ls-tree"));
+    std::string list;
+    for (const auto& entry : fs::directory_iterator(file.parent_path())) {
+        const std::string other = entry.path().filename().string();
+        if (other.rfind(origin + "dmsetup-ls-target-multipath", 0) == 0 &&
+            entry.path().extension() == ".txt") {
+            list = vessa::test::dataBody(fs::relative(entry.path(), kSource / "tests/data").string());
+        }
+    }
+    Owned<DmTreeDev> roots;
+    std::string out;
+    try {
+        DmTreeDev::parseTree(text, DmTreeDev::parseMultipathList(list), roots);
+    } catch (const std::exception& e) {
+        out = std::string("stopped: ") + e.what() + "\n";
+    }
+    printNodes(roots, "", out);
+    return out;
+}
+
+// Every item of a device listing as "index|path|name|file system|signature|size|exclusions".
+std::string listing(const std::string& text, Storage::storageType type) {
+    std::unique_ptr<Host> host(Host::named("127.0.0.1", false));
+    std::istringstream in(text);
+    Host::callback cb = nullptr;
+    std::string out;
+    try {
+        host->parseOldKorvoListing(in, type, cb);
+    } catch (const std::exception& e) {
+        out = std::string("stopped: ") + e.what() + "\n";
+    }
+    for (Storage* s : host->storage()) {
+        out += std::to_string(s->index()) + "|" + s->path() + "|" + s->name() + "|" +
+               s->properties().at("fileSystem").value() + "|" + s->properties().at("signature").value() +
+               "|" + std::to_string(s->size()) + "|" + s->exclusionString() + "\n";
+    }
+    // The rows of the first item pin what a report shows of each property a listing gives.
+    if (!host->storage().empty()) {
+        std::ostringstream rows;
+        for (const auto& [key, property] : host->storage().front()->properties()) {
+            property.print(rows, "first");
+        }
+        out += rows.str();
+    }
+    return out;
+}
+
+// The records a tool's output gives, by what its file name says it is ("" for no parser).
+std::string recordsOf(const fs::path& file) {
+    const std::string name = file.filename().string();
+    const std::string text = vessa::test::dataBody(fs::relative(file, kSource / "tests/data").string());
+    const auto says = [&name](const char* what) { return name.find(what) != std::string::npos; };
+    if (says("pvdisplay")) {
+        return eachOf<PhysicalVolume>([&](auto& l) { PhysicalVolume::parse(text, l); },
+                                      [](PhysicalVolume& v) {
+                                          return v.name() + " | vg " + v.vgName() + " | allocatable " +
+                                                 v.allocatable() + " | allocated PE " + v.allocatedPE() +
+                                                 " | free PE " + v.freePE() + " | PE size " + v.peSize() +
+                                                 " | size " + v.pvSize() + " | total PE " + v.totalPE() +
+                                                 " | " + v.uuid() + exclusionsOf(v);
+                                      });
+    }
+    if (says("vgdisplay")) {
+        return eachOf<VolumeGroup>([&](auto& l) { VolumeGroup::parse(text, l); },
+                                   [](VolumeGroup& v) { return fieldsOf(v) + exclusionsOf(v); });
+    }
+    if (says("lvdisplay")) {
+        return eachOf<LogicalVolume>([&](auto& l) { LogicalVolume::parse(text, l); },
+                                     [](LogicalVolume& v) {
+                                         return v.deviceName() + " " + numbers(v.major(), v.minor()) + " | " +
+                                                fieldsOf(v);
+                                     });
+    }
+    if (says("proc-partitions")) {
+        std::set<std::string> names;
+        return eachOf<ProcPartition>([&](auto& l) { ProcPartition::parse(text, l, names); },
+                                     [](ProcPartition& p) {
+                                         return p.name() + " " + numbers(p.major(), p.minor()) + " " +
+                                                std::to_string(p.blocks()) + (p.valid() ? "" : " invalid") +
+                                                exclusionsOf(p);
+                                     });
+    }
+    if (says("dmsetup-ls")) {
+        return says("dmsetup-ls-tree") ? dmTree(text, file) : multipathList(text);
+    }
+    std::string out;
+    if (says("mountinfo")) {
+        for (const MountInfoLine& m : parseMountInfo(text)) {
+            out += numbers(m.major, m.minor) + " " + m.mountPoint + " " + m.fileSystemType + " " + m.source +
+                   "\n";
+        }
+    }
+    if (says("swaps")) {
+        for (const SwapLine& s : parseSwaps(text)) {
+            out += s.path + " " + s.type + "\n";
+        }
+    }
+    const auto entry = [](auto& e) {
+        return e.deviceName() + "|" + e.mountPoint() + "|" + e.fileSystemType();
+    };
+    if (says("mtab") || says("proc-mounts")) {  // every device under /dev counts as readable
+        return eachOf<MTableEntry>(
+            [&](auto& l) { MTableEntry::parse(text, l, [](const std::string&) { return true; }); }, entry);
+    }
+    if (says("fstab")) {
+        return eachOf<FsTableEntry>([&](auto& l) { FsTableEntry::parse(text, l); }, entry);
+    }
+    if (says("listing")) {
+        return listing(text, says("fs-listing") ? Storage::fileSystemStorage : Storage::physicalStorage);
+    }
+    return out;
+}
+
+// Nothing of this machine answers (a file-system table asks statfs of its mount points).
+TEST(Golden, ToolOutputsGiveTheirRecords) {
+    vessa::test::ScopedView nothing(std::make_unique<vessa::test::ScriptedView>());
+    int files = 0;
+    for (const auto& entry : fs::recursive_directory_iterator(kSource / "tests/data")) {
+        if (entry.path().extension() != ".txt") {
+            continue;
+        }
+        vessa::test::LogCapture log;
+        std::string records = recordsOf(entry.path());
+        if (records.empty() && log.text().empty()) {
+            continue;
+        }
+        SCOPED_TRACE(entry.path().string());
+        ++files;
+        fs::path expected = entry.path();
+        vessa::test::expectGolden(expected.replace_extension(".records").string(),
+                                  records + "log:\n" + vessa::test::normalisedLog(log.text()));
+    }
+    EXPECT_GT(files, 30);
+}
+
+std::vector<std::string> linesOf(const fs::path& file) {
+    std::vector<std::string> lines;
+    std::ifstream in(file);
+    for (std::string line; std::getline(in, line);) {
+        lines.push_back(line);
+    }
+    return lines;
+}
+
+// Every item as "type path [exclusions] verdict", its reasons and the properties the case names in
+// "show", then the sources whose readers stopped and what the run could not see.
+std::string recordsOf(Host& host, const std::vector<std::string>& show) {
+    std::string out;
+    for (Storage* s : host.storage()) {
+        const vessa::target::Verdict v = host.verdict(*s);
+        out += std::to_string(s->deviceStorageType()) + " " + s->path() + " [" + s->exclusionString() + "] " +
+               v.word() + "\n";
+        for (const std::string& r : v.reasons()) {
+            out += "    " + r + "\n";
+        }
+        for (const std::string& key : show) {
+            const auto p = s->properties().find(key);
+            if (p != s->properties().end()) {
+                out += "    " + key + "=" + p->second.value() + "\n";
+            }
+        }
+    }
+    const vessa::target::DiscoveryReport& report = host.discoveryReport();
+    for (const auto& f : report.failedSources) {
+        out += "failed " + f.source + ": " + f.reason + "\n";
+    }
+    for (const std::string& w : report.warnings) {
+        out += "warning: " + w + "\n";
+    }
+    return out;
+}
+
+// Every case of tests/golden/<family>/ and every scenario: a snapshot in root/, its expected records and
+// log beside it. A case may name the options of the run ("options", one a line) and the properties to
+// show ("show").
+TEST(Golden, SnapshotsGiveTheirItemsAndLog) {
+    std::vector<fs::path> cases;
+    for (const auto& family : fs::directory_iterator(kSource / "tests/golden")) {
+        for (const auto& c :
+             family.is_directory() ? fs::directory_iterator(family.path()) : fs::directory_iterator()) {
+            cases.push_back(c.path());
+        }
+    }
+    for (const auto& c : fs::directory_iterator(kSource / "tests/scenarios")) {
+        cases.push_back(c.path());
+    }
+    int run = 0;
+    for (const fs::path& c : cases) {
+        if (!fs::is_directory(c / "root")) {
+            continue;
+        }
+        SCOPED_TRACE(c.string());
+        ++run;
+        const std::vector<std::string> options = linesOf(c / "options");
+        vessa::hax::clearHostCache();
+        vessa::sal::sys::useRoot((c / "root").string());
+        std::unique_ptr<Host> host(Host::named(vessa::sal::sys::current().hostName(), false));
+        vessa::test::LogCapture log;
+        host->fill(Storage::allStorage, nullptr, false, {options.begin(), options.end()});
+        vessa::test::expectGolden((c / "expected.records").string(), recordsOf(*host, linesOf(c / "show")));
+        vessa::test::expectGolden((c / "expected.log").string(), vessa::test::normalisedLog(log.text()));
+    }
+    EXPECT_GT(run, 40);
+}
+
+}  // namespace
