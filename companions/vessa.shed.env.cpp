@@ -3,8 +3,9 @@
 //
 //   vessa.shed.env [--no-lm]
 //
-// The install directory is VESSA_VLTT_INSTALL_DIR when set, else the package's directory beside the
-// program (<prefix>/lib/vessa-target for <prefix>/bin/vessa.shed.env), else the program's own directory.
+// The install directory is VESSA_VLTT_INSTALL_DIR when set, else, for a program installed in a bin
+// directory, the package's directory beside it (<prefix>/lib/vessa-target for
+// <prefix>/bin/vessa.shed.env), else (a build tree) the program's own directory.
 #include <sys/utsname.h>
 #include <unistd.h>
 
@@ -33,10 +34,13 @@ std::string installDir() {
     if (!view.readLink("/proc/self/exe", self, 4096)) {
         return "";
     }
+    // Installed, the program lies in <prefix>/bin; the package directory need not exist yet, since the
+    // launcher makes the listing tool's working directory in it on the first query.
     const std::string bin = parentOf(self);
-    const std::string package = (parentOf(bin) == "/" ? "" : parentOf(bin)) + "/" + VESSA_PACKAGE_DIR;
-    vessa::sal::sys::FileStatus st;
-    return view.status(package, st) && st.isDirectory ? package : bin;
+    if (bin.size() < 4 || bin.compare(bin.size() - 4, 4, "/bin") != 0) {
+        return bin;
+    }
+    return (parentOf(bin) == "/" ? "" : parentOf(bin)) + "/" + VESSA_PACKAGE_DIR;
 }
 
 }  // namespace

@@ -5,6 +5,8 @@
 #include <exception>
 #include <string>
 
+#include "platform/Export.h"
+
 namespace vessa {
 
 namespace sal::err {
@@ -23,11 +25,11 @@ enum Code : int {
 };
 
 // Text of `code` in `domain`: strerror for "posix", a fixed name for "vessa", else "code N".
-std::string asString(int code, const std::string& domain);
+VESSA_API std::string asString(int code, const std::string& domain);
 
 }  // namespace sal::err
 
-class Exception : public std::exception {
+class VESSA_API Exception : public std::exception {
   public:
     explicit Exception(std::string why, int code = sal::err::kNone, std::string domain = sal::err::kVessa);
     ~Exception() override;
@@ -47,7 +49,7 @@ class Exception : public std::exception {
 };
 
 // A system call failed: the code is the errno value, the domain "posix".
-class SystemException : public Exception {
+class VESSA_API SystemException : public Exception {
   public:
     SystemException(const std::string& what, int err);
     const char* typeName() const noexcept override;

@@ -4,9 +4,11 @@
 #include <string>
 #include <vector>
 
+#include "platform/Export.h"
+
 namespace vessa::sal::io {
 
-class AINETAddress {
+class VESSA_API AINETAddress {
   public:
     AINETAddress() = default;
     // From numerical text ("10.0.0.7", "::1"); the text is kept as given.

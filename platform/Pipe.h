@@ -8,6 +8,8 @@
 #include <sys/types.h>
 #include <cstddef>
 
+#include "platform/Export.h"
+
 namespace vessa::sal::xio {
 
 namespace open {
@@ -21,7 +23,7 @@ struct Spec {
 };
 }  // namespace open
 
-class Endpoint {
+class VESSA_API Endpoint {
   public:
     Endpoint() = default;
     explicit Endpoint(int fd) : fd_(fd) {}
@@ -40,7 +42,7 @@ class Endpoint {
     int fd_ = -1;
 };
 
-class Pipe {
+class VESSA_API Pipe {
   public:
     // Throws vessa::SystemException when the pipe cannot be made.
     Pipe(const open::Spec& readSpec = open::Spec(), const open::Spec& writeSpec = open::Spec());
@@ -54,7 +56,7 @@ class Pipe {
 };
 
 // Byte stream over an end point that the channel does not own.
-class Channel {
+class VESSA_API Channel {
   public:
     explicit Channel(Endpoint& endpoint) : endpoint_(endpoint) {}
 

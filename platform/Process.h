@@ -13,6 +13,8 @@
 #include <memory>
 #include <string>
 
+#include "platform/Export.h"
+
 namespace vessa::sal::exec {
 
 // A complete environment: name -> value.
@@ -41,7 +43,7 @@ struct OwnWindow {
 
 // How a process is launched. By default the child inherits the caller's environment and working
 // directory, and its standard input, output and error are the caller's.
-class LaunchProperty {
+class VESSA_API LaunchProperty {
   public:
     enum class Stream { Inherit, Null, Closed };
 
@@ -85,7 +87,7 @@ class LaunchProperty {
 
 // A started child process. Copies share the process; wait() may be called from any copy and returns
 // the same status every time.
-class Process {
+class VESSA_API Process {
   public:
     Process();
 
@@ -134,8 +136,8 @@ struct RunResult {
 // child leads a process group of its own. When the limits are exceeded, the whole group gets SIGTERM,
 // then SIGKILL after the grace period; the child is reaped and what it wrote is dropped from `output`.
 // Throws vessa::Exception when the program cannot be started or a pipe fails.
-RunResult runBounded(const std::string& program, const std::list<std::string>& args, std::string& output,
-                     const RunLimits& limits);
+VESSA_API RunResult runBounded(const std::string& program, const std::list<std::string>& args,
+                               std::string& output, const RunLimits& limits);
 
 // Where the streams of a bounded run go, for callers that pass output through as it comes (a launcher),
 // read the child's standard error, feed it a file, or give it an environment of their own.
@@ -154,11 +156,12 @@ struct RunStreams {
 // runBounded with streams: as above, except that output and error are handed on as they arrive (so
 // what was handed on before an overrun stays with the caller), and both count towards maxOutput.
 // Throws vessa::Exception when the program or its input file cannot be opened, or a pipe fails.
-RunResult runBounded(const std::string& program, const std::list<std::string>& args,
-                     const RunStreams& streams, const RunLimits& limits);
+VESSA_API RunResult runBounded(const std::string& program, const std::list<std::string>& args,
+                               const RunStreams& streams, const RunLimits& limits);
 
 // runBounded with the default limits; returns the exit status. A run cut short by the limits throws
 // vessa::Exception naming the program.
-int runCaptured(const std::string& program, const std::list<std::string>& args, std::string& output);
+VESSA_API int runCaptured(const std::string& program, const std::list<std::string>& args,
+                          std::string& output);
 
 }  // namespace vessa::sal::exec

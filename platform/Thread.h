@@ -15,9 +15,11 @@
 #include <memory>
 #include <string>
 
+#include "platform/Export.h"
+
 namespace vessa::sal::exec {
 
-class Task {
+class VESSA_API Task {
   public:
     virtual ~Task();
     virtual void run() = 0;
@@ -39,7 +41,7 @@ class AMethodWithArgDispatchTaskFor : public Task {
     Arg argument_;
 };
 
-class Thread {
+class VESSA_API Thread {
   public:
     Thread();
     ~Thread();

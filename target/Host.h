@@ -17,6 +17,7 @@
 #include <string>
 #include <utility>
 
+#include "platform/Export.h"
 #include "platform/Pipe.h"
 #include "platform/Process.h"
 #include "platform/Thread.h"
@@ -29,7 +30,7 @@
 
 namespace vessa::target {
 
-class Host {
+class VESSA_API Host {
   public:
     // Progress: a percentage and a message; null means no reports.
     typedef void (*callback)(int, std::string);

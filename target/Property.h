@@ -16,9 +16,11 @@
 #include <ostream>
 #include <string>
 
+#include "platform/Export.h"
+
 namespace vessa::target {
 
-class Property {
+class VESSA_API Property {
   public:
     // Note the argument order (name, value, display name, description, category): it differs from the
     // field order on purpose, and every caller passes its arguments in this order.

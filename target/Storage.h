@@ -11,11 +11,12 @@
 #include <ostream>
 #include <string>
 
+#include "platform/Export.h"
 #include "target/Property.h"
 
 namespace vessa::target {
 
-class Storage {
+class VESSA_API Storage {
   public:
     // A bit mask; an item's type may combine bits. 4 is tested before 1, and 1 before the logical mask.
     enum storageType : unsigned int {
@@ -109,7 +110,7 @@ class Storage {
 };
 
 // The fourteen standard property descriptions, shared by every unit that builds properties.
-struct StandardProperty {
+struct VESSA_API StandardProperty {
     const char* key;
     const char* displayName;
     const char* category;
@@ -120,24 +121,24 @@ struct StandardProperty {
 };
 
 namespace standard {
-extern const char* const kGeneral;  // "General"
-extern const char* const kDebug;    // "Debug"
-extern const StandardProperty accessType;
-extern const StandardProperty exclusion;
-extern const StandardProperty fileSystem;
-extern const StandardProperty index;
-extern const StandardProperty inquiry;
-extern const StandardProperty label;
-extern const StandardProperty name;
-extern const StandardProperty path;
-extern const StandardProperty scsiString;
-extern const StandardProperty sectorSize;
-extern const StandardProperty serialNumber;
-extern const StandardProperty signature;
-extern const StandardProperty size;
-extern const StandardProperty volumeGroupName;
+extern VESSA_API const char* const kGeneral;  // "General"
+extern VESSA_API const char* const kDebug;    // "Debug"
+extern VESSA_API const StandardProperty accessType;
+extern VESSA_API const StandardProperty exclusion;
+extern VESSA_API const StandardProperty fileSystem;
+extern VESSA_API const StandardProperty index;
+extern VESSA_API const StandardProperty inquiry;
+extern VESSA_API const StandardProperty label;
+extern VESSA_API const StandardProperty name;
+extern VESSA_API const StandardProperty path;
+extern VESSA_API const StandardProperty scsiString;
+extern VESSA_API const StandardProperty sectorSize;
+extern VESSA_API const StandardProperty serialNumber;
+extern VESSA_API const StandardProperty signature;
+extern VESSA_API const StandardProperty size;
+extern VESSA_API const StandardProperty volumeGroupName;
 // All fourteen, in key order.
-extern const StandardProperty* const all[14];
+extern VESSA_API const StandardProperty* const all[14];
 }  // namespace standard
 
 }  // namespace vessa::target

@@ -29,9 +29,11 @@
 #include <string>
 #include <vector>
 
+#include "platform/Export.h"
+
 namespace vessa::target {
 
-class Verdict {
+class VESSA_API Verdict {
   public:
     // In order of precedence: an item is the first of these it has a reason for.
     enum Kind { Excluded, InUse, HoldsData, Unknown, Candidate };

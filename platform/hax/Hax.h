@@ -18,12 +18,13 @@
 #include <string>
 #include <vector>
 
+#include "platform/Export.h"
 #include "platform/Net.h"
 #include "platform/view/SystemView.h"
 
 namespace vessa::hax {
 
-class FSItem {
+class VESSA_API FSItem {
   public:
     enum typecode { any = 0, file = 1, directory = 2, link = 3, device = 4, other = 5 };
 
@@ -41,7 +42,7 @@ class FSItem {
 };
 
 // A process that the agent runs for the controller.
-class Process {
+class VESSA_API Process {
   public:
     Process() = default;
     Process(int pid, std::string program) : pid_(pid), program_(std::move(program)) {}
@@ -57,7 +58,7 @@ class Process {
 // transport resolves itself, so that what it trusts for that name, such as ssh's known host key, is
 // checked). Implementations throw vessa::Exception on failure. SshTransport (SshTransport.h) reaches hosts
 // over OpenSSH.
-class Transport {
+class VESSA_API Transport {
   public:
     virtual ~Transport();
     virtual std::string envValueOf(const std::string& address, const std::string& name) = 0;
@@ -79,19 +80,19 @@ class Transport {
 
 // Uses `transport` for every remote host from now on (nullptr: none, the default: a controller chooses
 // how it reaches hosts, e.g. setTransport(std::make_shared<SshTransport>())).
-void setTransport(std::shared_ptr<Transport> transport);
+VESSA_API void setTransport(std::shared_ptr<Transport> transport);
 
 // The SSH configuration file for the SSH transport (ssh -F) and for every program the library runs
 // (the launcher "pelo" finds it as VESSA_SSH_CONFIG in its environment, through the system view's
 // command variables; the process environment is not changed). Empty: none set by the library.
-void setSshConfig(const std::string& path);
+VESSA_API void setSshConfig(const std::string& path);
 // The file set by setSshConfig, else VESSA_SSH_CONFIG of the process environment, else "".
-std::string sshConfig();
+VESSA_API std::string sshConfig();
 // Forgets every cached host (tests, and a controller that changes its view of the machine).
-void clearHostCache();
+VESSA_API void clearHostCache();
 
 // A reference-counted handle: copies share one host.
-class Host {
+class VESSA_API Host {
   public:
     Host();
 

@@ -13,6 +13,8 @@
 #include <string>
 #include <vector>
 
+#include "platform/Export.h"
+
 namespace vessa::sal::sys {
 
 struct Signature {
@@ -35,14 +37,14 @@ struct SignatureProbe {
 
 // The device's signatures, read from `path` (a device node) here, in this process; may block on a
 // device that does not answer (the live view calls it on a helper process).
-SignatureProbe probeSignatures(const std::string& path);
+VESSA_API SignatureProbe probeSignatures(const std::string& path);
 
 // The recording: a first line "read" or "error <errno>", then for a read device one line per
 // signature, then the partition entry as a line "part" with its fields. Fields are KEY=VALUE separated
 // by tabs (TYPE, USAGE, LABEL, UUID, VERSION; PARTUUID, PARTNAME), a value's backslash, tab and
 // newline written "\\", "\t" and "\n". A NotRead probe is recorded as nothing.
-std::string formatSignatures(const SignatureProbe& probe);
+VESSA_API std::string formatSignatures(const SignatureProbe& probe);
 // Reads a recording back; text that is not one gives a Failed probe with EINVAL.
-SignatureProbe parseSignatures(const std::string& text);
+VESSA_API SignatureProbe parseSignatures(const std::string& text);
 
 }  // namespace vessa::sal::sys

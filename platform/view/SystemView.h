@@ -40,6 +40,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/Export.h"
 #include "platform/Process.h"
 #include "platform/view/Signatures.h"
 
@@ -111,7 +112,7 @@ struct DeviceProbes {
     bool capacity = false;    // READ CAPACITY (10), `device` being the node's path
 };
 
-class View {
+class VESSA_API View {
   public:
     virtual ~View();
 
@@ -198,35 +199,35 @@ class View {
 // Symbolic links inside a snapshot are followed under its root: an absolute target /x means R/x.
 
 // The view in use (live "/" until changed); on a thread inside a RunScope, that scope's view.
-View& current();
+VESSA_API View& current();
 // Replay the snapshot at `root`; "/" means live.
-void useRoot(const std::string& root);
+VESSA_API void useRoot(const std::string& root);
 // Use `view` (tests, capture). The previous view is released.
-void install(std::unique_ptr<View> view);
+VESSA_API void install(std::unique_ptr<View> view);
 
 // The limits of every program that the live view runs (default: 120 s, 64 MiB of output). Set once,
 // like the view, before discovery starts.
-void setCommandLimits(const exec::RunLimits& limits);
-exec::RunLimits commandLimits();
+VESSA_API void setCommandLimits(const exec::RunLimits& limits);
+VESSA_API exec::RunLimits commandLimits();
 
 // A variable that every program the live view runs finds in its environment, over the caller's own
 // value; an empty value drops the setting (the caller's own value applies again). The agent client
 // puts its SSH configuration file here so that the launcher it starts reaches hosts the same way.
 // The process environment itself is never changed (setenv is not safe while other threads run).
-void setCommandVariable(const std::string& name, const std::string& value);
+VESSA_API void setCommandVariable(const std::string& name, const std::string& value);
 // The caller's environment with those settings applied: what a program run by the view receives.
-exec::EnvVars commandEnvironment();
+VESSA_API exec::EnvVars commandEnvironment();
 
 // The recording name of a command line: program and arguments joined by blanks, "%" -> "%25",
 // "/" -> "%2F".
-std::string commandFileName(const std::string& program, const std::list<std::string>& args);
+VESSA_API std::string commandFileName(const std::string& program, const std::list<std::string>& args);
 // The recording name of a device's ioctl answer: kernel name with "/" -> "!", "." and the query.
-std::string ioctlFileName(const std::string& device, const std::string& query);
+VESSA_API std::string ioctlFileName(const std::string& device, const std::string& query);
 // The kernel name of a device given by name or path: a leading "/dev/" removed.
-std::string kernelName(const std::string& device);
+VESSA_API std::string kernelName(const std::string& device);
 
 // The two standard views.
-std::unique_ptr<View> makeLiveView();
-std::unique_ptr<View> makeReplayView(const std::string& root);
+VESSA_API std::unique_ptr<View> makeLiveView();
+VESSA_API std::unique_ptr<View> makeReplayView(const std::string& root);
 
 }  // namespace vessa::sal::sys
