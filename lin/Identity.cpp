@@ -137,8 +137,13 @@ Identity identityOf(const DeviceLink* link, const AtRest& atRest) {
         id.wwn = wwnOfWwid(attribute(diskDir + "/device/wwid"));
     }
 
+    // The disk's place among the machine's devices, through its numbers: /sys/block/<disk> itself is a
+    // directory in a snapshot, which cannot keep the link it is on the machine.
+    const ProcPartition* numbers = (disk != nullptr ? disk : link)->procPartition();
     std::string target;
-    if (view.readLink(diskDir, target)) {
+    if (numbers->major() >= 0 && view.readLink("/sys/dev/block/" + std::to_string(numbers->major()) + ":" +
+                                                   std::to_string(numbers->minor()),
+                                               target)) {
         id.transport = transportOf(target);
     }
 

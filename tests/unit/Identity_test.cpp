@@ -4,7 +4,7 @@
 
 namespace {
 
-// The bus a disk hangs on, from the target of its /sys/block link (the first two as real machines
+// The bus a disk hangs on, from the target of its sysfs link (the first two as real machines
 // have them), and the serial of a unit serial number page.
 TEST(Identity, TransportAndSerial) {
     const std::pair<const char*, const char*> links[] = {
