@@ -34,6 +34,7 @@
 #include "cli/Heap.h"
 #include "cli/ListOutput.h"
 #include "cli/LogFile.h"
+#include "cli/NamedDevices.h"
 #include "cli/Terminal.h"
 #include "cli/Usage.h"
 #include "platform/Exception.h"
@@ -284,40 +285,6 @@ bool needsIdentity(const Options& o) {
     });
 }
 
-// The run's device tree cut down to the named devices and those below them; a name that is no device
-// of the run is refused, by name.
-vessa::target::DiscoveryReport namedDevices(const Options& o, const vessa::target::DiscoveryReport& report) {
-    std::vector<std::string> kernels;
-    for (const std::string& name : o.devices) {
-        const std::string kernel = vessa::cli::kernelNameOf(name);
-        const bool known =
-            !kernel.empty() && std::any_of(report.devices.begin(), report.devices.end(),
-                                           [&kernel](const auto& n) { return n.name == kernel; });
-        if (!known) {
-            throw Failure(vessa::cli::terminalText(name) + ": not a device of this machine");
-        }
-        kernels.push_back(kernel);
-    }
-    vessa::target::DiscoveryReport cut = report;
-    cut.devices.clear();
-    for (std::size_t i = 0; i < report.devices.size(); ++i) {
-        const vessa::target::DeviceNode& n = report.devices[i];
-        if (std::find(kernels.begin(), kernels.end(), n.name) == kernels.end()) {
-            continue;
-        }
-        std::size_t end = i + 1;
-        while (end < report.devices.size() && report.devices[end].depth > n.depth) {
-            ++end;
-        }
-        for (std::size_t k = i; k < end; ++k) {
-            cut.devices.push_back(report.devices[k]);
-            cut.devices.back().depth -= n.depth;
-        }
-        i = end - 1;
-    }
-    return cut;
-}
-
 int listHosts(const Options& o) {
     if (!o.devices.empty()) {
         throw Refusal("devices can be named on this machine only, not with --host");
@@ -432,7 +399,8 @@ int list(const Options& o) {
     const vessa::target::DiscoveryReport& report = host->discoveryReport();
     warn(report);
     vessa::target::Host& h = *host;
-    const vessa::target::DiscoveryReport named = o.devices.empty() ? report : namedDevices(o, report);
+    const vessa::target::DiscoveryReport named =
+        o.devices.empty() ? report : vessa::cli::namedDevices(report, o.devices);
     // The items of the named devices (and of those below them), by position in the host's list.
     std::set<std::size_t> ofNamed;
     for (const vessa::target::DeviceNode& n : named.devices) {
