@@ -69,6 +69,11 @@ void JsonWriter::value(bool flag) {
     buffer_ += flag ? "true" : "false";
 }
 
+void JsonWriter::null() {
+    place();
+    buffer_ += "null";
+}
+
 void JsonWriter::value(const std::vector<std::string>& texts) {
     beginArray();
     for (const std::string& t : texts) {

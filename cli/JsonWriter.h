@@ -32,6 +32,7 @@ class JsonWriter {
     void value(long long number);
     void value(unsigned long long number);
     void value(bool flag);
+    void null();
     void value(const std::vector<std::string>& texts);
 
     // Ends the document with a newline and hands everything to the stream.

@@ -3,35 +3,15 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <map>
 #include <sstream>
+#include <type_traits>
 
 #include "platform/Str.h"
 
 namespace vessa::cli {
 
 namespace {
-
-// The IN USE column shows this much of the reasons; the JSON document has them whole.
-constexpr std::size_t kInUseWidth = 40;
-
-// The first `width` characters of valid UTF-8 text, the last three of them "..." when it is longer.
-std::string shortened(const std::string& text, std::size_t width) {
-    std::string::size_type cut = 0, end = 0;
-    std::size_t count = 0;
-    for (std::string::size_type i = 0; i < text.size(); ++i) {
-        if ((static_cast<unsigned char>(text[i]) & 0xC0) != 0x80) {
-            if (count == width - 3) {
-                cut = i;
-            }
-            if (count == width) {
-                end = i;
-                break;
-            }
-            ++count;
-        }
-    }
-    return end == 0 ? text : text.substr(0, cut) + "...";
-}
 
 std::string unescape(const std::string& text) {
     static const std::pair<const char*, char> entities[] = {
@@ -53,17 +33,6 @@ std::string unescape(const std::string& text) {
         if (!replaced) {
             out += text[i++];
         }
-    }
-    return out;
-}
-
-std::string join(const std::vector<std::string>& words, const char* separator) {
-    std::string out;
-    for (const std::string& w : words) {
-        if (!out.empty()) {
-            out += separator;
-        }
-        out += w;
     }
     return out;
 }
@@ -130,13 +99,18 @@ std::string kindOf(unsigned int type) {
 
 bool parseTypes(const std::string& text, unsigned int& mask, std::string& why) {
     if (!text.empty() && text.find_first_not_of("0123456789") == std::string::npos) {
-        try {
-            mask = static_cast<unsigned int>(std::stoul(text));
-            return true;
-        } catch (const std::exception&) {
-            why = "the storage type " + text + " is too large";
+        // Only the kinds' own bits: any other mask would quietly select nothing.
+        const unsigned int known = vessa::target::Storage::discoveredBlockDevice |
+                                   vessa::target::Storage::logicalStorageMask |
+                                   vessa::target::Storage::fileSystemStorage;
+        const std::string digits = text.substr(std::min(text.find_first_not_of('0'), text.size()));
+        if (digits.empty() || digits.size() > 2 || (std::stoul(digits) & ~known) != 0) {
+            why = "the storage type " + text + " is no mask of the kinds (1 to " + std::to_string(known) +
+                  ": disk 36, logical 26, fs 1)";
             return false;
         }
+        mask = static_cast<unsigned int>(std::stoul(digits));
+        return true;
     }
     static const std::pair<const char*, unsigned int> words[] = {
         {"disk", vessa::target::Storage::discoveredBlockDevice},
@@ -198,11 +172,97 @@ std::string displayNameOf(const vessa::target::Property& property, std::ostrings
     return unescape(text.substr(b, e - b));
 }
 
+namespace {
+
+// Property values are kept as text; a value that is a plain decimal number or true/false is written as
+// one, so that consumers need not guess. Leading zeros and signs other than "-" keep a value text (a
+// serial "007" stays "007").
+void typedValue(JsonWriter& json, const std::string& text) {
+    if (text == "true" || text == "false") {
+        json.value(text == "true");
+        return;
+    }
+    const std::size_t digits = text.compare(0, 1, "-") == 0 ? 1 : 0;
+    const bool number = text.size() > digits && text.size() - digits <= 18 &&
+                        text.find_first_not_of("0123456789", digits) == std::string::npos &&
+                        (text[digits] != '0' || text.size() == digits + 1) && text != "-0";
+    if (number) {
+        json.value(std::stoll(text));
+    } else {
+        json.value(text);
+    }
+}
+
+template <typename T>
+void optional(JsonWriter& json, const char* key, const std::optional<T>& value) {
+    json.key(key);
+    if (!value) {
+        json.null();
+    } else if constexpr (std::is_same_v<T, unsigned int>) {
+        json.value(static_cast<unsigned long long>(*value));
+    } else {
+        json.value(*value);
+    }
+}
+
+constexpr std::size_t kNone = static_cast<std::size_t>(-1);
+
+// The item each item belongs to, by position in the host's list: a partition's disk, a logical
+// volume's physical volume, a map's path's map, a file system's device. From the run's device tree;
+// a device below two others belongs to the first. kNone at the top, and without a tree.
+std::vector<std::size_t> parentsOf(const std::vector<vessa::target::Storage*>& items,
+                                   const vessa::target::DiscoveryReport* report) {
+    std::vector<std::size_t> parent(items.size(), kNone);
+    std::vector<bool> set(items.size(), false);
+    if (report == nullptr) {
+        return parent;
+    }
+    const auto& nodes = report->devices;
+    std::vector<std::size_t> primary(nodes.size(), kNone), above(nodes.size(), kNone), stack;
+    for (std::size_t i = 0; i < nodes.size(); ++i) {
+        for (std::size_t at : nodes[i].items) {
+            if (at < items.size() && primary[i] == kNone &&
+                !(items[at]->deviceStorageType() & vessa::target::Storage::fileSystemStorage)) {
+                primary[i] = at;
+            }
+        }
+        stack.resize(static_cast<std::size_t>(nodes[i].depth));
+        for (std::size_t k = stack.size(); k-- > 0 && above[i] == kNone;) {
+            above[i] = primary[stack[k]];
+        }
+        stack.push_back(i);
+        for (std::size_t at : nodes[i].items) {
+            if (at < items.size() && !set[at]) {
+                parent[at] = at == primary[i] || primary[i] == kNone ? above[i] : primary[i];
+                set[at] = true;
+            }
+        }
+    }
+    return parent;
+}
+
+}  // namespace
+
 void writeStorageJson(JsonWriter& json, const std::string& hostName,
                       const std::list<vessa::target::Storage*>& storage,
-                      const vessa::target::DiscoveryReport* report, const VerdictOf& verdictOf) {
+                      const std::list<vessa::target::Storage*>& whole,
+                      const vessa::target::DiscoveryReport* report, const FactsOf& factsOf) {
+    const std::vector<vessa::target::Storage*> items(whole.begin(), whole.end());
+    const std::vector<std::size_t> parent = parentsOf(items, report);
+    std::map<const vessa::target::Storage*, std::size_t> position;
+    for (std::size_t i = 0; i < items.size(); ++i) {
+        position[items[i]] = i;
+    }
+    std::vector<std::vector<long long>> children(items.size());
+    for (std::size_t i = 0; i < items.size(); ++i) {
+        if (parent[i] != kNone) {
+            children[parent[i]].push_back(items[i]->index());
+        }
+    }
     std::ostringstream row;
     json.beginObject();
+    json.key("schema");
+    json.value(static_cast<long long>(kJsonSchema));
     json.key("host");
     json.value(hostName);
     if (report != nullptr) {
@@ -214,6 +274,9 @@ void writeStorageJson(JsonWriter& json, const std::string& hostName,
     json.key("storage");
     json.beginArray();
     for (vessa::target::Storage* s : storage) {
+        const ItemFacts facts = factsOf(*s);
+        const auto at = position.find(s);
+        const std::size_t p = at == position.end() ? kNone : at->second;
         json.beginObject();
         json.key("index");
         json.value(static_cast<long long>(s->index()));
@@ -235,32 +298,56 @@ void writeStorageJson(JsonWriter& json, const std::string& hostName,
         json.value(exclusionReasons(s->exclusionString()));
         json.key("inUse");
         json.value(inUseOf(*s));
+        const vessa::target::Identity& id = facts.identity;
+        optional(json, "serial", id.serial);
+        optional(json, "wwn", id.wwn);
+        optional(json, "byId", id.byId);
+        optional(json, "rotational", id.rotational);
+        optional(json, "readOnly", id.readOnly);
+        optional(json, "transport", id.transport);
+        optional(json, "logicalSectorSize", id.logicalSectorSize);
+        optional(json, "physicalSectorSize", id.physicalSectorSize);
+        optional(json, "fsType", id.fsType);
+        optional(json, "uuid", id.uuid);
+        optional(json, "label", id.label);
+        json.key("parent");
+        if (p == kNone || parent[p] == kNone) {
+            json.null();
+        } else {
+            json.value(static_cast<long long>(items[parent[p]]->index()));
+        }
+        json.key("children");
+        json.beginArray();
+        for (long long c : p == kNone ? std::vector<long long>() : children[p]) {
+            json.value(c);
+        }
+        json.endArray();
         json.key("properties");
-        json.beginObject();
-        for (const auto& [key, p] : s->properties()) {
-            json.key(key);
+        json.beginArray();
+        for (const auto& [key, property] : s->properties()) {
             json.beginObject();
+            json.key("key");
+            json.value(key);
+            json.key("name");
+            json.value(displayNameOf(property, row));
             json.key("value");
-            json.value(p.value());
-            json.key("displayName");
-            json.value(displayNameOf(p, row));
-            json.key("category");
-            json.value(p.category());
+            typedValue(json, property.value());
             json.key("description");
-            json.value(p.description());
+            json.value(property.description());
+            json.key("category");
+            json.value(property.category());
             json.endObject();
         }
-        json.endObject();
-        const vessa::target::Verdict v = verdictOf(*s);
+        json.endArray();
         json.key("verdict");
         json.beginObject();
         json.key("is");
-        json.value(v.word());
+        json.value(facts.verdict.word());
         json.key("reasons");
-        json.value(v.reasons());
+        json.value(facts.verdict.reasons());
         json.endObject();
         json.key("candidate");
-        json.value(v.candidate());
+        json.value(facts.verdict.candidate());
         json.endObject();
     }
     json.endArray();
@@ -269,69 +356,68 @@ void writeStorageJson(JsonWriter& json, const std::string& hostName,
 
 namespace {
 
-const std::vector<std::string> kHeader = {"INDEX",      "TYPE",    "PATH",   "NAME",   "SIZE",
-                                          "EXCLUSIONS", "REASONS", "IN USE", "INQUIRY"};
-
-std::vector<std::string> row(vessa::target::Storage& s) {
-    // Device text comes from the machine, a snapshot or another host: none of it reaches the terminal
-    // as it is.
-    return {std::to_string(s.index()),
-            kindOf(s.deviceStorageType()),
-            terminalText(s.path()),
-            terminalText(s.name()),
-            humanSize(s.size()),
-            "[" + terminalText(s.exclusionString()) + "]",
-            join(exclusionReasons(s.exclusionString()), ", "),
-            shortened(terminalText(join(inUseOf(s), "; ")), kInUseWidth),
-            terminalText(s.inquiry())};
+// Device text comes from the machine, a snapshot or another host: every cell shows it through
+// terminalText, so none of it reaches the terminal as it is.
+std::vector<std::string> cells(vessa::target::Storage& s, const Layout& layout, const FactsOf& factsOf) {
+    ItemFacts facts;
+    if (factsOf) {
+        facts = factsOf(s);
+    }
+    const RowFacts row{s, factsOf ? &facts.verdict : nullptr, factsOf ? &facts.identity : nullptr};
+    std::vector<std::string> out;
+    for (const Column* c : layout.columns) {
+        out.push_back(c->cell(row, layout.bytes));
+    }
+    return out;
 }
 
-// Aligned columns, two blanks apart, no blanks at the ends of lines. The cells are valid UTF-8 (see
-// terminalText); widths count characters, each one column, as the tree's drawing characters are.
-void printRows(std::ostream& out, const std::vector<std::vector<std::string>>& rows) {
-    auto width = [](const std::string& cell) {
-        std::size_t w = 0;
-        for (unsigned char c : cell) {
-            w += (c & 0xC0) != 0x80;
-        }
-        return w;
-    };
-    std::vector<std::size_t> widths(rows.front().size(), 0);
-    for (const auto& r : rows) {
-        for (std::size_t c = 0; c < r.size(); ++c) {
-            widths[c] = std::max(widths[c], width(r[c]));
-        }
+struct Heading {
+    std::vector<std::string> names, headers;
+    std::vector<bool> shortens;
+};
+
+Heading headingOf(const Layout& layout) {
+    Heading h;
+    for (const Column* c : layout.columns) {
+        h.names.push_back(c->name);
+        h.headers.push_back(c->header);
+        h.shortens.push_back(c->shortens);
     }
-    for (const auto& r : rows) {
-        std::string line;
-        for (std::size_t c = 0; c < r.size(); ++c) {
-            line += r[c];
-            if (c + 1 < r.size()) {
-                line.append(widths[c] - width(r[c]) + 2, ' ');
-            }
-        }
-        line.erase(line.find_last_not_of(' ') + 1);
-        out << line << '\n';
-    }
+    return h;
 }
 
 }  // namespace
 
-void printTable(std::ostream& out, const std::list<vessa::target::Storage*>& storage) {
-    std::vector<std::vector<std::string>> rows = {kHeader};
+void printTable(std::ostream& out, const std::list<vessa::target::Storage*>& storage, const Layout& layout,
+                const FactsOf& factsOf) {
+    std::vector<std::vector<std::string>> rows;
     for (vessa::target::Storage* s : storage) {
-        rows.push_back(row(*s));
+        rows.push_back(cells(*s, layout, factsOf));
     }
-    printRows(out, rows);
+    const Heading h = headingOf(layout);
+    writeRows(out, h.names, h.headers, h.shortens, rows, layout);
 }
 
 void printTree(std::ostream& out, const std::list<vessa::target::Storage*>& storage,
                const vessa::target::DiscoveryReport& report,
-               const std::function<bool(const vessa::target::Storage&)>& shown) {
+               const std::function<bool(const vessa::target::Storage&)>& shown, const Layout& layout,
+               const FactsOf& factsOf) {
     const std::vector<vessa::target::Storage*> items(storage.begin(), storage.end());
-    std::vector<std::string> header = kHeader;
-    header.insert(header.begin(), "DEVICE");
-    std::vector<std::vector<std::string>> rows = {header};
+    Heading h = headingOf(layout);
+    h.names.insert(h.names.begin(), "DEVICE");
+    h.headers.insert(h.headers.begin(), "DEVICE");
+    h.shortens.insert(h.shortens.begin(), false);
+    std::size_t sizeAt = 0;
+    for (std::size_t c = 0; c < layout.columns.size(); ++c) {
+        sizeAt = std::string(layout.columns[c]->name) == "SIZE" ? c + 1 : sizeAt;
+    }
+    // Raw and pair output are for scripts: the device's name alone, without drawing.
+    const bool draw = layout.mode == Layout::Aligned;
+    const char* const vertical = layout.ascii ? "| " : "\u2502 ";
+    const char* const branch = layout.ascii ? "|-" : "\u251c\u2500";
+    const char* const lastBranch = layout.ascii ? "`-" : "\u2514\u2500";
+    const char* const beside = layout.ascii ? "|" : "\u2502";
+    std::vector<std::vector<std::string>> rows;
     const auto& nodes = report.devices;
     // Which depths still have a node to come below the current one: they draw a vertical line.
     std::vector<bool> open;
@@ -346,31 +432,33 @@ void printTree(std::ostream& out, const std::list<vessa::target::Storage*>& stor
         }
         open.resize(static_cast<std::size_t>(n.depth) + 1);
         std::string above;
-        for (int d = 1; d < n.depth; ++d) {
-            above += open[static_cast<std::size_t>(d)] ? "\u2502 " : "  ";
+        for (int d = 1; d < n.depth && draw; ++d) {
+            above += open[static_cast<std::size_t>(d)] ? vertical : "  ";
         }
-        const std::string prefix = above + (n.depth == 0 ? "" : last ? "\u2514\u2500" : "\u251c\u2500");
+        const std::string prefix = above + (n.depth == 0 || !draw ? "" : last ? lastBranch : branch);
         // Further items of the same device: the lines of the tree go on beside them.
-        const std::string more = above + (n.depth == 0 || last ? "" : "\u2502");
+        const std::string more = above + (n.depth == 0 || last || !draw ? "" : beside);
         open[static_cast<std::size_t>(n.depth)] = !last;
         bool first = true;
         for (std::size_t at : n.items) {
             if (at >= items.size() || (shown && !shown(*items[at]))) {
                 continue;
             }
-            std::vector<std::string> r = row(*items[at]);
-            r.insert(r.begin(), first ? prefix + terminalText(n.name) : more);
+            std::vector<std::string> r = cells(*items[at], layout, factsOf);
+            r.insert(r.begin(), first ? prefix + terminalText(n.name) : draw ? more : terminalText(n.name));
             rows.push_back(std::move(r));
             first = false;
         }
         if (first) {
-            std::vector<std::string> r(header.size());
+            std::vector<std::string> r(h.names.size());
             r[0] = prefix + terminalText(n.name);
-            r[5] = humanSize(n.size);
+            if (sizeAt != 0) {
+                r[sizeAt] = layout.bytes ? std::to_string(n.size) : humanSize(n.size);
+            }
             rows.push_back(std::move(r));
         }
     }
-    printRows(out, rows);
+    writeRows(out, h.names, h.headers, h.shortens, rows, layout);
 }
 
 }  // namespace vessa::cli

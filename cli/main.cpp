@@ -15,10 +15,15 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
 #include <iostream>
 #include <map>
 #include <memory>
 #include <mutex>
+#include <set>
 
 #include <CLI/CLI.hpp>
 
@@ -29,6 +34,9 @@
 #include "cli/Heap.h"
 #include "cli/ListOutput.h"
 #include "cli/LogFile.h"
+#include "cli/NamedDevices.h"
+#include "cli/Terminal.h"
+#include "cli/Usage.h"
 #include "platform/Exception.h"
 #include "platform/SafeFile.h"
 #include "platform/Termination.h"
@@ -47,7 +55,13 @@ struct Options {
     bool tree = false;
     bool candidates = false;
     bool allowData = false;
-    std::vector<std::string> devices;  // check, guard
+    std::vector<std::string> devices;  // list, check, guard
+    std::string columns;               // list -o
+    bool bytes = false;
+    bool pairs = false;
+    bool raw = false;
+    bool noHeader = false;
+    std::size_t width = 0;             // 0: the terminal's, or none
     std::vector<std::string> command;  // guard: after "--"
     std::string logFile;
     unsigned int inquiryTimeout = 1;
@@ -102,7 +116,12 @@ void openLog(const Options& o, vessa::cli::LogFile& log) {
 }
 
 // The report, whole or not at all (platform/SafeFile.h): a failed write leaves the old file as it was.
+// "-" is standard output.
 void writeReport(vessa::target::Host& host, const std::string& file) {
+    if (file == "-") {
+        host.printStorage(std::cout);
+        return;
+    }
     try {
         vessa::sal::posix::SafeFile out(file, 0644);
         host.printStorage(out.stream());
@@ -119,7 +138,7 @@ void writeReport(vessa::target::Host& host, const std::string& file) {
 std::unique_ptr<vessa::target::Host> discoverWithView(const Options& o, const std::list<std::string>& extra) {
     std::string name = vessa::sal::sys::current().hostName();
     std::unique_ptr<vessa::target::Host> host(vessa::target::Host::named(name, false));
-    vessa::target::Host::callback progress = ::isatty(STDERR_FILENO) ? showProgress : nullptr;
+    vessa::target::Host::callback progress = vessa::cli::progressShowable() ? showProgress : nullptr;
     std::list<std::string> options = {"-j" + std::to_string(o.inquiryTimeout)};
     options.insert(options.end(), extra.begin(), extra.end());
     host->fill(static_cast<vessa::target::Storage::storageType>(o.type), progress, false, options);
@@ -221,7 +240,56 @@ vessa::target::DiscoveryReport reportOf(vessa::target::Host& h) {
     return r;
 }
 
+vessa::cli::FactsOf factsOf(const vessa::target::Host& h) {
+    return [&h](const vessa::target::Storage& s) {
+        return vessa::cli::ItemFacts{h.verdict(s), h.identity(s)};
+    };
+}
+
+vessa::cli::Layout layoutOf(const Options& o) {
+    if (o.json && (!o.columns.empty() || o.pairs || o.raw || o.noHeader || o.width != 0)) {
+        throw Refusal("--json has every column: -o, -P, -r, -n and --width are for the table");
+    }
+    if (o.pairs && o.raw) {
+        throw Refusal("-P and -r are two ways to write the table: choose one");
+    }
+    vessa::cli::Layout layout;
+    std::string why;
+    if (!o.columns.empty() && !vessa::cli::parseColumns(o.columns, layout.columns, why)) {
+        throw Refusal(why);
+    }
+    layout.mode = o.pairs ? vessa::cli::Layout::Pairs
+                  : o.raw ? vessa::cli::Layout::Raw
+                          : vessa::cli::Layout::Aligned;
+    layout.header = !o.noHeader;
+    layout.bytes = o.bytes;
+    layout.ascii = !vessa::cli::utf8Locale();
+    layout.width = o.width != 0 ? o.width : vessa::cli::outputColumns();
+    return layout;
+}
+
+// Whether the identity of the items must be read: the JSON document has it, the table when a column
+// shows it.
+bool needsIdentity(const Options& o) {
+    std::vector<const vessa::cli::Column*> columns;
+    std::string why;
+    if (o.json) {
+        return true;
+    }
+    if (o.columns.empty() || !vessa::cli::parseColumns(o.columns, columns, why)) {
+        return false;
+    }
+    const std::vector<const vessa::cli::Column*> plain = vessa::cli::defaultColumns();
+    return std::any_of(columns.begin(), columns.end(), [&plain](const vessa::cli::Column* c) {
+        return std::string(c->name) != "VERDICT" && std::find(plain.begin(), plain.end(), c) == plain.end();
+    });
+}
+
 int listHosts(const Options& o) {
+    if (!o.devices.empty()) {
+        throw Refusal("devices can be named on this machine only, not with --host");
+    }
+    const vessa::cli::Layout layout = layoutOf(o);
     vessa::cli::LogFile log;
     const std::vector<vessa::cli::FleetAnswer> answers = askHosts(o, log, {"--in-use"});
     int failed = vessa::cli::reportFailures(std::cerr, answers);
@@ -256,15 +324,13 @@ int listHosts(const Options& o) {
         if (vessa::cli::writeFleetJson(
                 json, answers, [&shown](vessa::cli::JsonWriter& j, vessa::target::Host& h) {
                     const vessa::target::DiscoveryReport report = reportOf(h);
-                    vessa::cli::writeStorageJson(
-                        j, h.name(), shown[&h], &report,
-                        [&h](const vessa::target::Storage& s) { return h.verdict(s); });
+                    vessa::cli::writeStorageJson(j, h.name(), shown[&h], h.storage(), &report, factsOf(h));
                 })) {
             json.finish();
         }
     } else {
-        vessa::cli::printFleetTables(std::cout, answers, [&shown](std::ostream& out, vessa::target::Host& h) {
-            vessa::cli::printTable(out, shown[&h]);
+        vessa::cli::printFleetTables(std::cout, answers, [&](std::ostream& out, vessa::target::Host& h) {
+            vessa::cli::printTable(out, shown[&h], layout, factsOf(h));
         });
     }
     return failed != 0 ? 1 : unknown ? kUnknown : 0;
@@ -309,7 +375,9 @@ int reportHosts(const Options& o) {
             ++failed;
             continue;
         }
-        std::cerr << "wrote " << file << '\n';
+        if (file != "-") {
+            std::cerr << "wrote " << file << '\n';
+        }
     }
     return failed == 0 ? 0 : 1;
 }
@@ -318,17 +386,33 @@ int list(const Options& o) {
     if (!o.hosts.empty()) {
         return listHosts(o);
     }
+    const vessa::cli::Layout layout = layoutOf(o);
     vessa::cli::LogFile log;
     std::list<std::string> extra = {"--in-use"};
-    if (o.tree) {
+    if (o.tree || o.json || !o.devices.empty()) {
         extra.push_back("--tree");
+    }
+    if (needsIdentity(o)) {
+        extra.push_back("--identity");
     }
     std::unique_ptr<vessa::target::Host> host = discover(o, log, extra);
     const vessa::target::DiscoveryReport& report = host->discoveryReport();
     warn(report);
     vessa::target::Host& h = *host;
-    auto taken = [&h, &o](const vessa::target::Storage& s) {
-        return !o.candidates || choose(h.verdict(s), o.allowData) == Choice::Take;
+    const vessa::target::DiscoveryReport named =
+        o.devices.empty() ? report : vessa::cli::namedDevices(report, o.devices);
+    // The items of the named devices (and of those below them), by position in the host's list.
+    std::set<std::size_t> ofNamed;
+    for (const vessa::target::DeviceNode& n : named.devices) {
+        ofNamed.insert(n.items.begin(), n.items.end());
+    }
+    std::map<const vessa::target::Storage*, std::size_t> position;
+    for (vessa::target::Storage* s : host->storage()) {
+        position.emplace(s, position.size());
+    }
+    auto taken = [&](const vessa::target::Storage& s) {
+        return (o.devices.empty() || ofNamed.count(position[&s]) != 0) &&
+               (!o.candidates || choose(h.verdict(s), o.allowData) == Choice::Take);
     };
     std::list<vessa::target::Storage*> shown;
     bool unknown = false;
@@ -337,7 +421,8 @@ int list(const Options& o) {
             shown.push_back(s);
         }
         const vessa::target::Verdict v = h.verdict(*s);
-        if (o.candidates && choose(v, o.allowData) == Choice::Unknown) {
+        if (o.candidates && choose(v, o.allowData) == Choice::Unknown &&
+            (o.devices.empty() || ofNamed.count(position[s]) != 0)) {
             std::string why;
             for (const std::string& r : v.reasonsOf(vessa::target::Verdict::Unknown)) {
                 why += (why.empty() ? "" : "; ") + r.substr(r.find(": ") + 2);  // without "unknown: "
@@ -349,13 +434,12 @@ int list(const Options& o) {
     }
     if (o.json) {
         vessa::cli::JsonWriter json(std::cout);
-        vessa::cli::writeStorageJson(json, host->name(), shown, &report,
-                                     [&h](const vessa::target::Storage& s) { return h.verdict(s); });
+        vessa::cli::writeStorageJson(json, host->name(), shown, host->storage(), &report, factsOf(h));
         json.finish();
     } else if (o.tree) {
-        vessa::cli::printTree(std::cout, host->storage(), report, taken);
+        vessa::cli::printTree(std::cout, host->storage(), named, taken, layout, factsOf(h));
     } else {
-        vessa::cli::printTable(std::cout, shown);
+        vessa::cli::printTable(std::cout, shown, layout, factsOf(h));
     }
     return unknown ? kUnknown : 0;
 }
@@ -425,7 +509,9 @@ int report(const Options& o) {
     warn(host->discoveryReport());
     std::string file = o.output.empty() ? defaultReportFile(host->name()) : o.output;
     writeReport(*host, file);
-    std::cerr << "wrote " << file << '\n';
+    if (file != "-") {
+        std::cerr << "wrote " << file << '\n';
+    }
     return 0;
 }
 
@@ -445,8 +531,9 @@ int capture(const Options& o) {
         std::make_unique<vessa::sal::sys::RecordingView>(vessa::sal::sys::makeLiveView(), o.captureDir);
     vessa::sal::sys::RecordingView* recorder = recording.get();
     vessa::sal::sys::install(std::move(recording));
-    // The in-use sources are recorded too, so that a replay shows what the kernel said was in use.
-    std::unique_ptr<vessa::target::Host> host = discoverWithView(o, {"--in-use"});
+    // The in-use sources and the devices' identity are recorded too, so that a replay shows what the
+    // kernel said was in use and who each device is.
+    std::unique_ptr<vessa::target::Host> host = discoverWithView(o, {"--in-use", "--identity"});
     warn(host->discoveryReport());
     const std::string error = recorder->firstError();
     const std::size_t items = host->storage().size();
@@ -461,11 +548,34 @@ int capture(const Options& o) {
     return 0;
 }
 
+// A command line that cannot be run: what is wrong, what was probably meant, where to read more.
+int usageError(const std::string& what, const std::string& meant) {
+    std::cerr << "vessa-storage: " << vessa::cli::oneLine(what);
+    if (!meant.empty()) {
+        std::cerr << "; did you mean " << meant << "?";
+    }
+    std::cerr << " (see vessa-storage --help)\n";
+    return 2;
+}
+
+// Output that did not reach its file (a full disk, a closed pipe) is a failure, not a success.
+int checkWritten(int status) {
+    std::cout.flush();
+    if (!std::cout) {
+        const int err = errno;
+        std::cerr << "vessa-storage: write error on standard output" << (err != 0 ? ": " : "")
+                  << (err != 0 ? std::strerror(err) : "") << '\n';
+        return 1;
+    }
+    return status;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
     vessa::cli::preferLargePages();
-    CLI::App app{"Discover this machine's storage and which of it may be destroyed by testing."};
+    CLI::App app{"Discover this machine's storage and which of it may be destroyed by testing.",
+                 "vessa-storage"};
     app.set_version_flag("--version", std::string("vessa-storage ") + VESSA_VERSION);
     app.require_subcommand(1, 1);
     Options o;
@@ -473,21 +583,41 @@ int main(int argc, char** argv) {
     auto common = [&o](CLI::App* cmd) {
         cmd->add_option("--sysroot", o.sysroot, "Replay the snapshot in DIR instead of this machine")
             ->type_name("DIR");
-        cmd->add_option("--type", o.types,
-                        "Storage kinds: disk, logical, fs, all (comma-separated), or the mask 36, 26, 1, 31")
+        cmd->add_option(
+               "--type", o.types,
+               "Storage kinds: disk (36), logical (26), fs (1), all (31), comma-separated, or a mask "
+               "of their bits (1 to 63)")
             ->type_name("N|WORDS");
         cmd->add_option("--log", o.logFile, "Write the library's log to FILE")->type_name("FILE");
         cmd->add_option("--command-timeout", o.commandTimeout,
                         "End a tool that has not finished after SECONDS (default 120, 0: never)")
             ->type_name("SECONDS");
         cmd->add_option("--host", o.hosts, "Ask these hosts (over SSH) instead of this machine")
-            ->type_name("NAME...");
+            ->type_name("NAME");
         cmd->add_option("--ssh-config", o.sshConfig, "SSH configuration file for --host (ssh -F)")
             ->type_name("FILE");
     };
-    CLI::App* listCmd = app.add_subcommand("list", "Show the storage list");
+    app.footer(vessa::cli::exclusionHelp() +
+               "Exit status: 0 success, 1 failure, 2 usage, 3 some device could not be checked.");
+    CLI::App* listCmd =
+        app.add_subcommand("list", "Show the storage list (only the named devices, and those below them)");
     common(listCmd);
-    listCmd->add_flag("--json", o.json, "One JSON document instead of a table");
+    listCmd->add_option("DEVICE", o.devices, "/dev/sdb, sdb, /dev/disk/by-id/..., /dev/mapper/..., 8:16")
+        ->type_name("");
+    listCmd->add_flag("--json", o.json, "One JSON document (every column) instead of a table");
+    listCmd->add_option("-o,--output", o.columns, "Columns to show, comma-separated (see below)")
+        ->type_name("COLUMNS");
+    listCmd->add_flag("-b,--bytes", o.bytes, "Sizes in bytes");
+    listCmd->add_flag("-P,--pairs", o.pairs, "NAME=\"value\" pairs, one line per item");
+    listCmd->add_flag("-r,--raw", o.raw, "Cells one blank apart, blanks in them written \\x20");
+    listCmd->add_flag("-n,--noheadings", o.noHeader, "No header line");
+    listCmd
+        ->add_option("--width", o.width,
+                     "Fit lines in N characters (default: the terminal's; no limit in a pipe)")
+        ->type_name("N");
+    listCmd->footer("Columns (-o):\n" + vessa::cli::columnHelp() +
+                    "Default: INDEX,TYPE,PATH,NAME,SIZE,EXCLUSIONS,REASONS,IN-USE,INQUIRY.\n\n" +
+                    vessa::cli::exclusionHelp());
     listCmd->add_flag("--tree", o.tree, "Devices nested under what they belong to");
     listCmd->add_flag("--candidates", o.candidates,
                       "Only what may be destroyed by testing: not excluded, not in use, holding no data; "
@@ -498,10 +628,13 @@ int main(int argc, char** argv) {
         ->type_name("SECONDS");
     CLI::App* reportCmd = app.add_subcommand("report", "Write the XML storage report");
     common(reportCmd);
-    reportCmd->add_option("--output", o.output, "Report file (default: <host name>.xml)")->type_name("FILE");
+    reportCmd->add_option("--output", o.output, "Report file (default: <host name>.xml; -: standard output)")
+        ->type_name("FILE");
     CLI::App* captureCmd = app.add_subcommand(
         "capture", "Write a snapshot of everything discovery reads on this machine to DIR");
-    captureCmd->add_option("DIR", o.captureDir, "Snapshot directory (new or empty)")->required();
+    captureCmd->add_option("DIR", o.captureDir, "Snapshot directory (new or empty)")
+        ->type_name("")
+        ->required();
     captureCmd->add_flag("--force", o.force, "Write into DIR even when it is not empty");
     captureCmd->add_option("--log", o.logFile, "Write the library's log to FILE")->type_name("FILE");
     captureCmd
@@ -512,13 +645,14 @@ int main(int argc, char** argv) {
     CLI::App* checkCmd = app.add_subcommand(
         "check", "Show whether each device may be destroyed by testing (exit 0: every one may)");
     checkCmd->add_option("DEVICE", o.devices, "/dev/sdb, /dev/disk/by-id/..., /dev/mapper/..., 8:16")
+        ->type_name("")
         ->required();
     checkCmd->add_flag("--allow-data", o.allowData, "Data at rest alone does not refuse a device");
     checkCmd->add_option("--sysroot", o.sysroot, "Replay the snapshot in DIR instead of this machine")
         ->type_name("DIR");
     CLI::App* guardCmd = app.add_subcommand(
         "guard", "Check the devices, then hold them (exclusive open, disk lock) while COMMAND runs");
-    guardCmd->add_option("DEVICE", o.devices, "The devices COMMAND may destroy")->required();
+    guardCmd->add_option("DEVICE", o.devices, "The devices COMMAND may destroy")->type_name("")->required();
     guardCmd->add_flag("--allow-data", o.allowData, "Data at rest alone does not refuse a device");
     for (CLI::App* cmd : {checkCmd, guardCmd}) {
         cmd->add_option("--log", o.logFile, "Write the library's log to FILE")->type_name("FILE");
@@ -537,22 +671,53 @@ int main(int argc, char** argv) {
         }
     }
 
-    // An option before any command would only be answered with "a subcommand is required".
+    // An option before any command, or a command misspelt, would only be answered with "a subcommand
+    // is required".
+    std::vector<std::string> commands;
+    for (const CLI::App* cmd : app.get_subcommands([](const CLI::App*) { return true; })) {
+        commands.push_back(cmd->get_name());
+    }
     if (argc > 1 && argv[1][0] == '-' && app.get_option_no_throw(argv[1]) == nullptr &&
         std::string(argv[1]) != "-h" && std::string(argv[1]) != "--help") {
-        std::cerr << "vessa-storage: unknown option " << argv[1] << " (see vessa-storage --help)\n";
-        return 2;
+        return usageError("unknown option " + std::string(argv[1]), "");
+    }
+    if (argc > 1 && argv[1][0] != '-' &&
+        std::find(commands.begin(), commands.end(), std::string(argv[1])) == commands.end()) {
+        return usageError("unknown command " + std::string(argv[1]), vessa::cli::nearest(argv[1], commands));
     }
     try {
         app.parse(argc, argv);
+    } catch (const CLI::CallForHelp& e) {
+        return app.exit(e);
+    } catch (const CLI::CallForAllHelp& e) {
+        return app.exit(e);
+    } catch (const CLI::CallForVersion& e) {
+        return app.exit(e);
     } catch (const CLI::ParseError& e) {
-        int rc = app.exit(e);
-        return rc == 0 ? 0 : 2;
+        // A misspelt option of the command: the nearest of its own.
+        std::string hint;
+        const CLI::App* cmd = nullptr;
+        for (const CLI::App* c : app.get_subcommands([](const CLI::App*) { return true; })) {
+            cmd = argc > 1 && c->get_name() == argv[1] ? c : cmd;
+        }
+        if (cmd != nullptr) {
+            std::vector<std::string> names;
+            for (const CLI::Option* opt : cmd->get_options()) {
+                for (const std::string& n : opt->get_lnames()) {
+                    names.push_back("--" + n);
+                }
+            }
+            for (const std::string& extra : cmd->remaining()) {
+                if (hint.empty() && extra.compare(0, 2, "--") == 0) {
+                    hint = vessa::cli::nearest(extra.substr(0, extra.find('=')), names);
+                }
+            }
+        }
+        return usageError(e.what(), hint);
     }
     std::string why;
     if (!vessa::cli::parseTypes(o.types, o.type, why)) {
-        std::cerr << "vessa-storage: " << why << '\n';
-        return 2;
+        return usageError(why, "");
     }
 
     vessa::target::Host::setCommandTimeout(o.commandTimeout);
@@ -561,18 +726,18 @@ int main(int argc, char** argv) {
     vessa::sal::exec::endGroupsOnSignals([] { g_connections.end(); });
     try {
         if (listCmd->parsed()) {
-            return list(o);
+            return checkWritten(list(o));
         }
         if (captureCmd->parsed()) {
             return capture(o);
         }
         if (checkCmd->parsed()) {
-            return check(o);
+            return checkWritten(check(o));
         }
         if (guardCmd->parsed()) {
             return guard(o);
         }
-        return report(o);
+        return checkWritten(report(o));
     } catch (const Refusal& e) {
         endProgress();
         std::cerr << "vessa-storage: " << e.what() << '\n';

@@ -7,7 +7,7 @@
 # that header is listed here (and its symbols are marked VESSA_API).
 set(VESSA_PUBLIC_HEADERS
     target/Host.h target/Storage.h target/Property.h target/Verdict.h target/LicenseInfo.h
-    target/DiscoveryReport.h
+    target/DiscoveryReport.h target/Identity.h
     platform/Export.h platform/Exception.h platform/Net.h platform/Pipe.h platform/Process.h
     platform/Thread.h platform/hax/Hax.h platform/view/SystemView.h platform/view/Signatures.h)
 foreach(header ${VESSA_PUBLIC_HEADERS})

@@ -14,21 +14,6 @@ namespace vessa::target::lin {
 
 namespace {
 
-std::string sysfsName(std::string name) {
-    std::replace(name.begin(), name.end(), '/', '!');
-    return name;
-}
-
-// The sysfs directory of a device: a partition's lies in its disk's.
-std::string sysfsDirectory(const DeviceLink* link) {
-    for (const DeviceLink* p : link->parents) {
-        if (std::find(p->partitions.begin(), p->partitions.end(), link) != p->partitions.end()) {
-            return "/sys/block/" + sysfsName(p->name()) + "/" + sysfsName(link->name());
-        }
-    }
-    return "/sys/block/" + sysfsName(link->name());
-}
-
 std::string lastPart(const std::string& path) {
     return path.substr(path.rfind('/') + 1);
 }
@@ -44,7 +29,27 @@ const std::string& crypttabWhat(const std::vector<std::string>& f, std::string& 
     return out;
 }
 
+std::string sysfsName(std::string name) {
+    std::replace(name.begin(), name.end(), '/', '!');
+    return name;
+}
+
 }  // namespace
+
+const DeviceLink* diskOf(const DeviceLink* link) {
+    for (const DeviceLink* p : link->parents) {
+        if (std::find(p->partitions.begin(), p->partitions.end(), link) != p->partitions.end()) {
+            return p;
+        }
+    }
+    return nullptr;
+}
+
+std::string sysfsDirectory(const DeviceLink* link) {
+    const DeviceLink* disk = diskOf(link);
+    return disk != nullptr ? "/sys/block/" + sysfsName(disk->name()) + "/" + sysfsName(link->name())
+                           : "/sys/block/" + sysfsName(link->name());
+}
 
 std::vector<std::vector<std::string>> parseTable(const std::string& text) {
     std::vector<std::vector<std::string>> lines;
@@ -209,6 +214,11 @@ std::vector<std::string> AtRest::data(const DeviceLink* link) const {
         out.push_back("holds data: " + configured.substr(2));
     }
     return out;
+}
+
+const sal::sys::SignatureProbe* AtRest::signatures(const DeviceLink* link) const {
+    auto it = devices_.find(link);
+    return it == devices_.end() ? nullptr : &it->second.signatures;
 }
 
 bool AtRest::readOnly(const DeviceLink* link) const {

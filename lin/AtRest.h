@@ -27,6 +27,11 @@ namespace vessa::target::lin {
 
 class DeviceLink;
 
+// The disk whose partition the device of `link` is, or nullptr when it is no partition.
+const DeviceLink* diskOf(const DeviceLink* link);
+// The device's directory under /sys/block: a partition's lies in its disk's ("/sys/block/sda/sda1").
+std::string sysfsDirectory(const DeviceLink* link);
+
 // One line of /etc/fstab or /etc/crypttab split into its blank-separated fields, octal escapes
 // decoded; comments and empty lines left out.
 std::vector<std::vector<std::string>> parseTable(const std::string& text);
@@ -43,6 +48,8 @@ class AtRest {
     // Why the device of `link` holds data, each "holds data: ..."; empty when nothing was found.
     std::vector<std::string> data(const DeviceLink* link) const;
     bool readOnly(const DeviceLink* link) const;
+    // What the probe found on the device; nullptr for a device that was not probed (a network mount).
+    const sal::sys::SignatureProbe* signatures(const DeviceLink* link) const;
     // What could not be checked for the device, in words ("its signatures (not read in this snapshot)").
     std::vector<std::string> unknown(const DeviceLink* link) const;
 

@@ -14,6 +14,7 @@
 #include "lin/DiskBy.h"
 #include "lin/DmTreeDev.h"
 #include "lin/FsTableEntry.h"
+#include "lin/Identity.h"
 #include "lin/InUse.h"
 #include "lin/LinkIndex.h"
 #include "lin/LogicalVolume.h"
@@ -177,17 +178,19 @@ Verdict verdictOf(const Storage& item, bool fileSystem, const DeviceLink* link, 
 unsigned int getLocalStorage(Host* host, Storage::storageType type, const std::list<std::string>& arguments,
                              Progress progress) {
     unsigned int timeout = 1;
-    bool inUse = false, tree = false;
+    bool inUse = false, tree = false, identity = false;
     for (const std::string& a : arguments) {
         if (a == kInUseOption) {
             inUse = true;
+        } else if (a == kIdentityOption) {
+            identity = true;
         } else if (a == kTreeOption) {
             tree = true;
         } else if (a.size() > 2 && (a[1] == 'j' || a[1] == 'J')) {
             util::str::to(timeout, a.substr(2));
         }
     }
-    return GetStorage(host, type, timeout, progress, inUse, tree);
+    return GetStorage(host, type, timeout, progress, inUse, tree, identity);
 }
 
 void cleanLinks(std::list<DeviceLink*>& links) {
@@ -329,7 +332,7 @@ void addFileSystemDevices(std::list<Storage*>& out, std::size_t indexBase, Host*
 }
 
 std::uint32_t GetStorage(Host* host, Storage::storageType type, unsigned int inquiryTimeout,
-                         Progress progress, bool withInUse, bool withTree) {
+                         Progress progress, bool withInUse, bool withTree, bool withIdentity) {
     VESSA_TRACE(kUnit, "GetStorage");
     int step = 0;
     auto reading = [&](const char* source) {
@@ -405,6 +408,13 @@ std::uint32_t GetStorage(Host* host, Storage::storageType type, unsigned int inq
     // always asked, for the verdicts; logged, and shown as a property, only when asked for.
     const InUse inUse(r.allLinks, r.sysBlocks, withInUse);
     const AtRest atRest(r.allLinks);
+    // Who each device is, read with the sources (the reading below ends what they read ahead).
+    std::unordered_map<const DeviceLink*, Identity> identities;
+    if (withIdentity) {
+        for (const DeviceLink* link : r.allLinks) {
+            identities.emplace(link, identityOf(link, atRest));
+        }
+    }
     // Everything below asks the devices, not the files: what was read for the sources can go.
     sal::sys::RunScope::endReading();
 
@@ -468,6 +478,9 @@ std::uint32_t GetStorage(Host* host, Storage::storageType type, unsigned int inq
                 item->addProperty(inUseProperty(inUse.reasons(link)));
             }
             host->setVerdict(item, verdictOf(*item, at++ >= fileSystemsFrom, link, inUse, atRest));
+            if (withIdentity) {
+                host->setIdentity(item, identities[link]);
+            }
         }
     }
     if (withTree) {

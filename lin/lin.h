@@ -21,13 +21,14 @@ class DeviceLink;
 
 // Takes the SCSI inquiry timeout from the last argument whose second character is "j" or "J" and
 // that is longer than two characters ("-j5": 5 seconds; default 1), then runs GetStorage. A timeout
-// that is not a number throws the text-conversion exception. The arguments "--in-use" and "--tree" ask
-// for the in-use reasons and the device tree (see GetStorage).
+// that is not a number throws the text-conversion exception. The arguments "--in-use", "--tree" and
+// "--identity" ask for the in-use reasons, the device tree and each device's identity (see GetStorage).
 // Progress: a percentage and what is being done (which source is read, how many items are made).
 typedef void (*Progress)(int, std::string);
 
 constexpr const char* kInUseOption = "--in-use";
 constexpr const char* kTreeOption = "--tree";
+constexpr const char* kIdentityOption = "--identity";
 
 unsigned int getLocalStorage(Host* host, Storage::storageType type, const std::list<std::string>& arguments,
                              Progress progress = nullptr);
@@ -46,8 +47,10 @@ unsigned int getLocalStorage(Host* host, Storage::storageType type, const std::l
 // the report adds what that layer could not see.
 // Without it, the items are exactly those the rules make.
 // `tree`: the report also holds the run's devices as a tree, with the items made from each.
+// `identity`: each new item's Host::identity is read (lin/Identity.h); nothing else changes.
 std::uint32_t GetStorage(Host* host, Storage::storageType type, unsigned int inquiryTimeout,
-                         Progress progress = nullptr, bool inUse = false, bool tree = false);
+                         Progress progress = nullptr, bool inUse = false, bool tree = false,
+                         bool identity = false);
 
 // The steps of a run, exposed for tests and benchmarks.
 void cleanLinks(std::list<DeviceLink*>& links);

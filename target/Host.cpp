@@ -40,7 +40,8 @@ Host::Host(const Host& other)
       queryFailure_(other.queryFailure_),
       storage_(other.storage_),
       discoveryReport_(other.discoveryReport_),
-      verdicts_(other.verdicts_) {}
+      verdicts_(other.verdicts_),
+      identities_(other.identities_) {}
 
 Host& Host::operator=(const Host& other) {
     if (this != &other) {
@@ -64,10 +65,20 @@ void Host::releaseStorage() {
     }
     storage_.clear();
     verdicts_.clear();
+    identities_.clear();
 }
 
 void Host::setVerdict(const Storage* item, Verdict verdict) {
     verdicts_[item] = std::move(verdict);
+}
+
+void Host::setIdentity(const Storage* item, Identity identity) {
+    identities_[item] = std::move(identity);
+}
+
+Identity Host::identity(const Storage& item) const {
+    auto it = identities_.find(&item);
+    return it != identities_.end() ? it->second : Identity();
 }
 
 Verdict Host::verdict(const Storage& item) const {

@@ -23,6 +23,7 @@
 #include "platform/Thread.h"
 #include "platform/hax/Hax.h"
 #include "target/DiscoveryReport.h"
+#include "target/Identity.h"
 #include "target/LicenseInfo.h"
 #include "target/Property.h"
 #include "target/Storage.h"
@@ -81,6 +82,10 @@ class VESSA_API Host {
     Verdict verdict(const Storage& item) const;
     // Set by the local discovery for each item it makes.
     void setVerdict(const Storage* item, Verdict verdict);
+    // Who the device of `item` is (target/Identity.h): set by a local discovery run asked for it
+    // ("--identity"); every field unknown otherwise, and for items of a remote listing.
+    Identity identity(const Storage& item) const;
+    void setIdentity(const Storage* item, Identity identity);
 
     // Forwards to the agent host.
     std::string envValueOf(const std::string& name) const { return agent_.envValueOf(name); }
@@ -172,6 +177,7 @@ class VESSA_API Host {
     std::list<Storage*> storage_;
     DiscoveryReport discoveryReport_;
     std::map<const Storage*, Verdict> verdicts_;
+    std::map<const Storage*, Identity> identities_;
 };
 
 }  // namespace vessa::target

@@ -180,14 +180,22 @@ IN_USE = ("In Use", "General",
           "test target.")
 
 
+IDENTITY = ["serial", "wwn", "byId", "rotational", "readOnly", "transport", "logicalSectorSize",
+            "physicalSectorSize", "fsType", "uuid", "label"]
+
+
 def item(type_, index, name, path, size, letters, records, inquiry=BLANK_INQUIRY, scsi="None", in_use=(),
-         read_only=False, target=(), data=(), unknown=None):
+         read_only=False, target=(), data=(), unknown=None, parent=None, identity=None):
     """records: the property dicts of every record the item carries, in the order they are added; later
     ones replace earlier ones of the same key, as in the item's property map. in_use: the reasons the
     kernel gives for the item's device (the list asks for them; the report does not).
     The verdict's own facts: read_only (sysfs ro), target (why a file-system item's file would not land
     on its device), data (what the device holds at rest, in words), unknown (what could not be checked;
-    None: what the snapshot lacks for the device, see not_checked)."""
+    None: what the snapshot lacks for the device, see not_checked).
+    parent: the index of the item it belongs to in the device tree (a partition's disk, a file system's
+    device); identity: what the snapshot tells of who the device is (IDENTITY keys; the rest unknown)."""
+    identity = identity or {}
+    assert set(identity) <= set(IDENTITY), identity
     ex = exclusion_string(letters)
     props = {}
     for r in records:
@@ -202,7 +210,8 @@ def item(type_, index, name, path, size, letters, records, inquiry=BLANK_INQUIRY
     return {
         "index": index, "type": type_, "kind": kind, "name": name, "path": path, "size": size,
         "inquiry": inquiry, "exclusions": ex, "reasons": [WORDS[LETTERS.index(l)] for l in LETTERS if l in letters],
-        "inUse": list(in_use), "properties": {k: props[k] for k in sorted(props)},
+        "inUse": list(in_use), **{k: identity.get(k) for k in IDENTITY}, "parent": parent, "children": [],
+        "properties": {k: props[k] for k in sorted(props)},
         "_verdict": (read_only, list(target), list(data), unknown),
     }
 
@@ -319,6 +328,34 @@ def report(items, warnings):
     return out + "</Host>\n"
 
 
+def typed(text):
+    """A property value as the document writes it: a plain decimal number or true/false as such."""
+    if text in ("true", "false"):
+        return text == "true"
+    digits = text[1:] if text.startswith("-") else text
+    if digits.isascii() and digits.isdigit() and len(digits) <= 18 and (digits == "0" or digits[0] != "0") \
+            and text != "-0":
+        return int(text)
+    return text
+
+
+def document(host, warnings, items):
+    """The list document: properties as a list of objects, children from the parents."""
+    by_index = {i["index"]: i for i in items}
+    for i in items:
+        if i["parent"] is not None:
+            by_index[i["parent"]]["children"].append(i["index"])
+    storage = []
+    for i in items:
+        out = dict(i)
+        out["properties"] = [{"key": k, "name": p["displayName"], "value": typed(p["value"]),
+                              "description": p["description"], "category": p["category"]}
+                             for k, p in i["properties"].items()]
+        out["verdict"], out["candidate"] = out.pop("verdict"), out.pop("candidate")
+        storage.append(out)
+    return {"schema": 1, "host": host, "complete": not warnings, "warnings": warnings, "storage": storage}
+
+
 def main():
     here = Path(__file__).resolve().parent
     names = sys.argv[1:] or sorted(p.parent.name for p in here.glob("*/items.py"))
@@ -328,7 +365,7 @@ def main():
         warnings = spec.get("WARNINGS", [])
         for it in spec["ITEMS"]:
             verdict(folder / "root", it)
-        doc = {"host": spec["HOST"], "complete": not warnings, "warnings": warnings, "storage": spec["ITEMS"]}
+        doc = document(spec["HOST"], warnings, spec["ITEMS"])
         (folder / "expected.json").write_text(json.dumps(doc, indent=2, ensure_ascii=False) + "\n")
         if spec.get("WITH_REPORT"):
             (folder / "expected.xml").write_text(report(spec["ITEMS"], warnings))

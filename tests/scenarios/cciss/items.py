@@ -17,9 +17,9 @@ ITEMS = [
           sys_block("", "cciss!c0d0", 104, 0, 143305920, model="LOGICAL VOLUME", vendor="HP      ", revision="6.00",
                     rng=16, removable=False)] + p1("Partition ") + p2("Partition "),
          inquiry=INQ),
-    item(26, 1, "cciss/c0d0p1", "/dev/cciss/c0d0p1", 104391 * 1024, "A", p1(""), inquiry=INQ),
-    item(26, 2, "cciss/c0d0p2", "/dev/cciss/c0d0p2", 71545477 * 1024, "S", p2(""), inquiry=INQ),
-    item(1, 3, "cciss/c0d0p1", "/boot/targetfile.dat", 104391 * 1024, "A", p1(""), inquiry=INQ),
-    item(1, 4, "cciss/c0d0p2", "//targetfile.dat", 71545477 * 1024, "S", p2(""), inquiry=INQ),
+    item(26, 1, "cciss/c0d0p1", "/dev/cciss/c0d0p1", 104391 * 1024, "A", p1(""), inquiry=INQ, parent=0),
+    item(26, 2, "cciss/c0d0p2", "/dev/cciss/c0d0p2", 71545477 * 1024, "S", p2(""), inquiry=INQ, parent=0),
+    item(1, 3, "cciss/c0d0p1", "/boot/targetfile.dat", 104391 * 1024, "A", p1(""), inquiry=INQ, parent=1),
+    item(1, 4, "cciss/c0d0p2", "//targetfile.dat", 71545477 * 1024, "S", p2(""), inquiry=INQ, parent=2),
 ]
 WARNINGS = NO_IN_USE

@@ -23,8 +23,8 @@ ITEMS = [
     item(36, 3, "dm-0", "/dev/dm-0", 2095104 * 1024, "P",
          [proc_partition("", "dm-0", 2095104, 253, 0), sys_block("", "dm-0", 253, 0, 4190208, removable=False)],
          in_use=["mounted at /srv"]),
-    item(26, 4, "sda1", "/dev/sda1", 1048576 * 1024, "", sda1(""), in_use=[HOME]),
-    item(26, 5, "sda2", "/dev/sda2", 524288 * 1024, "", sda2(""), in_use=["active swap"]),
-    item(1, 6, "sda1", "/home/targetfile.dat", 1048576 * 1024, "", sda1(""), in_use=[HOME]),
+    item(26, 4, "sda1", "/dev/sda1", 1048576 * 1024, "", sda1(""), in_use=[HOME], parent=0),
+    item(26, 5, "sda2", "/dev/sda2", 524288 * 1024, "", sda2(""), in_use=["active swap"], parent=0),
+    item(1, 6, "sda1", "/home/targetfile.dat", 1048576 * 1024, "", sda1(""), in_use=[HOME], parent=4),
 ]
 WARNINGS = ["dmsetup could not be run: multipath devices and device-mapper relations may be missing"]

@@ -42,12 +42,12 @@ def sda2(p):
 ITEMS = [
     item(36, 0, "sda", "/dev/sda", 31457280 * 1024, "APSVW",
          [proc_partition("", "sda", 31457280, 8, 0)] + sda1("Partition ") + sda2("Partition ")),
-    item(26, 1, "sda1", "/dev/sda1", 524288 * 1024, "A", sda1(""), data=["holds data: configured in /etc/fstab at /boot"]),
-    item(26, 2, "vg0/root", "/dev/vg0/root", 20971520 * 1024, "SV", dm0("")),
-    item(26, 3, "vg0/swap", "/dev/vg0/swap", 2097152 * 1024, "VW", dm1("")),
-    item(26, 4, "vg0/home", "/dev/vg0/home", 7340032 * 1024, "V", dm2("")),
-    item(1, 5, "sda1", "/boot/targetfile.dat", 524288 * 1024, "A", sda1("")),
-    item(1, 6, "vg0-root", "//targetfile.dat", 20971520 * 1024, "SV", dm0("")),
-    item(1, 7, "vg0-home", "/home/targetfile.dat", 7340032 * 1024, "V", dm2("")),
+    item(26, 1, "sda1", "/dev/sda1", 524288 * 1024, "A", sda1(""), data=["holds data: configured in /etc/fstab at /boot"], parent=0),
+    item(26, 2, "vg0/root", "/dev/vg0/root", 20971520 * 1024, "SV", dm0(""), parent=0),
+    item(26, 3, "vg0/swap", "/dev/vg0/swap", 2097152 * 1024, "VW", dm1(""), parent=0),
+    item(26, 4, "vg0/home", "/dev/vg0/home", 7340032 * 1024, "V", dm2(""), parent=0),
+    item(1, 5, "sda1", "/boot/targetfile.dat", 524288 * 1024, "A", sda1(""), parent=1),
+    item(1, 6, "vg0-root", "//targetfile.dat", 20971520 * 1024, "SV", dm0(""), parent=2),
+    item(1, 7, "vg0-home", "/home/targetfile.dat", 7340032 * 1024, "V", dm2(""), parent=4),
 ]
 WARNINGS = [NO_SYS_BLOCK] + NO_IN_USE

@@ -17,8 +17,8 @@ ITEMS = [
     item(36, 0, "mapper/mpatha", "/dev/mapper/mpatha", 10485760 * 1024, "P",
          [proc_partition("", "dm-0", 10485760, 253, 0), dm_dev("", "mpatha", 253, 0, 2, True)] +
          dm1("Holder ") + path(T, "sda", 0) + path(T, "sda", 0) + path(T, "sdb", 16) + path(T, "sdb", 16)),
-    item(26, 1, "/dev/mapper/mpatha1", "/dev/dm-1", 10484736 * 1024, "P", dm1("")),
-    item(1, 2, "mpatha1", "/data/targetfile.dat", 10484736 * 1024, "", dm1("")),
+    item(26, 1, "/dev/mapper/mpatha1", "/dev/dm-1", 10484736 * 1024, "P", dm1(""), parent=0),
+    item(1, 2, "mpatha1", "/data/targetfile.dat", 10484736 * 1024, "", dm1(""), parent=1),
 ]
 WITH_REPORT = True
 WARNINGS = [NO_SYS_BLOCK] + NO_IN_USE

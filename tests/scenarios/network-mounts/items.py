@@ -16,6 +16,6 @@ ITEMS = [
     item(1, 2, "fileserver:/export/home", "/home/targetfile.dat", 0, "", nfs),
     item(1, 3, "user@backup:/srv", "/mnt/backup/targetfile.dat", 0, "", fuse),
     item(1, 4, "gvfsd-fuse", "/run/user/1000/gvfs/targetfile.dat", 0, "", fuse),
-    item(1, 5, "vda", "//targetfile.dat", 41943040 * 1024, "S", vda),
+    item(1, 5, "vda", "//targetfile.dat", 41943040 * 1024, "S", vda, parent=0),
 ]
 WARNINGS = [NO_SYS_BLOCK] + NO_IN_USE

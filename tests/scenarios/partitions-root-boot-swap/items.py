@@ -20,10 +20,10 @@ def sda3(p):
 ITEMS = [
     item(36, 0, "sda", "/dev/sda", 20971520 * 1024, "APSW",
          [proc_partition("", "sda", 20971520, 8, 0)] + sda1("Partition ") + sda2("Partition ") + sda3("Partition ")),
-    item(26, 1, "sda1", "/dev/sda1", 524288 * 1024, "A", sda1(""), data=["holds data: configured in /etc/fstab at /boot"]),
-    item(26, 2, "sda2", "/dev/sda2", 16777216 * 1024, "S", sda2(""), data=["holds data: configured in /etc/fstab at /"]),
-    item(26, 3, "sda3", "/dev/sda3", 2097152 * 1024, "W", sda3(""), data=["holds data: configured in /etc/fstab as swap"]),
-    item(1, 4, "sda1", "/boot/targetfile.dat", 524288 * 1024, "A", sda1("")),
-    item(1, 5, "sda2", "//targetfile.dat", 16777216 * 1024, "S", sda2("")),
+    item(26, 1, "sda1", "/dev/sda1", 524288 * 1024, "A", sda1(""), data=["holds data: configured in /etc/fstab at /boot"], parent=0),
+    item(26, 2, "sda2", "/dev/sda2", 16777216 * 1024, "S", sda2(""), data=["holds data: configured in /etc/fstab at /"], parent=0),
+    item(26, 3, "sda3", "/dev/sda3", 2097152 * 1024, "W", sda3(""), data=["holds data: configured in /etc/fstab as swap"], parent=0),
+    item(1, 4, "sda1", "/boot/targetfile.dat", 524288 * 1024, "A", sda1(""), parent=1),
+    item(1, 5, "sda2", "//targetfile.dat", 16777216 * 1024, "S", sda2(""), parent=2),
 ]
 WARNINGS = [NO_SYS_BLOCK] + NO_IN_USE

@@ -1,0 +1,33 @@
+// Who a device is (target/Identity.h), read through the system view so that a capture records it and
+// its replay gives it back; a snapshot without these files replays with the facts unknown.
+//
+// Sources, for the device of a link (a partition takes its disk's serial, WWN, transport, queue):
+// - sysfs: `ro`, `queue/rotational`, `queue/logical_block_size`, `queue/physical_block_size`, the
+//   serial (`device/serial`, else the unit serial number page `device/vpd_pg80`), `wwid`, and the
+//   link /sys/dev/block/<major>:<minor> of the disk, whose target names the bus the disk hangs on;
+// - /dev/disk/by-id: the device's own link, and the "wwn-" link that carries its WWN;
+// - the signature probe of the run (lin/AtRest.h): type, UUID and label of what lies on it.
+// Nothing is logged.
+#pragma once
+
+#include <string>
+
+#include "target/Identity.h"
+
+namespace vessa::target::lin {
+
+class AtRest;
+class DeviceLink;
+
+// All fields unknown for a device without a node of its own (a network or user-space file system).
+Identity identityOf(const DeviceLink* link, const AtRest& atRest);
+
+// The bus named by the target of a disk's link in sysfs ("../devices/pci0000:00/.../ata1/host0/...":
+// "sata"); "" for a device on none (loop, device mapper, md).
+std::string transportOf(const std::string& sysfsTarget);
+
+// The serial number in a unit serial number page (SCSI VPD page 0x80), blanks around it removed;
+// "" when the page is not one or holds no printable serial.
+std::string serialOfPage80(const std::string& page);
+
+}  // namespace vessa::target::lin
