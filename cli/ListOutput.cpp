@@ -200,11 +200,15 @@ std::string displayNameOf(const vessa::target::Property& property, std::ostrings
 
 void writeStorageJson(JsonWriter& json, const std::string& hostName,
                       const std::list<vessa::target::Storage*>& storage,
-                      const vessa::target::DiscoveryReport* report, const VerdictOf& verdictOf) {
+                      const vessa::target::DiscoveryReport* report, const VerdictOf& verdictOf,
+                      const std::function<void(JsonWriter&)>& hostMembers) {
     std::ostringstream row;
     json.beginObject();
     json.key("host");
     json.value(hostName);
+    if (hostMembers) {
+        hostMembers(json);
+    }
     if (report != nullptr) {
         json.key("complete");
         json.value(report->complete());

@@ -43,10 +43,12 @@ std::string displayNameOf(const vessa::target::Property& property, std::ostrings
 
 // One host's storage as a JSON object: {"host": NAME, "complete": BOOL, "warnings": [...],
 // "storage": [ITEM, ...]}, items in list order; without a report, "complete" and "warnings" are left out.
-// Each item ends with "verdict": {"is": WORD, "reasons": [...]} and "candidate": BOOL.
+// Each item ends with "verdict": {"is": WORD, "reasons": [...]} and "candidate": BOOL. `hostMembers`,
+// when given, writes members of the host's own behind "host" (a fleet's status of the host).
 void writeStorageJson(JsonWriter& json, const std::string& hostName,
                       const std::list<vessa::target::Storage*>& storage,
-                      const vessa::target::DiscoveryReport* report, const VerdictOf& verdictOf);
+                      const vessa::target::DiscoveryReport* report, const VerdictOf& verdictOf,
+                      const std::function<void(JsonWriter&)>& hostMembers = nullptr);
 
 // Text as a terminal may show it: control characters (C0, DEL, C1) and bytes that are not valid UTF-8
 // become "\x1b" (each byte, lower-case hex); valid UTF-8 characters are kept. A backslash is kept as
