@@ -15,7 +15,7 @@ TEST(VerdictListing, RoundTripBehindAnUntouchedListing) {
     excluded.add(Verdict::Excluded, "system");
     excluded.add(Verdict::HoldsData, "holds data: ext4 'root'\tconfigured\nin /etc/fstab");
     inUse.add(Verdict::InUse, "mounted at /mnt/x");
-    inUse.add(Verdict::Unknown, "unknown: its signatures (the device did not answer in time)");
+    inUse.add(Verdict::Unknown, "its signatures (the device did not answer in time)");
     const std::string listing = "136\n[0]~/dev/sda~sda~~~~~[     S    ]~0~0~1~1024~0~1~0\n";
     std::ostringstream out;
     out << listing;
