@@ -6,6 +6,8 @@ namespace vessa::target {
 
 namespace {
 
+const std::string kUnknownPrefix = "unknown: ";
+
 std::string field(std::string text) {
     for (char& c : text) {
         if (c == '\t' || c == '\n' || c == '\r') {
@@ -36,7 +38,11 @@ void writeVerdictListing(std::ostream& out, const std::vector<std::string>& warn
     for (const Verdict& v : verdicts) {
         out << 'v';
         for (int k = Verdict::Excluded; k < Verdict::Candidate; ++k) {
-            for (const std::string& r : v.reasonsOf(static_cast<Verdict::Kind>(k))) {
+            for (std::string r : v.reasonsOf(static_cast<Verdict::Kind>(k))) {
+                // As it was given: the verdict itself puts "unknown: " in front of those reasons.
+                if (k == Verdict::Unknown && r.compare(0, kUnknownPrefix.size(), kUnknownPrefix) == 0) {
+                    r.erase(0, kUnknownPrefix.size());
+                }
                 out << '\t' << k << '\t' << field(r);
             }
         }
