@@ -7,8 +7,10 @@
 namespace vessa::cli {
 
 void JsonWriter::indent(std::size_t level) {
-    buffer_ += '\n';
-    buffer_.append(level * 2, ' ');
+    if (!oneLine_) {
+        buffer_ += '\n';
+        buffer_.append(level * 2, ' ');
+    }
     spill();
 }
 

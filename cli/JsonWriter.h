@@ -15,7 +15,12 @@ namespace vessa::cli {
 
 class JsonWriter {
   public:
-    explicit JsonWriter(std::ostream& out) : out_(out) {}
+    // Indented: two blanks a level, a member or element a line. OneLine: the whole document on one
+    // line (a stream of documents, one a line).
+    enum class Layout { Indented, OneLine };
+
+    explicit JsonWriter(std::ostream& out, Layout layout = Layout::Indented)
+        : out_(out), oneLine_(layout == Layout::OneLine) {}
     ~JsonWriter() { flush(); }
     JsonWriter(const JsonWriter&) = delete;
     JsonWriter& operator=(const JsonWriter&) = delete;
@@ -60,6 +65,7 @@ class JsonWriter {
     }
 
     std::ostream& out_;
+    bool oneLine_;
     std::string buffer_;       // written to out_ in large pieces
     std::vector<bool> empty_;  // per open level: nothing written in it yet
     bool afterKey_ = false;

@@ -246,7 +246,8 @@ std::vector<std::size_t> parentsOf(const std::vector<vessa::target::Storage*>& i
 void writeStorageJson(JsonWriter& json, const std::string& hostName,
                       const std::list<vessa::target::Storage*>& storage,
                       const std::list<vessa::target::Storage*>& whole,
-                      const vessa::target::DiscoveryReport* report, const FactsOf& factsOf) {
+                      const vessa::target::DiscoveryReport* report, const FactsOf& factsOf,
+                      const std::function<void(JsonWriter&)>& hostMembers) {
     const std::vector<vessa::target::Storage*> items(whole.begin(), whole.end());
     const std::vector<std::size_t> parent = parentsOf(items, report);
     std::map<const vessa::target::Storage*, std::size_t> position;
@@ -265,6 +266,9 @@ void writeStorageJson(JsonWriter& json, const std::string& hostName,
     json.value(static_cast<long long>(kJsonSchema));
     json.key("host");
     json.value(hostName);
+    if (hostMembers) {
+        hostMembers(json);
+    }
     if (report != nullptr) {
         json.key("complete");
         json.value(report->complete());

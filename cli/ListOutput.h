@@ -59,11 +59,13 @@ constexpr int kJsonSchema = 1;
 // belong to it there (also when the filter of `storage` leaves them out), null and [] without a tree.
 // Each item carries its identity (null where unknown), its properties as a list of {"key", "name",
 // "value", "description", "category"} (a value that is a decimal number or true/false written as one),
-// "verdict": {"is": WORD, "reasons": [...]} and "candidate": BOOL.
+// "verdict": {"is": WORD, "reasons": [...]} and "candidate": BOOL. `hostMembers`, when given, writes
+// members of the host's own behind "host" (a fleet's status of the host).
 void writeStorageJson(JsonWriter& json, const std::string& hostName,
                       const std::list<vessa::target::Storage*>& storage,
                       const std::list<vessa::target::Storage*>& whole,
-                      const vessa::target::DiscoveryReport* report, const FactsOf& factsOf);
+                      const vessa::target::DiscoveryReport* report, const FactsOf& factsOf,
+                      const std::function<void(JsonWriter&)>& hostMembers = nullptr);
 
 // Text as a terminal may show it: control characters (C0, DEL, C1) and bytes that are not valid UTF-8
 // become "\x1b" (each byte, lower-case hex); valid UTF-8 characters are kept. A backslash is kept as

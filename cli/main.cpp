@@ -6,12 +6,14 @@
 //   vessa-storage capture DIR [--force] [--log FILE] [--command-timeout SECONDS]
 //   vessa-storage check   DEVICE... [--sysroot DIR] [--log FILE] ...
 //   vessa-storage guard   DEVICE... [--log FILE] ... -- COMMAND [ARG...]
-//   (--host: other hosts, over SSH, each on a thread of its own; --ssh-config FILE for ssh -F)
+//   (--host, --hosts-file: other hosts over SSH, --parallel at a time, each within --deadline seconds;
+//    --ssh-config FILE for ssh -F; list: --json-lines streams one document a host, --failed-hosts FILE
+//    keeps the names of those that failed)
 //
-// Exit status: 0 success, 1 failure (one line on standard error naming what failed), 2 usage, 3 some
-// device could not be checked (list --candidates, check). What a run could not see is said on
-// standard error, one warning a line; `list --candidates` lists only the devices that surely are
-// candidates and names the others it could not decide, since it must never guess.
+// Exit status: 0 success, 1 failure (one line on standard error naming what failed; for hosts, some
+// host that did not answer whole), 2 usage, 3 some device could not be checked (list --candidates, check).
+// What a run could not see is said on standard error, one warning a line; `list --candidates` lists only the
+// devices that surely are candidates and names the others it could not decide, since it must never guess.
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -70,6 +72,12 @@ struct Options {
     std::string captureDir;
     bool force = false;
     std::vector<std::string> hosts;
+    std::string hostsFile;
+    unsigned int parallel = 32;
+    unsigned int deadline = 0;  // 0: the command timeout and ssh's connect timeout together
+    bool deadlineSet = false;
+    bool jsonLines = false;
+    std::string failedHosts;
     std::string sshConfig;
 };
 
@@ -167,29 +175,62 @@ void warn(const vessa::target::DiscoveryReport& report) {
     }
 }
 
-// The run's SSH transport and the hosts it asks, so that their shared connections end with the run,
-// also when a signal ends it.
+// The run's SSH transport and the hosts whose shared connections may still be open, so that those end
+// with their host's query, or with the run, also when a signal ends it.
 struct Connections {
     std::mutex mutex;
     std::shared_ptr<vessa::hax::SshTransport> transport;
-    std::vector<std::string> hosts;
+    std::set<std::string> hosts;
 
+    void release(const std::string& host) {
+        std::shared_ptr<vessa::hax::SshTransport> t;
+        {
+            std::lock_guard<std::mutex> lock(mutex);
+            if (hosts.erase(host) == 0) {
+                return;
+            }
+            t = transport;
+        }
+        if (t) {
+            t->endConnections({host});
+        }
+    }
     void end() {
         std::lock_guard<std::mutex> lock(mutex);
         if (transport) {
-            transport->endConnections(hosts);
+            transport->endConnections(std::vector<std::string>(hosts.begin(), hosts.end()));
             transport.reset();
         }
     }
 };
 Connections g_connections;
 
-// The hosts named by --host, asked over SSH; failures are reported and make the exit status 1.
+// The hosts of --host and --hosts-file, in that order.
+std::vector<std::string> hostNames(const Options& o) {
+    std::vector<std::string> names = o.hosts;
+    if (!o.hostsFile.empty()) {
+        std::string text;
+        if (!vessa::sal::sys::current().readFile(o.hostsFile, text)) {
+            throw Failure("cannot read the hosts file " + o.hostsFile);
+        }
+        const std::vector<std::string> more = vessa::cli::parseHostsFile(text);
+        names.insert(names.end(), more.begin(), more.end());
+    }
+    return names;
+}
+
+// The hosts named by --host and --hosts-file, asked over SSH through the window; `done` sees each
+// host as it ends. Each host that failed is named on standard error, then the summary of all.
 std::vector<vessa::cli::FleetAnswer> askHosts(const Options& o, vessa::cli::LogFile& log,
-                                              const std::list<std::string>& extra) {
+                                              const std::list<std::string>& extra,
+                                              const std::function<void(vessa::cli::FleetAnswer&)>& done) {
     if (o.sysroot != "/") {
         throw Refusal("--sysroot and --host cannot be used together");
     }
+    if (o.parallel == 0) {
+        throw Refusal("--parallel needs at least 1");
+    }
+    const std::vector<std::string> names = hostNames(o);
     openLog(o, log);
     const auto transport = std::make_shared<vessa::hax::SshTransport>();
     vessa::hax::setTransport(transport);
@@ -199,14 +240,31 @@ std::vector<vessa::cli::FleetAnswer> askHosts(const Options& o, vessa::cli::LogF
     {
         std::lock_guard<std::mutex> lock(g_connections.mutex);
         g_connections.transport = transport;
-        g_connections.hosts = o.hosts;
+        g_connections.hosts.insert(names.begin(), names.end());
     }
-    std::list<std::string> options = {"-j" + std::to_string(o.inquiryTimeout)};
-    options.insert(options.end(), extra.begin(), extra.end());
-    std::vector<vessa::cli::FleetAnswer> answers =
-        vessa::cli::queryFleet(o.hosts, static_cast<vessa::target::Storage::storageType>(o.type), options);
+    vessa::cli::FleetOptions fleet;
+    fleet.type = static_cast<vessa::target::Storage::storageType>(o.type);
+    fleet.options = {"-j" + std::to_string(o.inquiryTimeout)};
+    fleet.options.insert(fleet.options.end(), extra.begin(), extra.end());
+    fleet.parallel = o.parallel;
+    // ssh's connect timeout, then the programs: the description, the listing.
+    fleet.deadline = o.deadlineSet ? o.deadline : o.commandTimeout == 0 ? 0 : o.commandTimeout + 10;
+    fleet.done = done;
+    fleet.release = [](const std::string& name) { g_connections.release(name); };
+    std::vector<vessa::cli::FleetAnswer> answers = vessa::cli::queryFleet(names, fleet);
     vessa::sal::exec::holdIfEnding();
     g_connections.end();
+    vessa::cli::reportFailures(std::cerr, answers);
+    if (names.size() > 1) {
+        std::cerr << "vessa-storage: " << vessa::cli::fleetSummary(answers) << '\n';
+    }
+    if (!o.failedHosts.empty()) {
+        try {
+            vessa::sal::posix::writeWholeFile(o.failedHosts, vessa::cli::failedHostsText(answers), 0644);
+        } catch (const vessa::sal::posix::FileWriteError& e) {
+            throw Failure("cannot write the failed hosts to " + o.failedHosts + ": " + e.reason());
+        }
+    }
     return answers;
 }
 
@@ -229,10 +287,11 @@ std::string joined(const std::vector<std::string>& texts) {
     return out;
 }
 
-// What a fleet answer could not see. This machine's run says so itself; the listing tool of another
-// host says nothing of devices in use, so its items are never taken for free.
+// What a fleet answer could not see. This machine's run says so itself, and so does the listing tool of
+// another host that gave its verdicts; one that did not says nothing of devices in use, so its items
+// are never taken for free.
 vessa::target::DiscoveryReport reportOf(vessa::target::Host& h) {
-    if (h.id() == vessa::hax::Host::named("127.0.0.1", false).id()) {
+    if (h.verdictsFromHost() || h.id() == vessa::hax::Host::named("127.0.0.1", false).id()) {
         return h.discoveryReport();
     }
     vessa::target::DiscoveryReport r;
@@ -285,55 +344,95 @@ bool needsIdentity(const Options& o) {
     });
 }
 
+// One host's items as shown: its candidates only when asked, and none from a host that could not see
+// all. Warnings and the items that could not be checked are named on standard error; `unknown` is set
+// when some were.
+std::list<vessa::target::Storage*> shownItems(const Options& o, const vessa::cli::FleetAnswer& a,
+                                              bool& unknown) {
+    std::list<vessa::target::Storage*> items;
+    if (a.host == nullptr || (!a.ok() && a.status != vessa::cli::HostStatus::Partial)) {
+        return items;  // its message says what failed
+    }
+    const vessa::target::DiscoveryReport report = reportOf(*a.host);
+    for (const std::string& w : report.warnings) {
+        std::cerr << "vessa-storage: " << vessa::cli::oneLine(a.name) << ": warning: " << w << '\n';
+    }
+    std::size_t undecided = 0;
+    for (vessa::target::Storage* s : a.host->storage()) {
+        const Choice c = choose(a.host->verdict(*s), o.allowData);
+        if (!o.candidates || c == Choice::Take) {
+            items.push_back(s);
+        }
+        undecided += c == Choice::Unknown;
+    }
+    if (o.candidates && undecided != 0) {
+        std::cerr << "vessa-storage: " << vessa::cli::oneLine(a.name) << ": " << undecided
+                  << " items could not be checked and are not listed\n";
+        unknown = true;
+    }
+    return items;
+}
+
+// One host's document, also for a host that failed (with what it listed before, when partial).
+void writeHostDocument(vessa::cli::JsonWriter& json, const vessa::cli::FleetAnswer& a,
+                       const std::list<vessa::target::Storage*>& items) {
+    vessa::target::Host* h = a.host.get();
+    const vessa::target::DiscoveryReport report =
+        h != nullptr && a.ok() ? reportOf(*h) : vessa::target::DiscoveryReport();
+    static const std::list<vessa::target::Storage*> none;
+    vessa::cli::writeStorageJson(
+        json, h != nullptr ? h->name() : a.name, items, h != nullptr ? h->storage() : none,
+        h != nullptr && a.ok() ? &report : nullptr, h != nullptr ? factsOf(*h) : nullptr,
+        [&a](vessa::cli::JsonWriter& j) { vessa::cli::writeHostStatus(j, a); });
+}
+
 int listHosts(const Options& o) {
     if (!o.devices.empty()) {
         throw Refusal("devices can be named on this machine only, not with --host");
     }
     const vessa::cli::Layout layout = layoutOf(o);
     vessa::cli::LogFile log;
-    const std::vector<vessa::cli::FleetAnswer> answers = askHosts(o, log, {"--in-use"});
-    int failed = vessa::cli::reportFailures(std::cerr, answers);
     bool unknown = false;
-    // Each host's own list: its candidates only when asked, and none from a host that could not see all.
-    std::map<vessa::target::Host*, std::list<vessa::target::Storage*>> shown;
-    for (const vessa::cli::FleetAnswer& a : answers) {
-        if (!a.failure.empty()) {
-            continue;
-        }
-        const vessa::target::DiscoveryReport report = reportOf(*a.host);
-        for (const std::string& w : report.warnings) {
-            std::cerr << "vessa-storage: " << vessa::cli::oneLine(a.name) << ": warning: " << w << '\n';
-        }
-        std::list<vessa::target::Storage*>& items = shown[a.host.get()];
-        std::size_t undecided = 0;
-        for (vessa::target::Storage* s : a.host->storage()) {
-            const Choice c = choose(a.host->verdict(*s), o.allowData);
-            if (!o.candidates || c == Choice::Take) {
-                items.push_back(s);
+    // Streamed: each host's line as it ends, and its storage let go at once.
+    std::function<void(vessa::cli::FleetAnswer&)> stream;
+    if (o.jsonLines) {
+        stream = [&o, &unknown](vessa::cli::FleetAnswer& a) {
+            const std::list<vessa::target::Storage*> items = shownItems(o, a, unknown);
+            {
+                vessa::cli::JsonWriter json(std::cout, vessa::cli::JsonWriter::Layout::OneLine);
+                writeHostDocument(json, a, items);
+                json.finish();
             }
-            undecided += c == Choice::Unknown;
-        }
-        if (o.candidates && undecided != 0) {
-            std::cerr << "vessa-storage: " << vessa::cli::oneLine(a.name) << ": " << undecided
-                      << " items could not be checked and are not listed\n";
-            unknown = true;
-        }
+            std::cout.flush();
+            a.host.reset();
+        };
+    }
+    std::vector<vessa::cli::FleetAnswer> answers = askHosts(o, log, {"--in-use", "--verdicts"}, stream);
+    const bool failed = !std::all_of(answers.begin(), answers.end(), [](const auto& a) { return a.ok(); });
+    if (o.jsonLines) {
+        return failed ? 1 : unknown ? kUnknown : 0;
+    }
+    std::map<const vessa::cli::FleetAnswer*, std::list<vessa::target::Storage*>> shown;
+    for (const vessa::cli::FleetAnswer& a : answers) {
+        shown[&a] = shownItems(o, a, unknown);
     }
     if (o.json) {
         vessa::cli::JsonWriter json(std::cout);
-        if (vessa::cli::writeFleetJson(
-                json, answers, [&shown](vessa::cli::JsonWriter& j, vessa::target::Host& h) {
-                    const vessa::target::DiscoveryReport report = reportOf(h);
-                    vessa::cli::writeStorageJson(j, h.name(), shown[&h], h.storage(), &report, factsOf(h));
-                })) {
-            json.finish();
-        }
+        vessa::cli::writeFleetJson(json, answers,
+                                   [&shown](vessa::cli::JsonWriter& j, vessa::cli::FleetAnswer& a) {
+                                       writeHostDocument(j, a, shown[&a]);
+                                   });
+        json.finish();
     } else {
+        std::map<const vessa::target::Host*, const vessa::cli::FleetAnswer*> answerOf;
+        for (const vessa::cli::FleetAnswer& a : answers) {
+            answerOf[a.host.get()] = &a;
+        }
         vessa::cli::printFleetTables(std::cout, answers, [&](std::ostream& out, vessa::target::Host& h) {
-            vessa::cli::printTable(out, shown[&h], layout, factsOf(h));
+            vessa::cli::printTable(out, shown[answerOf[&h]], layout, factsOf(h));
         });
     }
-    return failed != 0 ? 1 : unknown ? kUnknown : 0;
+    return failed ? 1 : unknown ? kUnknown : 0;
 }
 
 // The report's default file is <host name>.xml in the current directory, and only there: the name
@@ -348,14 +447,15 @@ std::string defaultReportFile(const std::string& hostName) {
 }
 
 int reportHosts(const Options& o) {
-    if (o.hosts.size() > 1 && !o.output.empty()) {
+    if ((o.hosts.size() > 1 || !o.hostsFile.empty()) && !o.output.empty()) {
         throw Refusal("--output names one file: leave it out to write <name>.xml for each host");
     }
     vessa::cli::LogFile log;
-    const std::vector<vessa::cli::FleetAnswer> answers = askHosts(o, log, {});
-    int failed = vessa::cli::reportFailures(std::cerr, answers);
+    const std::vector<vessa::cli::FleetAnswer> answers = askHosts(o, log, {}, nullptr);
+    int failed = 0;
     for (const vessa::cli::FleetAnswer& a : answers) {
-        if (!a.failure.empty()) {
+        if (!a.ok()) {
+            ++failed;
             continue;
         }
         std::string file = o.output;
@@ -383,8 +483,11 @@ int reportHosts(const Options& o) {
 }
 
 int list(const Options& o) {
-    if (!o.hosts.empty()) {
+    if (!o.hosts.empty() || !o.hostsFile.empty()) {
         return listHosts(o);
+    }
+    if (o.jsonLines || !o.failedHosts.empty()) {
+        throw Refusal("--json-lines and --failed-hosts are for hosts named by --host or --hosts-file");
     }
     const vessa::cli::Layout layout = layoutOf(o);
     vessa::cli::LogFile log;
@@ -501,7 +604,7 @@ int guard(const Options& o) {
 }
 
 int report(const Options& o) {
-    if (!o.hosts.empty()) {
+    if (!o.hosts.empty() || !o.hostsFile.empty()) {
         return reportHosts(o);
     }
     vessa::cli::LogFile log;
@@ -596,6 +699,14 @@ int main(int argc, char** argv) {
             ->type_name("NAME");
         cmd->add_option("--ssh-config", o.sshConfig, "SSH configuration file for --host (ssh -F)")
             ->type_name("FILE");
+        cmd->add_option("--hosts-file", o.hostsFile, "Ask the hosts of FILE too (one a line, # comments)")
+            ->type_name("FILE");
+        cmd->add_option("--parallel", o.parallel, "Hosts asked at once (default 32)")->type_name("N");
+        cmd->add_option("--deadline", o.deadline,
+                        "At most SECONDS for each host, connection and programs together (default: the "
+                        "command timeout plus 10 s; 0: none)")
+            ->type_name("SECONDS")
+            ->each([&o](const std::string&) { o.deadlineSet = true; });
     };
     app.footer(vessa::cli::exclusionHelp() +
                "Exit status: 0 success, 1 failure, 2 usage, 3 some device could not be checked.");
@@ -618,6 +729,12 @@ int main(int argc, char** argv) {
     listCmd->footer("Columns (-o):\n" + vessa::cli::columnHelp() +
                     "Default: INDEX,TYPE,PATH,NAME,SIZE,EXCLUSIONS,REASONS,IN-USE,INQUIRY.\n\n" +
                     vessa::cli::exclusionHelp());
+    listCmd->add_flag("--json-lines", o.jsonLines,
+                      "With --host: one JSON document a line for each host, as each ends");
+    listCmd
+        ->add_option("--failed-hosts", o.failedHosts,
+                     "With --host: write the hosts that did not answer whole to FILE, one a line")
+        ->type_name("FILE");
     listCmd->add_flag("--tree", o.tree, "Devices nested under what they belong to");
     listCmd->add_flag("--candidates", o.candidates,
                       "Only what may be destroyed by testing: not excluded, not in use, holding no data; "

@@ -1,7 +1,14 @@
 // vessa.shed.env: describes the machine it runs on, one "key=value" line per fact (the nine keys that
-// the controller reads; see target/HostDescription.h).
+// the controller reads; see target/HostDescription.h), then the licence keys that are set
+// (target/LicenseFile.h).
 //
 //   vessa.shed.env [--no-lm]
+//   vessa.shed.env --set KEY=VALUE...      changes licence keys (an empty VALUE removes the key)
+//
+// The licence keys live in the file "license" of the package's configuration directory
+// (VESSA_CONFIG_DIR when set, else /etc/vessa-target for the package), written whole or not at all.
+// Exit status 0; 1 with one line on standard error when the file cannot be written; 2 for a key that
+// is not a licence key or a value that holds a line end.
 //
 // The install directory is VESSA_VLTT_INSTALL_DIR when set, else, for a program installed in a bin
 // directory, the package's directory beside it (<prefix>/lib/vessa-target for
@@ -9,13 +16,21 @@
 #include <sys/utsname.h>
 #include <unistd.h>
 
+#include <sys/stat.h>
+
+#include <cerrno>
 #include <cstdlib>
+#include <cstring>
 #include <iostream>
+#include <map>
 #include <string>
+#include <vector>
 
 #include "platform/HostInfo.h"
+#include "platform/SafeFile.h"
 #include "platform/view/SystemView.h"
 #include "target/HostDescription.h"
+#include "target/LicenseFile.h"
 
 namespace {
 
@@ -43,6 +58,52 @@ std::string installDir() {
     return (parentOf(bin) == "/" ? "" : parentOf(bin)) + "/" + VESSA_PACKAGE_DIR;
 }
 
+std::string configDir() {
+    const char* set = std::getenv("VESSA_CONFIG_DIR");
+    return set != nullptr && set[0] != '\0' ? set : VESSA_CONFIG_DIR_DEFAULT;
+}
+
+std::string licenseFile() {
+    return configDir() + "/license";
+}
+
+std::map<std::string, std::string> readLicense() {
+    std::string text;
+    vessa::sal::sys::current().readFile(licenseFile(), text);
+    return vessa::target::parseLicenseFile(text);
+}
+
+// --set KEY=VALUE...: the licence file with those keys changed.
+int setLicense(const std::vector<std::string>& settings) {
+    std::map<std::string, std::string> values = readLicense();
+    for (const std::string& s : settings) {
+        const std::string::size_type eq = s.find('=');
+        const std::string key = s.substr(0, eq);
+        if (eq == std::string::npos || !vessa::target::isLicenseKey(key)) {
+            std::cerr << "vessa.shed.env: not a licence key: " << key << '\n';
+            return 2;
+        }
+        const std::string value = s.substr(eq + 1);
+        if (value.find_first_of("\r\n") != std::string::npos) {
+            std::cerr << "vessa.shed.env: the value of " << key << " holds a line end\n";
+            return 2;
+        }
+        values[key] = value;
+    }
+    const std::string dir = configDir();
+    if (::mkdir(dir.c_str(), 0755) != 0 && errno != EEXIST) {
+        std::cerr << "vessa.shed.env: cannot make " << dir << ": " << std::strerror(errno) << '\n';
+        return 1;
+    }
+    try {
+        vessa::sal::posix::writeWholeFile(licenseFile(), vessa::target::licenseFileText(values), 0644);
+    } catch (const vessa::sal::posix::FileWriteError& e) {
+        std::cerr << "vessa.shed.env: " << e.why() << '\n';
+        return 1;
+    }
+    return 0;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -52,8 +113,11 @@ int main(int argc, char** argv) {
             std::cout << "vessa.shed.env " << VESSA_VERSION << '\n';
             return 0;
         }
+        if (a == "--set") {
+            return setLicense(std::vector<std::string>(argv + i + 1, argv + argc));
+        }
         if (a != "--no-lm") {
-            std::cerr << "usage: vessa.shed.env [--no-lm]\n";
+            std::cerr << "usage: vessa.shed.env [--no-lm] | --set KEY=VALUE...\n";
             return 2;
         }
     }
@@ -75,6 +139,7 @@ int main(int argc, char** argv) {
     view.readFile("/proc/cpuinfo", facts.cpuInfo);
     facts.onlineCpus = ::sysconf(_SC_NPROCESSORS_ONLN);
     std::cout << vessa::target::hostDescription(facts);
+    std::cout << vessa::target::licenseFileText(readLicense());
     std::cout.flush();
     return std::cout ? 0 : 1;
 }

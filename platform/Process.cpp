@@ -265,8 +265,46 @@ void endGroup(Process& child, unsigned int graceMilliseconds) {
 
 }  // namespace
 
+namespace {
+
+// The calling thread's DeadlineScope, when it has one.
+thread_local bool t_hasDeadline = false;
+thread_local std::chrono::steady_clock::time_point t_deadline;
+
+}  // namespace
+
+DeadlineScope::DeadlineScope(std::chrono::steady_clock::time_point deadline)
+    : hadOuter_(t_hasDeadline), outer_(t_deadline) {
+    t_deadline = hadOuter_ ? std::min(outer_, deadline) : deadline;
+    t_hasDeadline = true;
+}
+
+DeadlineScope::~DeadlineScope() {
+    t_hasDeadline = hadOuter_;
+    t_deadline = outer_;
+}
+
+bool DeadlineScope::current(std::chrono::steady_clock::time_point& deadline) {
+    deadline = t_deadline;
+    return t_hasDeadline;
+}
+
 RunResult runBounded(const std::string& program, const std::list<std::string>& args,
                      const RunStreams& streams, const RunLimits& limits) {
+    std::chrono::steady_clock::time_point deadline =
+        std::chrono::steady_clock::now() + std::chrono::seconds(limits.timeoutSeconds);
+    const bool bounded = limits.timeoutSeconds != 0 || DeadlineScope::current(deadline);
+    if (limits.timeoutSeconds != 0) {
+        std::chrono::steady_clock::time_point scope;
+        if (DeadlineScope::current(scope)) {
+            deadline = std::min(deadline, scope);
+        }
+    }
+    if (bounded && deadline <= std::chrono::steady_clock::now()) {
+        RunResult late;
+        late.outcome = RunResult::TimedOut;
+        return late;
+    }
     // Every pipe end stays close-on-exec: the child receives its ends through the dup2 of create(),
     // which clears the flag on descriptors 0, 1 and 2 only. Marking the ends themselves inheritable
     // would leak them into any child that another thread starts meanwhile, and the output pipe would
@@ -306,7 +344,6 @@ RunResult runBounded(const std::string& program, const std::list<std::string>& a
         err->writeEnd().close();
     }
 
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(limits.timeoutSeconds);
     RunResult result;
     xio::Endpoint* ends[2] = {&out.readEnd(), err ? &err->readEnd() : nullptr};
     const std::function<void(const char*, std::size_t)>* sinks[2] = {&streams.output, &streams.error};
@@ -314,7 +351,7 @@ RunResult runBounded(const std::string& program, const std::list<std::string>& a
     char buffer[1024];
     while (ends[0] != nullptr || ends[1] != nullptr) {
         int wait = -1;
-        if (limits.timeoutSeconds != 0) {
+        if (bounded) {
             const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
                 deadline - std::chrono::steady_clock::now());
             if (left.count() <= 0) {

@@ -6,6 +6,7 @@
 #pragma once
 
 #include <sys/types.h>
+#include <chrono>
 #include <cstddef>
 #include <functional>
 #include <list>
@@ -131,11 +132,31 @@ struct RunResult {
     int status = 0;  // the exit status (as Process::wait gives it) when Exited
 };
 
+// A bound on every bounded run that the calling thread starts while the scope lives, whatever the run's
+// own limits: a run still going at `deadline` is ended as TimedOut, and one started after it is not
+// started at all (TimedOut at once). For work that must end by a time of its own across the several
+// programs it runs (one host of a fleet: its connection, its launchers). Scopes nest; an inner scope
+// can only bring the time forward.
+class DeadlineScope {
+  public:
+    explicit DeadlineScope(std::chrono::steady_clock::time_point deadline);
+    ~DeadlineScope();
+    DeadlineScope(const DeadlineScope&) = delete;
+    DeadlineScope& operator=(const DeadlineScope&) = delete;
+
+    // Whether the calling thread has a deadline, and when.
+    static bool current(std::chrono::steady_clock::time_point& deadline);
+
+  private:
+    bool hadOuter_;
+    std::chrono::steady_clock::time_point outer_;
+};
+
 // Runs `program` with `args` to its end: standard input an open, never-written pipe, standard output
 // a pipe read in chunks of 1024 bytes and appended to `output`, standard error not connected. The
-// child leads a process group of its own. When the limits are exceeded, the whole group gets SIGTERM,
-// then SIGKILL after the grace period; the child is reaped and what it wrote is dropped from `output`.
-// Throws vessa::Exception when the program cannot be started or a pipe fails.
+// child leads a process group of its own. When the limits (or the thread's DeadlineScope) are exceeded, the
+// whole group gets SIGTERM, then SIGKILL after the grace period; the child is reaped and what it wrote is
+// dropped from `output`. Throws vessa::Exception when the program cannot be started or a pipe fails.
 VESSA_API RunResult runBounded(const std::string& program, const std::list<std::string>& args,
                                std::string& output, const RunLimits& limits);
 

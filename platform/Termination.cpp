@@ -7,6 +7,7 @@
 #include <atomic>
 #include <cerrno>
 #include <chrono>
+#include <system_error>
 #include <thread>
 
 namespace vessa::sal::exec {
@@ -97,7 +98,16 @@ void endGroupsOnSignals(std::function<void()> beforeExit, unsigned int graceMill
     }
     g_beforeExit = std::move(beforeExit);
     g_graceMilliseconds = graceMilliseconds;
-    std::thread(finish).detach();
+    try {
+        std::thread(finish).detach();
+    } catch (const std::system_error&) {
+        // No thread can be made now (a process limit): the program runs on, and a signal keeps its
+        // default action rather than wait for a watcher that does not exist.
+        ::close(g_wake[0]);
+        ::close(g_wake[1]);
+        g_wake[0] = g_wake[1] = -1;
+        return;
+    }
     struct sigaction action = {};
     action.sa_handler = onSignal;
     sigemptyset(&action.sa_mask);

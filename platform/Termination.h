@@ -24,7 +24,8 @@ void forgetGroup(pid_t group);
 // `beforeExit` on a thread of its own (e.g. end shared connections; it should not take long), give the
 // groups `graceMilliseconds` to go, kill what remains, and exit with 128 + the signal number (130, 143,
 // 129) without running exit handlers or flushing output. A second signal meanwhile kills the groups
-// and exits at once. Call once, early in main, before any thread starts.
+// and exits at once. Call once, early in main, before any thread starts. When no thread can be made
+// (a process limit), nothing changes: the signals keep their default action.
 void endGroupsOnSignals(std::function<void()> beforeExit, unsigned int graceMilliseconds = 1000);
 
 // True once such a signal arrived: the program is ending and must not go on to print results.

@@ -7,6 +7,7 @@
 #include "platform/Log.h"
 #include "platform/Str.h"
 #include "platform/view/SystemView.h"
+#include "target/LicenseFile.h"
 
 namespace vessa::target {
 
@@ -38,6 +39,7 @@ Host::Host(const Host& other)
       cpuCount_(other.cpuCount_),
       extendedInfo_(other.extendedInfo_),
       queryFailure_(other.queryFailure_),
+      verdictsFromHost_(other.verdictsFromHost_),
       storage_(other.storage_),
       discoveryReport_(other.discoveryReport_),
       verdicts_(other.verdicts_),
@@ -222,6 +224,10 @@ void Host::parseHostInfo(const std::string& output) {
                                     &osVersion_,    &osBits_,     &cpuName_, &cpuCount_};
     static const char* const keys[] = {"vltt.version", "vltt.installdir", "build.os", "build.cpu", "os.name",
                                        "os.version",   "os.bits",         "cpu.name", "cpu.count"};
+    license_ = LicenseInfo();
+    void (LicenseInfo::*const licenseSetters[])(const std::string&) = {
+        &LicenseInfo::setProvider, &LicenseInfo::setServer, &LicenseInfo::setPort, &LicenseInfo::setExpiry,
+        &LicenseInfo::setFeature};
     std::istringstream in(output);
     for (std::string line; std::getline(in, line);) {
         const std::string::size_type eq = line.find('=');
@@ -234,8 +240,37 @@ void Host::parseHostInfo(const std::string& output) {
                 break;
             }
         }
+        for (std::size_t k = 0; k < 5; ++k) {
+            if (key == kLicenseKeys[k]) {
+                (license_.*licenseSetters[k])(util::str::trim(value));
+            }
+        }
     }
     VESSA_LOG_AT(kUnit, trace) << "Finished parsing output.";
+}
+
+void Host::updateLicenseInfo(const LicenseInfo& info) {
+    VESSA_TRACE(kUnit, "Host::updateLicenseInfo");
+    const std::string values[] = {info.provider(), info.server(), info.port(), info.expiry(), info.feature()};
+    std::list<std::string> args = {"--host", agent_.name(), "--exec", "vessa.shed.env", "--set"};
+    for (std::size_t k = 0; k < 5; ++k) {
+        if (values[k].find_first_of("\r\n") != std::string::npos) {
+            throw Exception(std::string("the licence value of ") + kLicenseKeys[k] + " holds a line end",
+                            sal::err::kConversion);
+        }
+        args.push_back(std::string(kLicenseKeys[k]) + "=" + values[k]);
+    }
+    VESSA_LOG << "Executing vessa.shed.env --set on " << agent_.name();
+    std::string output;
+    std::string why;
+    const int status = quickExec("pelo", args, output, &why);
+    if (status != 0) {
+        throw Exception("cannot change the licence information on " + agent_.name() + ": " +
+                        (!why.empty() ? why
+                         : status < 0 ? std::string("the launcher pelo could not be run")
+                                      : "vessa.shed.env --set ended with status " + std::to_string(status)));
+    }
+    refreshHostInfo();
 }
 
 }  // namespace vessa::target

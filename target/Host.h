@@ -77,9 +77,13 @@ class VESSA_API Host {
     void setDiscoveryReport(DiscoveryReport report) { discoveryReport_ = std::move(report); }
     // Whether `item` (an item of this host's list) may be destroyed by testing, and why not
     // (target/Verdict.h). A local discovery run decides it for every item it makes, whatever the
-    // options of fill(); an item of a remote listing is unknown, since the listing tool does not say
-    // what is in use or holds data.
+    // options of fill(); so does a remote query given the option "--verdicts", whose listing tool then
+    // sends the verdicts of the host's own run (target/VerdictListing.h). Any other item of a remote
+    // listing is unknown, since the listing alone does not say what is in use or holds data.
     Verdict verdict(const Storage& item) const;
+    // Whether the items of the last remote query carry the host's own verdicts; the discovery report
+    // then holds the warnings of the host's run.
+    bool verdictsFromHost() const { return verdictsFromHost_; }
     // Set by the local discovery for each item it makes.
     void setVerdict(const Storage* item, Verdict verdict);
     // Who the device of `item` is (target/Identity.h): set by a local discovery run asked for it
@@ -106,11 +110,21 @@ class VESSA_API Host {
     // one that has not ended after `seconds` (0: no bound; default 120) is ended together with what
     // it started and counts as a program that failed.
     static void setCommandTimeout(unsigned int seconds);
+    // Reads the description, and the licence information, through the launcher and the environment
+    // tool. A run that fails is logged only; the description stays as it was.
     void refreshHostInfo();
     // The parsing half of refreshHostInfo: sets the description from the environment tool's output,
     // lines of a key, "=" and a value (see refreshHostInfo); keys it does not know are ignored and
-    // members whose key is absent keep their value. Logs as refreshHostInfo does.
+    // members whose key is absent keep their value. Logs as refreshHostInfo does. The licence keys
+    // (target/LicenseFile.h) fill licenseInfo(); the licence is what the output says, so a key that
+    // is absent leaves its field empty.
     void parseHostInfo(const std::string& output);
+    // Sets the host's licence information to `info` (an empty field removes its key) through the
+    // launcher and the environment tool ("vessa.shed.env --set key=value ..."), which keeps it in the
+    // package's configuration directory, then reads the description back (refreshHostInfo). Throws
+    // vessa::Exception naming the host when the tool could not change it (a field holding a line end,
+    // a host that cannot be reached, a file that cannot be written).
+    void updateLicenseInfo(const LicenseInfo& info);
 
     // Programs: a local process (optionally in an xterm), or a command run on this host through the
     // launcher. Errors of the platform reach the caller.
@@ -174,6 +188,7 @@ class VESSA_API Host {
     std::string cpuCount_;
     std::list<Property> extendedInfo_;
     std::string queryFailure_;
+    bool verdictsFromHost_ = false;
     std::list<Storage*> storage_;
     DiscoveryReport discoveryReport_;
     std::map<const Storage*, Verdict> verdicts_;

@@ -1,10 +1,13 @@
 // Storage queries of a host: local discovery for this machine, the listing tool through the launcher
 // for any other, on the caller's thread or on a worker.
+#include <algorithm>
+#include <iterator>
 #include <memory>
 
 #include "platform/Log.h"
 #include "platform/Str.h"
 #include "target/Host.h"
+#include "target/VerdictListing.h"
 
 namespace vessa::target {
 
@@ -52,6 +55,7 @@ int Host::fill(Storage::storageType type, callback cb, bool /*flag*/, const std:
 void Host::QueryDrives(callback& cb, const Request& request) {
     VESSA_TRACE(kUnit, "Host::QueryDrives");
     queryFailure_.clear();
+    verdictsFromHost_ = false;
     std::list<std::string> args = {"--host",
                                    agent_.name(),
                                    "--workdir",
@@ -83,6 +87,12 @@ void Host::QueryDrives(callback& cb, const Request& request) {
         cb(80, "Retrieved device list...parsing...");
     }
     VESSA_LOG << "Reading korvo output";
+    // Asked for, the host's verdicts follow the listing as a document of their own: cut off here, so
+    // that the listing is read exactly as it always is.
+    const bool askedVerdicts =
+        std::find(request.second.begin(), request.second.end(), "--verdicts") != request.second.end();
+    const std::string verdicts = askedVerdicts ? cutVerdictListing(output) : std::string();
+    const std::size_t before = storage_.size();
     std::istringstream listing(output);
     std::string().swap(output);  // the stream holds its own copy
     int version = 0;
@@ -101,6 +111,20 @@ void Host::QueryDrives(callback& cb, const Request& request) {
         } else {
             version = number;
         }
+    }
+    std::vector<std::string> warnings;
+    std::vector<Verdict> found;
+    if (!verdicts.empty() && parseVerdictListing(verdicts, storage_.size() - before, warnings, found)) {
+        auto item = std::next(storage_.begin(), static_cast<std::ptrdiff_t>(before));
+        for (Verdict& v : found) {
+            setVerdict(*item++, std::move(v));
+        }
+        DiscoveryReport report;
+        report.warnings = std::move(warnings);
+        setDiscoveryReport(std::move(report));
+        verdictsFromHost_ = true;
+    } else if (askedVerdicts) {
+        VESSA_LOG << "No verdicts from korvo on " << agent_.name();
     }
 }
 

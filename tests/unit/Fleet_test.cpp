@@ -32,36 +32,49 @@ TEST(Fleet, EveryHostAnswersOrFailsByNameWithoutStoppingTheOthers) {
     vessa::hax::clearHostCache();
     vessa::hax::setTransport(std::make_shared<Reachability>());
     vessa::test::ScopedView view(std::string(VESSA_SOURCE_DIR) + "/tests/scenarios/plain-disks/root");
-    auto answers =
-        vessa::cli::queryFleet({"localhost", "127.0.0.9", "127.0.0.1", "127.0.0.8"}, Storage::allStorage, {});
+    vessa::cli::FleetOptions options;
+    options.parallel = 2;
+    std::vector<std::string> done;
+    options.done = [&done](vessa::cli::FleetAnswer& a) { done.push_back(a.name); };
+    auto answers = vessa::cli::queryFleet({"localhost", "127.0.0.9", "127.0.0.1", "127.0.0.8"}, options);
     ASSERT_EQ(answers.size(), 3u);  // 127.0.0.1 is localhost again
+    EXPECT_EQ(done.size(), 3u);
     EXPECT_EQ(answers[0].name, "localhost");
-    EXPECT_EQ(answers[0].failure, "");
+    EXPECT_EQ(answers[0].status, vessa::cli::HostStatus::Ok);
+    EXPECT_EQ(answers[0].message, "");
     EXPECT_EQ(answers[0].host->storage().size(), 2u);
-    EXPECT_NE(answers[1].failure.find("Connection refused"), std::string::npos) << answers[1].failure;
-    EXPECT_EQ(answers[2].failure, "the launcher pelo could not be run");
+    EXPECT_EQ(answers[1].status, vessa::cli::HostStatus::Unreachable);
+    EXPECT_EQ(answers[1].message, "cannot reach 127.0.0.9: Connection refused");  // no C++ type name
+    EXPECT_EQ(answers[2].status, vessa::cli::HostStatus::Error);
+    EXPECT_EQ(answers[2].message, "the launcher pelo could not be run");
 
     std::ostringstream err;
     EXPECT_EQ(vessa::cli::reportFailures(err, answers), 2);
     EXPECT_EQ(err.str().find("vessa-storage: 127.0.0.9: "), 0u) << err.str();
 
-    auto document = [](vessa::cli::JsonWriter& j, vessa::target::Host& h) {
+    auto document = [](vessa::cli::JsonWriter& j, vessa::cli::FleetAnswer& a) {
         j.beginObject();
         j.key("host");
-        j.value(h.name());
+        j.value(a.name);
+        vessa::cli::writeHostStatus(j, a);
         j.endObject();
     };
-    auto written = [&document](const std::vector<vessa::cli::FleetAnswer>& a) {
+    auto written = [&document](std::vector<vessa::cli::FleetAnswer>& a) {
         std::ostringstream out;
         vessa::cli::JsonWriter json(out);
         vessa::cli::writeFleetJson(json, a, document);
         json.flush();
         return out.str();
     };
-    EXPECT_EQ(written(answers), "{\n  \"hosts\": [\n    {\n      \"host\": \"localhost\"\n    }\n  ]\n}");
-    std::vector<vessa::cli::FleetAnswer> one;
-    one.push_back(vessa::cli::FleetAnswer{"localhost", std::move(answers[0].host), ""});
-    EXPECT_EQ(written(one), "{\n  \"host\": \"localhost\"\n}");
+    answers.resize(2);
+    EXPECT_EQ(written(answers),
+              "{\n  \"hosts\": [\n    {\n      \"host\": \"localhost\",\n      \"status\": \"ok\",\n"
+              "      \"message\": \"\"\n    },\n    {\n      \"host\": \"127.0.0.9\",\n"
+              "      \"status\": \"unreachable\",\n      \"message\": \"cannot reach 127.0.0.9: Connection "
+              "refused\"\n    }\n  ]\n}");
+    answers.resize(1);
+    EXPECT_EQ(written(answers),
+              "{\n  \"host\": \"localhost\",\n  \"status\": \"ok\",\n  \"message\": \"\"\n}");
     vessa::hax::setTransport(nullptr);
     vessa::hax::clearHostCache();
 }
@@ -69,11 +82,40 @@ TEST(Fleet, EveryHostAnswersOrFailsByNameWithoutStoppingTheOthers) {
 // The one line that names a failed host stays one line, whatever the name or the reason hold.
 TEST(Fleet, FailureLinesStayOneLine) {
     std::vector<vessa::cli::FleetAnswer> answers;
-    answers.push_back(
-        vessa::cli::FleetAnswer{"evil\nvessa-storage: fake\x1b[2J", nullptr, "cannot reach\r\nx"});
+    answers.push_back(vessa::cli::FleetAnswer{"evil\nvessa-storage: fake\x1b[2J", nullptr,
+                                              vessa::cli::HostStatus::Error, "cannot reach\r\nx"});
     std::ostringstream err;
     EXPECT_EQ(vessa::cli::reportFailures(err, answers), 1);
     EXPECT_EQ(err.str(), "vessa-storage: evil?vessa-storage: fake?[2J: cannot reach??x\n");
 }
 
 }  // namespace
+
+// Statuses from what ssh and the tools really say; the summary, the retry list and a hosts file.
+TEST(Fleet, StatusesSummaryAndHostLists) {
+    using vessa::cli::HostStatus;
+    const std::pair<const char*, HostStatus> cases[] = {
+        {"cannot reach h reading the environment value V: ssh: connect to host h port 22: Connection refused",
+         HostStatus::Unreachable},
+        {"cannot reach h reading the environment value V: ssh: Could not resolve hostname h: Name or service "
+         "not known",
+         HostStatus::Unreachable},
+        {"cannot reach h reading the environment value V: Connection timed out during banner exchange",
+         HostStatus::Timeout},
+        {"pelo did not end within the command timeout of 120 s and was ended", HostStatus::Timeout},
+        {"cannot reach h reading the environment value V: root@h: Permission denied (publickey).",
+         HostStatus::Auth},
+        {"cannot reach h reading the environment value V: Host key verification failed.", HostStatus::Auth},
+        {"korvo did not run to its end through pelo (exit status 1)", HostStatus::Error},
+    };
+    std::vector<vessa::cli::FleetAnswer> answers;
+    for (const auto& [text, status] : cases) {
+        EXPECT_EQ(vessa::cli::statusOf(text), status) << text;
+        answers.push_back(vessa::cli::FleetAnswer{std::to_string(answers.size()), nullptr, status, text});
+    }
+    answers.push_back(vessa::cli::FleetAnswer{"fine", nullptr, HostStatus::Ok, ""});
+    EXPECT_EQ(vessa::cli::fleetSummary(answers), "1 ok, 2 unreachable, 2 auth, 2 timeout, 1 error");
+    EXPECT_EQ(vessa::cli::failedHostsText(answers), "0\n1\n2\n3\n4\n5\n6\n");
+    EXPECT_EQ(vessa::cli::parseHostsFile("# lab\n  host1  \n\nhost2 # the old one\n\t#\nhost3"),
+              (std::vector<std::string>{"host1", "host2", "host3"}));
+}
