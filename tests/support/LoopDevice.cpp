@@ -42,6 +42,11 @@ LoopDevice::LoopDevice(unsigned long long bytes) {
     std::string out;
     if (rc == 0 && run("losetup --find --show " + file_, &out) == 0) {
         device_ = vessa::util::str::trim(out);
+        // A loop device keeps its read-only mark and the partitions added to it across detaching: those
+        // left by a run that was killed before it could undo its own would make this device refuse
+        // writes, or show partitions of a table it does not have.
+        run("blockdev --setrw " + device_);
+        run("partx -d " + device_);
     }
 }
 
