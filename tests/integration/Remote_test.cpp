@@ -4,7 +4,11 @@
 // it logs in); everything is stopped and removed at the end of the test, also when it fails.
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <filesystem>
+#include <fstream>
 #include <set>
+#include <thread>
 #include <tuple>
 
 #include <nlohmann/json.hpp>
@@ -22,6 +26,19 @@ using Answer = vessa::test::SshAnswer;
 const std::string kBin = VESSA_BINARY_DIR, kStorage = kBin + "/cli/vessa-storage";
 const char* const kAddress = "127.0.0.2";
 const char* const kDead = "127.0.0.3";
+
+// Whether a process of this machine has `word` among its arguments.
+bool runningWith(const std::string& word) {
+    for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
+        std::ifstream in(entry.path() / "cmdline");
+        for (std::string arg; std::getline(in, arg, '\0');) {
+            if (arg == word) {
+                return true;
+            }
+        }
+    }
+    return false;
+}
 
 // Path, size and the A M P S V W columns of every physical device of a list document.
 std::set<std::tuple<std::string, unsigned long long, std::string>> physical(const std::string& json) {
@@ -83,6 +100,17 @@ TEST(Remote, ListFleetLauncherAndInstallDirectoryOverSsh) {
     EXPECT_EQ(missing.status, 255);
     EXPECT_EQ(missing.err, std::string("pelo: cannot run no-such-program-here on ") + kAddress +
                                ": no-such-program-here: not found\n");
+
+    // A remote program ends with its session: the launcher ended on this side (here by the runner's
+    // timeout) leaves nothing running on the host.
+    const Answer cut = sshd.run(pelo, {"--host", kAddress, "--exec", "sleep", "299.25"}, true, 2);
+    EXPECT_EQ(cut.status, -1);
+    bool ended = false;
+    for (int i = 0; i < 50 && !ended; ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        ended = !runningWith("299.25");
+    }
+    EXPECT_TRUE(ended) << "the remote sleep outlived its session";
 
     vessa::hax::SshTransport::Options o;
     o.configFile = sshd.config;
