@@ -73,6 +73,8 @@ and the pkg-config file.")
 set(CPACK_DEBIAN_PROGRAMS_PACKAGE_NAME ${VESSA_DEB_PROGRAMS})
 set(CPACK_DEBIAN_PROGRAMS_PACKAGE_SECTION admin)
 set(CPACK_DEBIAN_PROGRAMS_PACKAGE_RECOMMENDS "lvm2, openssh-client")
+# The Ansible fact lies in /etc: the administrator may change it, and an upgrade keeps the change.
+set(CPACK_DEBIAN_PROGRAMS_PACKAGE_CONTROL_EXTRA ${PROJECT_SOURCE_DIR}/packaging/conffiles)
 set(CPACK_COMPONENT_PROGRAMS_DESCRIPTION "storage discovery of Linux test hosts - programs
 ${VESSA_DEB_ABOUT}
 
