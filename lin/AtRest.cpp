@@ -8,6 +8,7 @@
 #include "lin/DeviceLink.h"
 #include "lin/MTableEntry.h"
 #include "lin/ProcPartition.h"
+#include "lin/common.h"
 #include "platform/view/SystemView.h"
 
 namespace vessa::target::lin {
@@ -236,13 +237,7 @@ std::vector<std::string> AtRest::unknown(const DeviceLink* link) const {
     if (s.state == sal::sys::SignatureProbe::NotRead) {
         out.emplace_back("its signatures (not read: none recorded)");
     } else if (s.state == sal::sys::SignatureProbe::Failed) {
-        const int err = s.err;
-        out.push_back("its signatures (" +
-                      std::string(err == ETIMEDOUT ? "the device did not answer in time"
-                                  : err == EACCES  ? "not running as root"
-                                  : err == ENXIO   ? "its path is not running"
-                                                   : std::strerror(err)) +
-                      ")");
+        out.push_back("its signatures (" + probeFailure(s.err) + ")");
     }
     return out;
 }

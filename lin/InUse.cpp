@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <charconv>
-#include <cstring>
 #include <memory>
 #include <sstream>
 #include <unordered_set>
@@ -12,6 +11,7 @@
 #include "lin/MTableEntry.h"
 #include "lin/ProcPartition.h"
 #include "lin/SysBlock.h"
+#include "lin/common.h"
 #include "platform/Log.h"
 #include "platform/view/SystemView.h"
 
@@ -261,11 +261,7 @@ std::vector<std::string> InUse::unknown(const DeviceLink* link) const {
     if (it != untested_.end()) {
         const int err = it->second;
         out.push_back("whether anything holds it open (" +
-                      std::string(err == ENOENT   ? "not tested"
-                                  : err == EACCES ? "not running as root"
-                                  : err == ENXIO  ? "its path is not running"
-                                                  : std::strerror(err)) +
-                      ")");
+                      (err == ENOENT ? "not tested" : probeFailure(err)) + ")");
     }
     return out;
 }

@@ -1,5 +1,6 @@
 #include "lin/common.h"
 
+#include <cerrno>
 #include <cstring>
 #include <exception>
 
@@ -8,6 +9,13 @@
 #include "platform/view/SystemView.h"
 
 namespace vessa::target::lin {
+
+std::string probeFailure(int err) {
+    return err == ETIMEDOUT ? "the device did not answer in time"
+           : err == EACCES  ? "not running as root"
+           : err == ENXIO   ? "its path is not running"
+                            : std::strerror(err);
+}
 
 namespace {
 constexpr const char* kUnit = "lin/common.cpp";

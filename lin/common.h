@@ -25,4 +25,8 @@ void getInquiry(const std::string& device, std::string& inquiry, unsigned int ti
 // "host:channel:id:lun", or "None".
 void getScsiAddress(const std::string& device, std::string& address);
 
+// Why a device probe could not tell, in words, from its errno: the timeout, missing rights and a path
+// left alone have words of their own, anything else the system's text.
+std::string probeFailure(int err);
+
 }  // namespace vessa::target::lin
