@@ -2,10 +2,15 @@
 # The live benchmark (run by hand as root, not in CI): real kernel block devices instead of a snapshot.
 # Makes N blank loop devices and N/4 with a GPT of two partitions (sparse files in --work; every device
 # and file is undone on exit, also on failure or interruption), then runs, in turn on the same devices,
-# `vessa-storage list --json`, `lsblk -J -f` (which reads every device's content) and
-# `lsblk -J -o NAME,MAJ:MIN,SIZE,TYPE,MOUNTPOINT,MODEL`, 3 times each, and prints one row per program:
-# the median elapsed time, its ratio to `lsblk -f`, the processes each run started (counted with
-# strace: forks and clones that are not threads) and the peak resident memory.
+# `vessa-storage list --json`, `lsblk -J -f`, `lsblk -J -o NAME,MAJ:MIN,SIZE,TYPE,MOUNTPOINT,MODEL` and
+# `blkid -c /dev/null` (one process that reads the signatures of every device the kernel lists), 3 times
+# each, and prints one row per program: the median elapsed time, its ratio to `lsblk -f`, the processes
+# each run started (counted with strace: forks and clones that are not threads), the block devices it
+# opened (strace again) and the peak resident memory.
+#
+# Where no udev database is kept (/run/udev/data), `lsblk -f` reads no device at all and prints empty
+# file system columns: the devices-opened column shows it. The blkid row is then the baseline of a run
+# that does look at every device's content.
 #
 #   bench/live.sh [N] [--runs 3] [--work /tmp/vessa-live] [--build build/default] [--size MiB]
 set -euo pipefail
@@ -27,7 +32,7 @@ while (($#)); do
     esac
 done
 [ "$(id -u)" -eq 0 ] || { echo "bench/live.sh makes loop devices: run it as root" >&2; exit 1; }
-for tool in losetup sfdisk partx lsblk strace /usr/bin/time; do
+for tool in losetup sfdisk partx lsblk blkid strace python3 /usr/bin/time; do
     command -v "$tool" >/dev/null || { echo "$tool is missing" >&2; exit 1; }
 done
 ours=${VESSA_STORAGE:-}
@@ -38,11 +43,24 @@ fi
 
 mkdir -p "$work"
 devices=()
+# Loop nodes that losetup makes stay after they are detached, and every tool that walks /sys/block (and
+# each LVM tool, which opens them all) pays for them in later runs: those this run made are removed.
+before=$(ls /sys/block)
 cleanup() {
     local d
     for d in "${devices[@]}"; do
         losetup -d "$d" 2>/dev/null || true
     done
+    comm -13 <(echo "$before" | sort) <(ls /sys/block | sort) | python3 -c '
+import fcntl, os, sys
+control = os.open("/dev/loop-control", os.O_RDWR)
+for name in sys.stdin.read().split():
+    if name.startswith("loop") and name[4:].isdigit():
+        try:
+            fcntl.ioctl(control, 0x4C81, int(name[4:]))  # LOOP_CTL_REMOVE
+        except OSError:
+            pass  # still bound, or gone
+' || true
     rm -f "$work"/blank-*.img "$work"/gpt-*.img "$work"/gpt.template "$work"/*.stamp "$work"/*.trace
 }
 trap cleanup EXIT
@@ -67,9 +85,9 @@ udevadm settle 2>/dev/null || true
 blockdevs=$(($(wc -l </proc/partitions) - 2))
 echo "block devices on the machine: $blockdevs" >&2
 
-# One program's runs: prints "median-seconds processes peak-KiB".
+# One program's runs: prints "median-seconds processes peak-KiB devices-opened".
 measure() {
-    local name=$1 i times=() procs=0 peak=0 t m
+    local name=$1 i times=() procs=0 peak=0 opened=0 t m
     shift
     "$@" >/dev/null 2>&1 || true  # warm the caches alike for every program
     for ((i = 0; i < runs; i++)); do
@@ -79,18 +97,27 @@ measure() {
         ((m > peak)) && peak=$m
     done
     # Processes: every fork, vfork or clone that makes a process rather than a thread.
-    strace -f -qq -o "$work/$name.trace" -e trace=fork,vfork,clone,clone3 "$@" >/dev/null 2>&1 || true
+    strace -f -qq -o "$work/$name.trace" -e trace=fork,vfork,clone,clone3,open,openat "$@" >/dev/null 2>&1 || true
     procs=$(grep -E '(^|[0-9] )(fork|vfork|clone|clone3)\(' "$work/$name.trace" | grep -vc 'CLONE_THREAD' || true)
-    echo "$(printf '%s\n' "${times[@]}" | sort -g | sed -n "$(((runs + 1) / 2))p") $procs $peak"
+    # Devices: the distinct block device nodes opened with success.
+    opened=$(sed -nE 's/.*open(at)?\([^"]*"(\/dev\/[^"]+)".*= [0-9]+$/\2/p' "$work/$name.trace" | sort -u |
+        while read -r node; do if [ -b "$node" ]; then echo "$node"; fi; done | wc -l)
+    echo "$(printf '%s\n' "${times[@]}" | sort -g | sed -n "$(((runs + 1) / 2))p") $procs $peak $opened"
 }
 
-read -r ours_t ours_p ours_m < <(measure ours "$ours" list --json)
-read -r f_t f_p f_m < <(measure lsblk-f lsblk -J -f)
-read -r o_t o_p o_m < <(measure lsblk-o lsblk -J -o NAME,MAJ:MIN,SIZE,TYPE,MOUNTPOINT,MODEL)
+read -r ours_t ours_p ours_m ours_d < <(measure ours "$ours" list --json)
+read -r f_t f_p f_m f_d < <(measure lsblk-f lsblk -J -f)
+read -r o_t o_p o_m o_d < <(measure lsblk-o lsblk -J -o NAME,MAJ:MIN,SIZE,TYPE,MOUNTPOINT,MODEL)
+read -r b_t b_p b_m b_d < <(measure blkid blkid -c /dev/null)
 
 ratio() { awk -v a="$1" -v b="$2" 'BEGIN { if (b > 0) printf "%.2f", a / b; else print "-" }'; }
 printf '\n%d blank + %d partitioned loop devices, %d block devices, median of %d runs\n\n' "$n" "$gpt" "$blockdevs" "$runs"
-printf '%-58s %9s %12s %10s %10s\n' program seconds "vs lsblk -f" processes peak-MiB
-printf '%-58s %9s %12s %10s %10d\n' "vessa-storage list --json" "$ours_t" "$(ratio "$ours_t" "$f_t")" "$ours_p" $((ours_m / 1024))
-printf '%-58s %9s %12s %10s %10d\n' "lsblk -J -f" "$f_t" "1.00" "$f_p" $((f_m / 1024))
-printf '%-58s %9s %12s %10s %10d\n' "lsblk -J -o NAME,MAJ:MIN,SIZE,TYPE,MOUNTPOINT,MODEL" "$o_t" "$(ratio "$o_t" "$f_t")" "$o_p" $((o_m / 1024))
+row() {
+    printf '%-58s %9s %12s %9s %10s %10s %10d\n' "$1" "$2" "$(ratio "$2" "$f_t")" "$(ratio "$2" "$b_t")" "$3" "$5" \
+        $(($4 / 1024))
+}
+printf '%-58s %9s %12s %9s %10s %10s %10s\n' program seconds "vs lsblk -f" "vs blkid" processes opened peak-MiB
+row "vessa-storage list --json" "$ours_t" "$ours_p" "$ours_m" "$ours_d"
+row "lsblk -J -f" "$f_t" "$f_p" "$f_m" "$f_d"
+row "lsblk -J -o NAME,MAJ:MIN,SIZE,TYPE,MOUNTPOINT,MODEL" "$o_t" "$o_p" "$o_m" "$o_d"
+row "blkid -c /dev/null" "$b_t" "$b_p" "$b_m" "$b_d"
