@@ -54,6 +54,10 @@ bool hasDeviceMapper(const std::list<ProcPartition*>& procPartitions) {
 
 }  // namespace
 
+std::vector<std::string> watchedSources() {
+    return {"/proc/partitions", "/etc/mtab", "/etc/fstab"};
+}
+
 std::vector<std::string> completenessWarnings(const sal::sys::RunScope& scope,
                                               const std::vector<DiscoveryReport::Failure>& failures,
                                               const std::list<ProcPartition*>& procPartitions) {

@@ -18,6 +18,9 @@ namespace vessa::target::lin {
 
 class ProcPartition;
 
+// The files whose failure to read completenessWarnings() tells: the run's scope watches them.
+std::vector<std::string> watchedSources();
+
 // The warnings of a run made in `scope`, whose partition list is `procPartitions` and whose readers
 // stopped as `failures` say. Asks the system view a few more questions (privileges, whether the
 // kernel has device-mapper) but logs nothing.

@@ -341,7 +341,7 @@ std::uint32_t GetStorage(Host* host, Storage::storageType type, unsigned int inq
         }
     };
     // Directory listings are read once for the whole run, and what the sources came to is noted.
-    sal::sys::RunScope scope;
+    sal::sys::RunScope scope(watchedSources());
     std::unique_ptr<Host> localHost(Host::named("127.0.0.1", false));
     RunRecords r;
     Host* lh = localHost.get();

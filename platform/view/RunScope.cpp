@@ -1,5 +1,6 @@
 #include "platform/view/RunScope.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <string_view>
@@ -408,8 +409,8 @@ class RunScope::CachingView : public View {
     void leaveAlone(const std::vector<std::string>& names) { leftAlone_.insert(names.begin(), names.end()); }
 
     std::vector<Command> commands_;
+    std::vector<std::string> watched_;
     std::vector<std::string> unreadable_;
-    std::unordered_set<std::string> unreadableSet_;
 
   private:
     struct AheadCommand {
@@ -547,7 +548,8 @@ class RunScope::CachingView : public View {
     }
 
     void noteRead(const std::string& path, bool read) {
-        if (!read && unreadableSet_.insert(path).second) {
+        if (!read && std::find(watched_.begin(), watched_.end(), path) != watched_.end() &&
+            std::find(unreadable_.begin(), unreadable_.end(), path) == unreadable_.end()) {
             unreadable_.push_back(path);
         }
     }
@@ -563,10 +565,11 @@ namespace {
 thread_local RunScope* t_scope = nullptr;
 }
 
-RunScope::RunScope()
+RunScope::RunScope(std::vector<std::string> watched)
     : view_(std::make_unique<CachingView>(current())),
       previous_(detail::t_scopeView),
       previousScope_(t_scope) {
+    view_->watched_ = std::move(watched);
     detail::t_scopeView = view_.get();
     t_scope = this;
 }
@@ -591,7 +594,7 @@ const std::vector<std::string>& RunScope::unreadable() const {
 }
 
 bool RunScope::wasUnreadable(const std::string& path) const {
-    return view_->unreadableSet_.count(path) != 0;
+    return std::find(view_->unreadable_.begin(), view_->unreadable_.end(), path) != view_->unreadable_.end();
 }
 
 void RunScope::runAhead(const std::vector<CommandLine>& commands) {

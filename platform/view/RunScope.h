@@ -5,8 +5,8 @@
 //   answered from memory. On a host with thousands of devices the readers ask about the same few
 //   directories (/sys/block, /dev, /dev/mapper) once per device, and listing them again each time made
 //   a run quadratic. The machine is taken not to change during one run.
-// - what became of every program run through the view, and which files could not be read, is written
-//   down, so that the run can tell afterwards what it could not see.
+// - what became of every program run through the view, and which of the files the run watches could
+//   not be read, is written down, so that the run can tell afterwards what it could not see.
 // Everything else goes to the view that was current when the scope began, which must not be replaced
 // while the scope lives. Scopes nest; each thread has its own. A scope is not shared between threads.
 #pragma once
@@ -31,7 +31,10 @@ class RunScope {
         std::size_t outputBytes = 0;  // what the program wrote to its standard output
     };
 
-    RunScope();
+    // `watched`: the files whose failure to read the run wants to know (unreadable()). Only those: on a
+    // host with tens of thousands of devices the attributes a device does not have (a serial number, a
+    // WWID) are hundreds of thousands of reads that fail as they should.
+    explicit RunScope(std::vector<std::string> watched = {});
     ~RunScope();
     RunScope(const RunScope&) = delete;
     RunScope& operator=(const RunScope&) = delete;
@@ -43,7 +46,7 @@ class RunScope {
     static void noteFailure(const std::string& source, const std::string& reason);
     const std::vector<std::pair<std::string, std::string>>& failures() const { return failures_; }
 
-    // Host paths of the files that could not be read in this scope, in order, each once.
+    // Host paths of the watched files that could not be read in this scope, in order, each once.
     const std::vector<std::string>& unreadable() const;
     bool wasUnreadable(const std::string& path) const;
 

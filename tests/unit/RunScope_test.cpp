@@ -66,7 +66,7 @@ TEST(RunScope, ReadAheadAnswersAsTheViewWould) {
         view.dirs["/long"].push_back("N" + std::to_string(i));
     }
     vessa::test::ScopedView scoped(std::move(owned));
-    sys::RunScope scope;
+    sys::RunScope scope({"/sys/block/sdc/dev", "/sys/block/sdb/size", "/sys/block/sda/dev"});
     using Ahead = sys::RunScope::Ahead;
     sys::RunScope::readAhead({"/sys/block/sda", "/sys/block/sdb", "/sys/block/sdc"},
                              {{Ahead::Directory, ""}, {Ahead::File, "/dev"}, {Ahead::File, "/size"}});
