@@ -3,7 +3,8 @@
 
 A case starts with "$ ARGS": the program's arguments, split as a shell would, optionally preceded by
 VAR=VALUE settings of its environment and followed by ">FILE" (standard output into FILE); "@NAME"
-stands for the snapshot root of scenario NAME. Then, all optional:
+stands for the snapshot root of scenario NAME, or of the snapshot NAME beside the case file. Then, all
+optional:
   ? STATUS     the exit status (default 0)
   > LINE       standard output is exactly these lines, in order
   ~ REGEX      some line of standard output matches (re.search)
@@ -23,7 +24,7 @@ def cases(text):
     for number, line in enumerate(text.splitlines(), 1):
         if not line.strip() or line.startswith("#"):
             continue
-        if line.startswith("$ "):
+        if line == "$" or line.startswith("$ "):
             case = {"line": number, "args": line[2:], "status": 0, "out": None, "match": [], "nomatch": [],
                     "err": []}
             yield case
@@ -41,7 +42,7 @@ def cases(text):
             raise SystemExit("line %d: not part of a case: %s" % (number, line))
 
 
-def run(program, case, scenarios):
+def run(program, case, roots):
     words = shlex.split(case["args"])
     env = {k: v for k, v in os.environ.items() if k not in ("LC_ALL", "LC_CTYPE", "LANG", "TERM")}
     while words and re.match(r"^[A-Z_]+=", words[0]):
@@ -50,7 +51,8 @@ def run(program, case, scenarios):
     stdout = subprocess.PIPE
     if words and words[-1].startswith(">"):
         stdout = open(words.pop()[1:], "w")
-    words = [str(scenarios / w[1:] / "root") if w.startswith("@") else w for w in words]
+    words = [str(next((d / w[1:] / "root" for d in roots if (d / w[1:]).is_dir()), w)) if w.startswith("@")
+             else w for w in words]
     done = subprocess.run([program] + words, stdout=stdout, stderr=subprocess.PIPE, env=env, timeout=60)
     out = done.stdout.decode() if done.stdout is not None else ""
     err = done.stderr.decode()
@@ -77,7 +79,7 @@ def main():
     failed = 0
     all_cases = list(cases(case_file.read_text()))
     for case in all_cases:
-        problems = run(program, case, scenarios)
+        problems = run(program, case, [scenarios, case_file.parent])
         if problems:
             failed += 1
             print("%s:%d: $ %s\n  %s" % (case_file.name, case["line"], case["args"], "\n  ".join(problems)))

@@ -23,6 +23,7 @@
 #include "support/ScriptedView.h"
 #include "support/TestSupport.h"
 #include "target/Host.h"
+#include "target/Property.h"
 
 namespace fs = std::filesystem;
 using vessa::target::Host;
@@ -198,6 +199,15 @@ std::string recordsOf(const fs::path& file) {
     }
     if (says("fstab")) {
         return eachOf<FsTableEntry>([&](auto& l) { FsTableEntry::parse(text, l); }, entry);
+    }
+    if (says("xml-clean")) {  // each line as an element's name and as its text
+        std::istringstream lines(text);
+        for (std::string line; std::getline(lines, line);) {
+            std::string name = line, cleaned = line;
+            vessa::target::Property::cleanForXmlElement(name);
+            vessa::target::Property::cleanForXmlText(cleaned);
+            out += name + " | " + cleaned + "\n";
+        }
     }
     if (says("listing")) {
         return listing(text, says("fs-listing") ? Storage::fileSystemStorage : Storage::physicalStorage);

@@ -57,7 +57,7 @@ TEST_F(Report, OneItemOfEachType) {
 // Two items at one path: two identical declarations and two sets of rows of one name.
 TEST_F(Report, TextsThatNeedEscapingAndRepeatedTables) {
     const std::map<std::string, Property> props = {
-        {"note", Property("note", "a<b & c", "Note \"q\"", "it's", "General")},
+        {"note", Property("note<", "a<b & c", "Note \"q\"", "it's", "General")},
         {"ctl", Property("ctl", "\x01hidden", "", "", "Debug")},
     };
     add(new Storage(Storage::discoveredBlockDevice, "d", "/dev/d", 1, 0, "", 0, props));
