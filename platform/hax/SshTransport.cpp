@@ -288,9 +288,11 @@ std::list<std::string> SshTransport::commonArguments() const {
     if (!config.empty()) {
         args.insert(args.end(), {"-F", config});
     }
-    const std::string sockets =
-        options_.controlDirectory.empty() ? controlDirectory() : options_.controlDirectory;
-    if (sockets.empty() || !options_.shareConnections) {
+    // Without sharing no socket directory is looked for (or made).
+    const std::string sockets = !options_.shareConnections          ? std::string()
+                                : options_.controlDirectory.empty() ? controlDirectory()
+                                                                    : options_.controlDirectory;
+    if (sockets.empty()) {
         args.insert(args.end(), {"-o", "ControlMaster=no"});
     } else {
         args.insert(args.end(), {"-o", "ControlPath=" + sockets + "/" + controlKey(config) + "-%C"});
