@@ -1,5 +1,6 @@
 // Storage queries of a host: local discovery for this machine, the listing tool through the launcher
-// for any other, on the caller's thread or on a worker.
+// for any other, on the caller's thread or on a worker; or the description and the listing of a remote
+// host in one session (askOnce).
 #include <algorithm>
 #include <cstring>
 #include <iterator>
