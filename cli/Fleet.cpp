@@ -27,8 +27,9 @@ bool holds(const std::string& text, std::initializer_list<const char*> parts) {
     return false;
 }
 
-// One host, on the calling worker: its Host (which reads its description) and its listing, every
-// program of both bounded by the host's deadline.
+// One host, on the calling worker: its description and its listing, in one session where the transport
+// can (Host::askOnce), else as any caller asks (its Host, which reads its description, then its listing);
+// every program bounded by the host's deadline.
 void askOne(FleetAnswer& answer, const FleetOptions& o) {
     using Clock = std::chrono::steady_clock;
     const Clock::time_point deadline = Clock::now() + std::chrono::seconds(o.deadline);
@@ -40,8 +41,10 @@ void askOne(FleetAnswer& answer, const FleetOptions& o) {
             scope = std::make_unique<sal::exec::DeadlineScope>(deadline);
         }
         try {
-            answer.host.reset(vessa::target::Host::named(answer.name, false));
-            answer.host->fill(o.type, nullptr, false, o.options);
+            if (!vessa::target::Host::askOnce(answer.name, o.type, o.options, answer.host)) {
+                answer.host.reset(vessa::target::Host::named(answer.name, false));
+                answer.host->fill(o.type, nullptr, false, o.options);
+            }
             failure = answer.host->lastQueryFailure();
         } catch (const vessa::target::ListingLineError& e) {
             failure = errorText(e);  // names the line; the items before it stay
@@ -111,9 +114,6 @@ std::vector<FleetAnswer> queryFleet(const std::vector<std::string>& names, const
     auto work = [&answers, &next, &doneLock, &options] {
         for (std::size_t i; (i = next++) < answers.size();) {
             askOne(answers[i], options);
-            if (options.release) {
-                options.release(answers[i].name);
-            }
             if (options.done) {
                 std::lock_guard<std::mutex> lock(doneLock);
                 options.done(answers[i]);

@@ -2,9 +2,10 @@
 // bounded by a deadline of its own, every host ending with a status and a message in words.
 //
 // Resources: at most `parallel` hosts are asked at a time, each by one worker thread that runs the
-// host's programs one after another (ssh, the launcher and its ssh), so threads, processes and
-// descriptors grow with the window, not with the fleet. A worker that cannot be created only narrows
-// the window (the calling thread is always a worker); a program that cannot be started fails its host.
+// host's programs (over SSH: one ssh, whose one session reads the description and the listing), so
+// threads, processes and descriptors grow with the window, not with the fleet. A worker that cannot be
+// created only narrows the window (the calling thread is always a worker); a program that cannot be started
+// fails its host.
 #pragma once
 
 #include <functional>
@@ -55,9 +56,6 @@ struct FleetOptions {
     // Called on the worker as each host ends, one call at a time (under the fleet's lock), in the order
     // the hosts end; it may take the host away (stream it, then let it go).
     std::function<void(FleetAnswer&)> done;
-    // Called on the worker after each host, outside its deadline: what the host's query holds open
-    // (its shared connection) may go.
-    std::function<void(const std::string& name)> release;
 };
 
 // Asks every host of `names` through the window; answers are in the order of `names`. Names that are

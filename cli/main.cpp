@@ -24,7 +24,6 @@
 #include <iostream>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <set>
 
 #include <CLI/CLI.hpp>
@@ -175,36 +174,6 @@ void warn(const vessa::target::DiscoveryReport& report) {
     }
 }
 
-// The run's SSH transport and the hosts whose shared connections may still be open, so that those end
-// with their host's query, or with the run, also when a signal ends it.
-struct Connections {
-    std::mutex mutex;
-    std::shared_ptr<vessa::hax::SshTransport> transport;
-    std::set<std::string> hosts;
-
-    void release(const std::string& host) {
-        std::shared_ptr<vessa::hax::SshTransport> t;
-        {
-            std::lock_guard<std::mutex> lock(mutex);
-            if (hosts.erase(host) == 0) {
-                return;
-            }
-            t = transport;
-        }
-        if (t) {
-            t->endConnections({host});
-        }
-    }
-    void end() {
-        std::lock_guard<std::mutex> lock(mutex);
-        if (transport) {
-            transport->endConnections(std::vector<std::string>(hosts.begin(), hosts.end()));
-            transport.reset();
-        }
-    }
-};
-Connections g_connections;
-
 // The hosts of --host and --hosts-file, in that order.
 std::vector<std::string> hostNames(const Options& o) {
     std::vector<std::string> names = o.hosts;
@@ -232,28 +201,24 @@ std::vector<vessa::cli::FleetAnswer> askHosts(const Options& o, vessa::cli::LogF
     }
     const std::vector<std::string> names = hostNames(o);
     openLog(o, log);
-    const auto transport = std::make_shared<vessa::hax::SshTransport>();
-    vessa::hax::setTransport(transport);
+    // Each host is asked in one session (Host::askOnce): a connection kept for it would serve nothing
+    // more, and would cost a master process and its ending.
+    vessa::hax::SshTransport::Options ssh;
+    ssh.shareConnections = false;
+    vessa::hax::setTransport(std::make_shared<vessa::hax::SshTransport>(ssh));
     if (!o.sshConfig.empty()) {
         vessa::hax::setSshConfig(o.sshConfig);
-    }
-    {
-        std::lock_guard<std::mutex> lock(g_connections.mutex);
-        g_connections.transport = transport;
-        g_connections.hosts.insert(names.begin(), names.end());
     }
     vessa::cli::FleetOptions fleet;
     fleet.type = static_cast<vessa::target::Storage::storageType>(o.type);
     fleet.options = {"-j" + std::to_string(o.inquiryTimeout)};
     fleet.options.insert(fleet.options.end(), extra.begin(), extra.end());
     fleet.parallel = o.parallel;
-    // ssh's connect timeout, then the programs: the description, the listing.
+    // ssh's connect timeout, then the session: the description, the listing.
     fleet.deadline = o.deadlineSet ? o.deadline : o.commandTimeout == 0 ? 0 : o.commandTimeout + 10;
     fleet.done = done;
-    fleet.release = [](const std::string& name) { g_connections.release(name); };
     std::vector<vessa::cli::FleetAnswer> answers = vessa::cli::queryFleet(names, fleet);
     vessa::sal::exec::holdIfEnding();
-    g_connections.end();
     vessa::cli::reportFailures(std::cerr, answers);
     if (names.size() > 1) {
         std::cerr << "vessa-storage: " << vessa::cli::fleetSummary(answers) << '\n';
@@ -838,9 +803,9 @@ int main(int argc, char** argv) {
     }
 
     vessa::target::Host::setCommandTimeout(o.commandTimeout);
-    // Ended by a signal, the program ends every tool, launcher and ssh it started, and the shared
-    // connections of the hosts it asks; the helpers that ask devices go with the process.
-    vessa::sal::exec::endGroupsOnSignals([] { g_connections.end(); });
+    // Ended by a signal, the program ends every tool, launcher and ssh it started (no connection to a
+    // host outlives its session); the helpers that ask devices go with the process.
+    vessa::sal::exec::endGroupsOnSignals(nullptr);
     try {
         if (listCmd->parsed()) {
             return checkWritten(list(o));

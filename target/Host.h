@@ -13,6 +13,7 @@
 #include <iosfwd>
 #include <list>
 #include <map>
+#include <memory>
 #include <sstream>
 #include <string>
 #include <utility>
@@ -143,6 +144,16 @@ class VESSA_API Host {
     // What failed in the last remote query, which reports a failed run of its listing tool only in the
     // log: "" when the tool ran to a successful end (and always for this machine).
     const std::string& lastQueryFailure() const { return queryFailure_; }
+    // A remote host asked in one session of the agent's transport (hax::Host::run): the description
+    // that named() reads, then the listing that fill(type, ..., options) reads, where those cost three
+    // sessions (the environment tool, the install directory, the listing tool). For a caller that talks
+    // to each host once, such as a fleet. `host` is set as soon as the description is read, so that a
+    // listing cut short keeps its items there. False, with `host` untouched, when the host is this
+    // machine or the transport cannot run programs: ask through named() and fill() then. Throws
+    // vessa::Exception naming the host when the session could not be had; a listing tool that failed is
+    // lastQueryFailure(), as after fill().
+    static bool askOnce(const std::string& name, Storage::storageType type,
+                        const std::list<std::string>& options, std::unique_ptr<Host>& host);
     void ThreadDrives(Request& request);
     sal::exec::Thread queryDevices(Storage::storageType type, const std::list<std::string>& options);
 
@@ -168,6 +179,12 @@ class VESSA_API Host {
     static void setLocalDiscovery(LocalDiscovery discovery);
 
   private:
+    struct Unread {};
+    // A Host whose description is not read (askOnce reads it itself).
+    Host(const vessa::hax::Host& agentHost, Unread) : agent_(agentHost) {}
+    // The reading half of QueryDrives: the listing tool's output (`output` is used up), with the
+    // verdicts behind it when the request asked for them.
+    void readListing(std::string& output, callback& cb, const Request& request);
     // The quick execution: runs `program` locally to its end through the system view and captures its
     // standard output; the exit status, or -1 when it could not be run or was ended by the command
     // limits (`why`, when given, then says which).

@@ -1,11 +1,15 @@
 // Storage queries of a host: local discovery for this machine, the listing tool through the launcher
-// for any other, on the caller's thread or on a worker.
+// for any other, on the caller's thread or on a worker; or the description and the listing of a remote
+// host in one session (askOnce).
 #include <algorithm>
+#include <cstring>
 #include <iterator>
 #include <memory>
 
+#include "platform/Exception.h"
 #include "platform/Log.h"
 #include "platform/Str.h"
+#include "platform/view/SystemView.h"
 #include "target/Host.h"
 #include "target/VerdictListing.h"
 
@@ -30,6 +34,21 @@ const char* typeOption(Storage::storageType type) {
     }
     return "";
 }
+
+// The one session of askOnce, run by `sh -c` with the listing tool's arguments: the description and its
+// exit status behind a mark line, then the listing tool in <install dir>/korvo_tests/ (made when
+// missing), where the install directory is the session's VESSA_VLTT_INSTALL_DIR, else the description's
+// (as the agent's environment lookup answers it).
+constexpr const char* kDescribed = "\n\036vessa: described ";
+constexpr const char* kOneSession =
+    "e=$(vessa.shed.env --no-lm 2>/dev/null); s=$?\n"
+    "printf '%s\\n\\036vessa: described %s\\n' \"$e\" \"$s\"\n"
+    "if [ -n \"${VESSA_VLTT_INSTALL_DIR+set}\" ]; then d=$VESSA_VLTT_INSTALL_DIR\n"
+    "else d=$(printf '%s\\n' \"$e\" | sed -n 's/^vltt\\.installdir=//p'); fi\n"
+    "d=$d/korvo_tests/\n"
+    "[ -d \"$d\" ] || mkdir -p -- \"$d\" || exit 255\n"
+    "cd -- \"$d\" || exit 255\n"
+    "exec korvo \"$@\"";
 
 }  // namespace
 
@@ -83,10 +102,16 @@ void Host::QueryDrives(callback& cb, const Request& request) {
                                            std::to_string(status) + ")";
         return;
     }
+    readListing(output, cb, request);
+}
+
+void Host::readListing(std::string& output, callback& cb, const Request& request) {
+    // The lines read as QueryDrives's, as they always have.
+    const char* const trace = "Host::QueryDrives";
     if (cb != nullptr) {
         cb(80, "Retrieved device list...parsing...");
     }
-    VESSA_LOG << "Reading korvo output";
+    VESSA_LOG_AT(kUnit, trace) << "Reading korvo output";
     // Asked for, the host's verdicts follow the listing as a document of their own: cut off here, so
     // that the listing is read exactly as it always is.
     const bool askedVerdicts =
@@ -98,7 +123,7 @@ void Host::QueryDrives(callback& cb, const Request& request) {
     int version = 0;
     for (std::string line; std::getline(listing, line);) {
         if (version != 0) {
-            VESSA_LOG << "Parsing: " << util::str::trim(line);
+            VESSA_LOG_AT(kUnit, trace) << "Parsing: " << util::str::trim(line);
             continue;
         }
         if (line.size() <= 2) {
@@ -124,8 +149,52 @@ void Host::QueryDrives(callback& cb, const Request& request) {
         setDiscoveryReport(std::move(report));
         verdictsFromHost_ = true;
     } else if (askedVerdicts) {
-        VESSA_LOG << "No verdicts from korvo on " << agent_.name();
+        VESSA_LOG_AT(kUnit, trace) << "No verdicts from korvo on " << agent_.name();
     }
+}
+
+bool Host::askOnce(const std::string& name, Storage::storageType type, const std::list<std::string>& options,
+                   std::unique_ptr<Host>& host) {
+    VESSA_TRACE(kUnit, "Host::askOnce");
+    const vessa::hax::Host agent = vessa::hax::Host::named(name, false);
+    std::list<std::string> args = {"-c", kOneSession, "korvo", "-zt", "-zh", typeOption(type)};
+    args.insert(args.end(), options.begin(), options.end());
+    std::string output;
+    int status = 0;
+    VESSA_LOG << "Executing vessa.shed.env and korvo on " << name;
+    try {
+        // Standard error goes, as it does from the launcher runs of fill().
+        status = agent.run(
+            "", false, "sh", args,
+            [&output](const char* data, std::size_t size) { output.append(data, size); }, nullptr,
+            sal::sys::commandLimits(), "vessa.shed.env and korvo");
+    } catch (const Exception& e) {
+        if (e.domain() == sal::err::kVessa && e.code() == sal::err::kUnsupported) {
+            return false;  // nothing was tried on the host
+        }
+        throw;
+    }
+    const std::string::size_type mark = output.find(kDescribed);
+    const std::string::size_type end = output.find('\n', mark + 1);
+    if (mark == std::string::npos || end == std::string::npos) {
+        throw Exception("the session on " + name + " ended before the description of the host (exit status " +
+                        std::to_string(status) + ")");
+    }
+    host.reset(new Host(agent, Unread()));
+    if (output.compare(mark + std::strlen(kDescribed), end - mark - std::strlen(kDescribed), "0") == 0) {
+        host->parseHostInfo(output.substr(0, mark + 1));
+    } else {
+        VESSA_LOG << "Execution failed";  // the description stays empty, as with refreshHostInfo
+    }
+    output.erase(0, end + 1);
+    if (status != 0) {
+        host->queryFailure_ =
+            "korvo did not run to its end on " + name + " (exit status " + std::to_string(status) + ")";
+        return true;
+    }
+    callback none = nullptr;
+    host->readListing(output, none, Request(type, options));
+    return true;
 }
 
 void Host::ThreadDrives(Request& request) {

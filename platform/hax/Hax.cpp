@@ -103,6 +103,12 @@ void Transport::signalProcesses(const std::string& address, const std::vector<in
     throw Exception("the agent transport cannot end processes on " + address, sal::err::kUnsupported);
 }
 
+int Transport::run(const std::string& address, const std::string&, bool, const std::string&,
+                   const std::list<std::string>&, const Sink&, const Sink&, const sal::exec::RunLimits&,
+                   const std::string&) {
+    throw Exception("the agent transport cannot run programs on " + address, sal::err::kUnsupported);
+}
+
 void setSshConfig(const std::string& path) {
     {
         std::lock_guard<std::mutex> lock(registry().mutex);
@@ -220,6 +226,16 @@ std::string Host::envValueOf(const std::string& name) const {
         return value == nullptr ? "" : value;
     }
     return transportFor(impl().name, "reading an environment value")->envValueOf(impl().name, name);
+}
+
+int Host::run(const std::string& workdir, bool createWorkdir, const std::string& program,
+              const std::list<std::string>& args, const Transport::Sink& output, const Transport::Sink& error,
+              const sal::exec::RunLimits& limits, const std::string& label) const {
+    if (impl().local) {
+        throw Exception("programs of this machine are not run through the agent", sal::err::kUnsupported);
+    }
+    return transportFor(impl().name, "running a program")
+        ->run(impl().name, workdir, createWorkdir, program, args, output, error, limits, label);
 }
 
 int Host::fill(const std::string& directory, std::list<FSItem>& items) const {

@@ -13,6 +13,7 @@
 // shared by every caller, guarded by one mutex).
 #pragma once
 
+#include <functional>
 #include <list>
 #include <memory>
 #include <string>
@@ -76,6 +77,13 @@ class VESSA_API Transport {
                              const std::list<std::string>& args);
     virtual std::vector<int> runningProcesses(const std::string& address, const std::vector<int>& pids);
     virtual void signalProcesses(const std::string& address, const std::vector<int>& pids, int signal);
+    // Runs `program` with `args` on the host to its end, as SshTransport::run does; `label` names the
+    // run in messages (empty: the program). A transport that cannot keeps the default, which throws
+    // vessa::Exception (kUnsupported) before anything is tried on the host.
+    typedef std::function<void(const char*, std::size_t)> Sink;
+    virtual int run(const std::string& address, const std::string& workdir, bool createWorkdir,
+                    const std::string& program, const std::list<std::string>& args, const Sink& output,
+                    const Sink& error, const sal::exec::RunLimits& limits, const std::string& label);
 };
 
 // Uses `transport` for every remote host from now on (nullptr: none, the default: a controller chooses
@@ -117,6 +125,10 @@ class VESSA_API Host {
     void putFSItem(const std::string& local, const std::string& remote) const;
     void getFSItem(const std::string& remote, const std::string& local) const;
     void deleteFSItem(const std::string& path) const;
+    // Transport::run on this host; throws vessa::Exception (kUnsupported) for this machine.
+    int run(const std::string& workdir, bool createWorkdir, const std::string& program,
+            const std::list<std::string>& args, const Transport::Sink& output, const Transport::Sink& error,
+            const sal::exec::RunLimits& limits, const std::string& label) const;
 
     // Processes the agent runs for the controller on this host: start one, list those that still run,
     // end them politely (SIGTERM) or forcibly (SIGKILL). On a remote host through the transport; the

@@ -259,17 +259,20 @@ struct SshTransport::Call {
     bool unboundedOutput = false;
 };
 
-SshTransport::SshTransport()
-    : SshTransport(Options(), [](const std::string& program, const std::list<std::string>& args,
-                                 const sal::exec::RunStreams& streams, const sal::exec::RunLimits& limits) {
-          return sal::exec::runBounded(program, args, streams, limits);
-      }) {
+SshTransport::SshTransport() : SshTransport(Options()) {
     // The launchers this process starts join its run's connections; a launcher passes the value on.
     const char* run = std::getenv(kRunVariable);
     if (run == nullptr || run[0] == '\0') {
         sal::sys::setCommandVariable(kRunVariable, std::to_string(::getpid()));
     }
 }
+
+SshTransport::SshTransport(Options options)
+    : SshTransport(std::move(options),
+                   [](const std::string& program, const std::list<std::string>& args,
+                      const sal::exec::RunStreams& streams, const sal::exec::RunLimits& limits) {
+                       return sal::exec::runBounded(program, args, streams, limits);
+                   }) {}
 
 SshTransport::SshTransport(Options options, Runner runner)
     : options_(std::move(options)), runner_(std::move(runner)) {}
@@ -285,8 +288,10 @@ std::list<std::string> SshTransport::commonArguments() const {
     if (!config.empty()) {
         args.insert(args.end(), {"-F", config});
     }
-    const std::string sockets =
-        options_.controlDirectory.empty() ? controlDirectory() : options_.controlDirectory;
+    // Without sharing no socket directory is looked for (or made).
+    const std::string sockets = !options_.shareConnections          ? std::string()
+                                : options_.controlDirectory.empty() ? controlDirectory()
+                                                                    : options_.controlDirectory;
     if (sockets.empty()) {
         args.insert(args.end(), {"-o", "ControlMaster=no"});
     } else {
@@ -468,11 +473,10 @@ void SshTransport::signalProcesses(const std::string& address, const std::vector
 }
 
 int SshTransport::run(const std::string& address, const std::string& workdir, bool createWorkdir,
-                      const std::string& program, const std::list<std::string>& args,
-                      const std::function<void(const char*, std::size_t)>& output,
-                      const std::function<void(const char*, std::size_t)>& error,
-                      const sal::exec::RunLimits& limits) {
+                      const std::string& program, const std::list<std::string>& args, const Sink& output,
+                      const Sink& error, const sal::exec::RunLimits& limits, const std::string& label) {
     VESSA_TRACE(kUnit, "SshTransport::run");
+    const std::string& name = label.empty() ? program : label;
     std::list<std::string> words = {workdir, createWorkdir ? "1" : "0", program};
     words.insert(words.end(), args.begin(), args.end());
     // Standard input stays open and unwritten: its end tells the host that the session is over.
@@ -515,16 +519,15 @@ int SshTransport::run(const std::string& address, const std::string& workdir, bo
     try {
         result = runner_(options_.program, argv, streams, limits);
     } catch (const Exception& e) {
-        throw Exception(
-            "cannot run ssh on this machine to run " + program + " on " + address + ": " + e.why(), e.code(),
-            e.domain());
+        throw Exception("cannot run ssh on this machine to run " + name + " on " + address + ": " + e.why(),
+                        e.code(), e.domain());
     }
     if (result.outcome == sal::exec::RunResult::TimedOut) {
-        throw Exception(program + " on " + address + " did not end within " +
+        throw Exception(name + " on " + address + " did not end within " +
                         std::to_string(limits.timeoutSeconds) + " s");
     }
     if (result.outcome == sal::exec::RunResult::TooMuchOutput) {
-        throw Exception(program + " on " + address + " wrote more than " + std::to_string(limits.maxOutput) +
+        throw Exception(name + " on " + address + " wrote more than " + std::to_string(limits.maxOutput) +
                         " bytes");
     }
     if (!started) {
@@ -532,7 +535,7 @@ int SshTransport::run(const std::string& address, const std::string& workdir, bo
         if (reason.empty()) {
             reason = "ssh ended with status " + std::to_string(result.status);
         }
-        throw Exception("cannot run " + program + " on " + address + ": " + reason, sal::err::kNotFound);
+        throw Exception("cannot run " + name + " on " + address + ": " + reason, sal::err::kNotFound);
     }
     return result.status;
 }

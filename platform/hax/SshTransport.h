@@ -18,7 +18,8 @@
 //                               KEY names the configuration and the run (controlKey()), so a connection
 //                               made under one configuration is never used under another.
 //                               endConnections() ends a run's connections; the 60 s only bound those of
-//                               a run that was killed before it could.
+//                               a run that was killed before it could. A transport made without shared
+//                               connections (Options::shareConnections) gives ControlMaster=no instead.
 // Everything else (user, port, keys, known hosts, proxies) comes from the user's own SSH configuration.
 // The destination is the host's name as the user gave it, so that ssh checks the host key recorded for
 // that name: a name that now resolves elsewhere meets ssh's own host-key failure.
@@ -79,11 +80,17 @@ class SshTransport : public Transport {
         std::string configFile;
         // The sockets' directory; empty: controlDirectory() at each call.
         std::string controlDirectory;
+        // Whether calls share one connection per host (ControlMaster=auto and the rest above); without,
+        // every call makes a connection of its own and leaves nothing behind (ControlMaster=no), which is
+        // cheaper for a caller that talks to each host once.
+        bool shareConnections = true;
     };
 
     // runBounded, default options; sets VESSA_SSH_RUN for the programs the view runs (a launcher then
     // shares this run's connections) unless it is set already.
     SshTransport();
+    // runBounded, these options.
+    explicit SshTransport(Options options);
     SshTransport(Options options, Runner runner);
 
     std::string envValueOf(const std::string& address, const std::string& name) override;
@@ -103,9 +110,14 @@ class SshTransport : public Transport {
     // vessa::Exception naming the host and the reason when the program could not be started there
     // (no connection, no such directory or program); a program that starts and fails is its status.
     int run(const std::string& address, const std::string& workdir, bool createWorkdir,
-            const std::string& program, const std::list<std::string>& args,
-            const std::function<void(const char*, std::size_t)>& output,
-            const std::function<void(const char*, std::size_t)>& error, const sal::exec::RunLimits& limits);
+            const std::string& program, const std::list<std::string>& args, const Sink& output,
+            const Sink& error, const sal::exec::RunLimits& limits) {
+        return run(address, workdir, createWorkdir, program, args, output, error, limits, "");
+    }
+    // The same, with `label` naming the run in messages in place of the program (empty: the program).
+    int run(const std::string& address, const std::string& workdir, bool createWorkdir,
+            const std::string& program, const std::list<std::string>& args, const Sink& output,
+            const Sink& error, const sal::exec::RunLimits& limits, const std::string& label) override;
 
     // The arguments of an ssh call (after the program name) that runs `remoteLine` on `address`;
     // `noInput` gives the remote side an empty standard input (-n).

@@ -86,7 +86,7 @@ TEST(Fleet, WindowStatusesStreamsAndRetryListOverSsh) {
     ASSERT_TRUE(mute.ok);
 
     // The deadline leaves the answering hosts time on a busy machine; the mute one is ended by ssh's
-    // connect timeout (10 s for each of its two calls) before it.
+    // connect timeout (10 s, its one call) before it.
     std::list<std::string> args = {
         "list",         "--parallel",   "2",         "--deadline",     "120",
         "--json-lines", "--ssh-config", sshd.config, "--failed-hosts", sshd.dir.path() + "/retry"};

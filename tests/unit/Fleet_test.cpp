@@ -1,11 +1,16 @@
 #include "cli/Fleet.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
+
+#include <sys/stat.h>
 
 #include <sstream>
 
 #include "platform/Exception.h"
+#include "platform/hax/SshTransport.h"
 #include "support/ScriptedView.h"
+#include "support/TestSupport.h"
 
 using vessa::target::Storage;
 
@@ -77,6 +82,60 @@ TEST(Fleet, EveryHostAnswersOrFailsByNameWithoutStoppingTheOthers) {
               "{\n  \"host\": \"localhost\",\n  \"status\": \"ok\",\n  \"message\": \"\"\n}");
     vessa::hax::setTransport(nullptr);
     vessa::hax::clearHostCache();
+}
+
+// Over SSH a host costs one ssh call and no shared connection: its description, then the listing tool
+// in the install directory that the description names; a refused connection and a failing tool keep
+// their statuses. The remote side is a local shell with stand-ins for the host's tools.
+TEST(Fleet, OverSshEachHostIsOneSessionWithoutAMaster) {
+    vessa::test::TempDir dir;
+    dir.write("bin/vessa.shed.env",
+              "#!/bin/sh\nprintf 'vltt.version=9.1\\nvltt.installdir=" + dir.path() + "'\n");
+    dir.write("bin/korvo",
+              "#!/bin/sh\n[ \"$4\" = fail ] && exit 3\npwd >ran; echo \"$@\" >>ran\n"
+              "printf '136\\n/dev/a~a~~~~~P~0~1~0~4096\\n/dev/b~b~~~~~p~0~1~0~4096\\n'\n");
+    ::chmod((dir.path() + "/bin/vessa.shed.env").c_str(), 0755);
+    ::chmod((dir.path() + "/bin/korvo").c_str(), 0755);
+    std::vector<std::list<std::string>> calls;
+    vessa::hax::SshTransport::Options ssh;
+    ssh.shareConnections = false;
+    vessa::hax::setTransport(std::make_shared<vessa::hax::SshTransport>(
+        ssh, [&](const std::string&, const std::list<std::string>& args,
+                 const vessa::sal::exec::RunStreams& streams, const vessa::sal::exec::RunLimits& limits) {
+            calls.push_back(args);
+            if (*std::prev(args.end(), 2) == "127.0.0.6") {
+                const std::string refused = "ssh: connect to host 127.0.0.6 port 22: Connection refused\n";
+                streams.error(refused.data(), refused.size());
+                return vessa::sal::exec::RunResult{vessa::sal::exec::RunResult::Exited, 255};
+            }
+            vessa::sal::exec::RunStreams local = streams;
+            local.env.vars.erase("VESSA_VLTT_INSTALL_DIR");
+            local.env.vars["PATH"] = dir.path() + "/bin:" + local.env.vars["PATH"];
+            return vessa::sal::exec::runBounded("/bin/sh", {"-c", args.back()}, local, limits);
+        }));
+    vessa::cli::FleetOptions options;
+    options.parallel = 1;  // the runner records on one thread
+    options.options = {"--in-use"};
+    auto answers = vessa::cli::queryFleet({"127.0.0.5", "127.0.0.6"}, options);
+    options.options = {"fail"};
+    answers.push_back(std::move(vessa::cli::queryFleet({"127.0.0.4"}, options)[0]));
+    vessa::hax::setTransport(nullptr);
+    ASSERT_EQ(calls.size(), 3u);
+    for (const auto& call : calls) {
+        EXPECT_THAT(call, testing::Contains("ControlMaster=no"));
+        EXPECT_THAT(call, testing::Not(testing::Contains("ControlPersist=60")));
+    }
+    EXPECT_EQ(answers[0].message, "");
+    EXPECT_EQ(answers[0].host->toolsVersion(), "9.1");
+    EXPECT_EQ(answers[0].host->storage().size(), 2u);
+    EXPECT_EQ(vessa::test::readFile(dir.path() + "/korvo_tests/ran"),
+              dir.path() + "/korvo_tests\n-zt -zh -p --in-use\n");
+    EXPECT_EQ(answers[1].status, vessa::cli::HostStatus::Unreachable);
+    EXPECT_EQ(answers[1].message,
+              "cannot run vessa.shed.env and korvo on 127.0.0.6: ssh: connect to host 127.0.0.6 port 22: "
+              "Connection refused");
+    EXPECT_EQ(answers[2].status, vessa::cli::HostStatus::Error);
+    EXPECT_EQ(answers[2].message, "korvo did not run to its end on 127.0.0.4 (exit status 3)");
 }
 
 // The one line that names a failed host stays one line, whatever the name or the reason hold.
