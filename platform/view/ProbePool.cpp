@@ -302,6 +302,13 @@ bool ProbePool::startThread() {
     return !threadFailed_;
 }
 
+void ProbePool::start() {
+    std::lock_guard<std::mutex> lock(m_);
+    std::string why;
+    while (!finished_ && helpers_.size() < most_ && spawn(why)) {
+    }
+}
+
 void ProbePool::ahead(const std::vector<ProbeRequest>& requests) {
     {
         std::lock_guard<std::mutex> lock(m_);

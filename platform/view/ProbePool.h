@@ -82,6 +82,11 @@ class ProbePool {
     ProbePool(const ProbePool&) = delete;
     ProbePool& operator=(const ProbePool&) = delete;
 
+    // Forks every helper now, on the calling thread. A process forked while other threads of its parent
+    // run inherits the locks they held at that moment (the allocator's among them) held, and can wait on
+    // one of them for ever: a run starts its helpers before it starts threads of its own. A helper that
+    // is abandoned later is replaced as the probes need it.
+    void start();
     void ahead(const std::vector<ProbeRequest>& requests);
     ProbeAnswer ask(const ProbeRequest& request);
     // Warnings since the last call, one per device that did not answer, and one when helpers could

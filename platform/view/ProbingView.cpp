@@ -43,6 +43,10 @@ ProbeAnswer ProbingView::probeDirectly(View& view, const ProbeRequest& r) {
 
 ProbePool& ProbingView::pool() {
     std::lock_guard<std::mutex> lock(m_);
+    return poolLocked();
+}
+
+ProbePool& ProbingView::poolLocked() {
     if (!pool_) {
         if (prepare_) {
             prepare_();
@@ -133,6 +137,8 @@ void ProbingView::probeAhead(const std::vector<DeviceProbes>& plan, unsigned int
 void ProbingView::runStarts() {
     std::lock_guard<std::mutex> lock(m_);
     ++runs_;
+    // The helpers are forked now, while the run has started none of its threads (see ProbePool::start).
+    poolLocked().start();
 }
 
 void ProbingView::runEnds() {

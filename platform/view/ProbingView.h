@@ -78,6 +78,7 @@ class ProbingView : public View {
   private:
     ProbeAnswer ask(ProbeKind kind, const std::string& device, unsigned int timeoutSeconds);
     ProbePool& pool();
+    ProbePool& poolLocked();  // with m_ held
 
     std::unique_ptr<View> inner_;
     std::function<void()> prepare_;
