@@ -98,7 +98,7 @@ measure() {
     done
     # Processes: every fork, vfork or clone that makes a process rather than a thread.
     strace -f -qq -o "$work/$name.trace" -e trace=fork,vfork,clone,clone3,open,openat "$@" >/dev/null 2>&1 || true
-    procs=$(grep -E '(^|[0-9] )(fork|vfork|clone|clone3)\(' "$work/$name.trace" | grep -vc 'CLONE_THREAD' || true)
+    procs=$(grep -E '(^|[0-9] +)(fork|vfork|clone|clone3)\(' "$work/$name.trace" | grep -vc 'CLONE_THREAD' || true)
     # Devices: the distinct block device nodes opened with success.
     opened=$(sed -nE 's/.*open(at)?\([^"]*"(\/dev\/[^"]+)".*= [0-9]+$/\2/p' "$work/$name.trace" | sort -u |
         while read -r node; do if [ -b "$node" ]; then echo "$node"; fi; done | wc -l)
