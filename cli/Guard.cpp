@@ -147,15 +147,14 @@ vessa::target::Storage* itemOf(vessa::target::Host& host, const std::string& nam
         if (s->path() == "/dev/" + kernel || s->path() == name) {
             return s;
         }
-        const auto& p = s->properties();
-        auto own = p.find("Name");
-        if (own != p.end() && own->second.value() == kernel) {
+        const vessa::target::Property* own = s->property("Name");
+        if (own != nullptr && own->value() == kernel) {
             found.push_back(s);
         }
     }
     for (vessa::target::Storage* s : found) {
-        auto own = s->properties().find("Name");
-        if (own != s->properties().end() && s->path() == "/dev/" + own->second.value()) {
+        const vessa::target::Property* own = s->property("Name");
+        if (own != nullptr && s->path() == "/dev/" + own->value()) {
             return s;
         }
     }

@@ -140,11 +140,11 @@ bool parseTypes(const std::string& text, unsigned int& mask, std::string& why) {
 
 std::vector<std::string> inUseOf(vessa::target::Storage& item) {
     std::vector<std::string> reasons;
-    auto it = item.properties().find("inUse");
-    if (it == item.properties().end()) {
+    const vessa::target::Property* inUse = item.property("inUse");
+    if (inUse == nullptr) {
         return reasons;
     }
-    const std::string& text = it->second.value();
+    const std::string& text = inUse->value();
     for (std::string::size_type start = 0; start < text.size();) {
         const std::string::size_type end = text.find("; ", start);
         reasons.push_back(text.substr(start, end == std::string::npos ? std::string::npos : end - start));
@@ -328,7 +328,7 @@ void writeStorageJson(JsonWriter& json, const std::string& hostName,
         json.endArray();
         json.key("properties");
         json.beginArray();
-        for (const auto& [key, property] : s->properties()) {
+        s->forEachProperty([&](const std::string& key, const vessa::target::Property& property) {
             json.beginObject();
             json.key("key");
             json.value(key);
@@ -341,7 +341,7 @@ void writeStorageJson(JsonWriter& json, const std::string& hostName,
             json.key("category");
             json.value(property.category());
             json.endObject();
-        }
+        });
         json.endArray();
         json.key("verdict");
         json.beginObject();

@@ -534,9 +534,8 @@ int checkDevices(const Options& o, vessa::target::Host& host, std::ostream& out,
         refused = refused || choose(v, o.allowData) == Choice::Leave;
         unknown = unknown || choose(v, o.allowData) == Choice::Unknown;
         if (held != nullptr) {
-            auto it = item->properties().find("Name");
-            held->push_back(it != item->properties().end() ? it->second.value()
-                                                           : vessa::cli::kernelNameOf(name));
+            const vessa::target::Property* own = item->property("Name");
+            held->push_back(own != nullptr ? own->value() : vessa::cli::kernelNameOf(name));
         }
     }
     return refused ? 1 : unknown ? kUnknown : 0;

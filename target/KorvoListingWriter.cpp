@@ -24,9 +24,8 @@ std::string field(const std::string& text) {
 }
 
 std::string propertyValue(Storage& item, const char* key) {
-    const auto& props = item.properties();
-    const auto it = props.find(key);
-    return it == props.end() ? std::string() : it->second.value();
+    const Property* p = item.property(key);
+    return p == nullptr ? std::string() : p->value();
 }
 
 // The item's volume group as discovery recorded it: as a physical volume, as a logical volume, or the

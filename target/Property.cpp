@@ -59,6 +59,8 @@ const std::string* Property::pooled(const std::string& text) {
 
 Property::Property(const Property&) = default;
 Property& Property::operator=(const Property&) = default;
+Property::Property(Property&&) noexcept = default;
+Property& Property::operator=(Property&&) noexcept = default;
 Property::~Property() = default;
 
 // Both rules build a new string in one pass: replacing in place, character by character, costs time in

@@ -28,6 +28,8 @@ class VESSA_API Property {
              const std::string& description, const std::string& category);
     Property(const Property&);
     Property& operator=(const Property&);
+    Property(Property&&) noexcept;
+    Property& operator=(Property&&) noexcept;
     ~Property();
 
     const std::string& name() const { return *name_; }

@@ -1,5 +1,6 @@
 #include "target/Storage.h"
 
+#include <algorithm>
 #include <new>
 
 #include "platform/Log.h"
@@ -89,6 +90,7 @@ Storage::Storage(const storageType& type, const std::string& name, const std::st
       size_(size),
       type_(type) {
     VESSA_TRACE(kUnit, "Storage::Storage [1]");
+    mapped_ = true;
     sal::fs::Path p(path);
     if (wantsTargetFile(type, path)) {
         p.join(kTargetFile);
@@ -111,6 +113,7 @@ Storage::Storage(const storageType& type, const std::string& name, const std::st
     addProperty(standard::inquiry.make(inquiry_));
     resetExclusionString();
     addProperty(standard::exclusion.make(exclusionString_));
+    pack();
 }
 
 Storage::Storage(const storageType& type, int index, const std::string& name, const std::string& path,
@@ -190,6 +193,8 @@ Storage::Storage(const Storage& other)
       overrides_(other.overrides_),
       exclusionString_(other.exclusionString_),
       properties_(other.properties_),
+      packed_(other.packed_),
+      mapped_(other.mapped_),
       index_(other.index_),
       inquiry_(other.inquiry_),
       name_(other.name_),
@@ -255,9 +260,63 @@ void Storage::addChild(const Storage& child) {
     children_.back().parent_ = this;
 }
 
+namespace {
+std::vector<Property>::const_iterator byName(const std::vector<Property>& packed, const std::string& name) {
+    return std::lower_bound(packed.begin(), packed.end(), name,
+                            [](const Property& p, const std::string& n) { return p.name() < n; });
+}
+}  // namespace
+
+void Storage::pack() {
+    for (const auto& [key, property] : properties_) {
+        if (key != property.name()) {
+            return;
+        }
+    }
+    packed_.reserve(properties_.size());
+    for (auto& entry : properties_) {
+        packed_.push_back(std::move(entry.second));
+    }
+    properties_.clear();
+    mapped_ = false;
+}
+
+std::map<std::string, Property>& Storage::properties() {
+    if (!mapped_) {
+        for (Property& p : packed_) {
+            properties_.emplace_hint(properties_.end(), p.name(), std::move(p));
+        }
+        std::vector<Property>().swap(packed_);
+        mapped_ = true;
+    }
+    return properties_;
+}
+
+const Property* Storage::property(const std::string& key) const {
+    if (mapped_) {
+        const auto it = properties_.find(key);
+        return it == properties_.end() ? nullptr : &it->second;
+    }
+    const auto it = byName(packed_, key);
+    return it != packed_.end() && it->name() == key ? &*it : nullptr;
+}
+
 void Storage::addProperty(const Property& p) {
     VESSA_TRACE(kUnit, "Storage::addProperty");
-    properties_.insert_or_assign(p.name(), p);
+    if (mapped_) {
+        properties_.insert_or_assign(p.name(), p);
+        return;
+    }
+    const auto at = packed_.begin() + (byName(packed_, p.name()) - packed_.cbegin());
+    if (at != packed_.end() && at->name() == p.name()) {
+        *at = p;
+        return;
+    }
+    // One more place, not the doubling a vector grows by: most items get a property or two after they
+    // are made, and keep them for the whole run.
+    const auto offset = at - packed_.begin();
+    packed_.reserve(packed_.size() + 1);
+    packed_.insert(packed_.begin() + offset, p);
 }
 
 void Storage::print(std::ostream& os) const {
@@ -267,9 +326,7 @@ void Storage::print(std::ostream& os) const {
         tableName += "_fs";
     }
     Property::cleanForXmlElement(tableName);
-    for (const auto& entry : properties_) {
-        entry.second.print(os, tableName);
-    }
+    forEachProperty([&](const std::string&, const Property& property) { property.print(os, tableName); });
 }
 
 void Storage::printToDebug() const {
@@ -284,9 +341,9 @@ void Storage::printToDebug() const {
     VESSA_LOG << "Exclusions:   " << exclusionString_;
     VESSA_LOG << "Storage Type: " << static_cast<unsigned int>(type_);
     VESSA_LOG << "Properties:";
-    for (const auto& [key, property] : properties_) {
-        VESSA_LOG << "    " << key << ": " << property.value();
-    }
+    forEachProperty([](const std::string& key, const Property& property) {
+        VESSA_LOG_AT(kUnit, "Storage::printToDebug") << "    " << key << ": " << property.value();
+    });
     VESSA_LOG << "====================================";
 }
 

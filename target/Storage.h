@@ -1,8 +1,14 @@
 // One storage item of a target host: a whole device, a partition, a logical volume or a mounted file
 // system, with its exclusions (reasons it must not be tested) and its named properties.
 //
-// Ownership: an item owns its children (by value, deep-copied) and its property map. The parent link
+// Ownership: an item owns its children (by value, deep-copied) and its properties. The parent link
 // is a plain, non-owning pointer, copied as is; the code that builds a tree sets both directions.
+//
+// Memory: a run on a host with tens of thousands of devices holds every item at once, each with a
+// few dozen properties, so an item keeps its properties packed in key order, one after another, until
+// someone asks for them as a map: properties() then unpacks them, once, into the map it returns, and
+// that map is the item's properties from then on. The read accessors property() and
+// forEachProperty() read either form and unpack nothing.
 #pragma once
 
 #include <cstdint>
@@ -10,6 +16,7 @@
 #include <map>
 #include <ostream>
 #include <string>
+#include <vector>
 
 #include "platform/Export.h"
 #include "target/Property.h"
@@ -74,7 +81,23 @@ class VESSA_API Storage {
     exclusions exclusionsList() const;
     exclusions exclusionOverrides() const;
     const std::string& exclusionString() const { return exclusionString_; }
-    std::map<std::string, Property>& properties() { return properties_; }
+    // The properties by key, for reading and changing; unpacks them first (see Memory above).
+    std::map<std::string, Property>& properties();
+    // The property stored under `key`, or null; valid until the item's properties next change.
+    const Property* property(const std::string& key) const;
+    // Calls visit(key, property) for each property, in key order.
+    template <class Visit>
+    void forEachProperty(Visit&& visit) const {
+        if (mapped_) {
+            for (const auto& [key, property] : properties_) {
+                visit(key, property);
+            }
+        } else {
+            for (const Property& property : packed_) {
+                visit(property.name(), property);
+            }
+        }
+    }
     int index() const { return index_; }
 
     // Tree building (discovery and listing code): appends a deep copy of `child` whose parent is this.
@@ -93,12 +116,16 @@ class VESSA_API Storage {
 
   private:
     void logCoreFields(const char* trace) const;
+    // Packs the map's properties when every key is its property's name, as the makers of items give them.
+    void pack();
 
     std::list<Storage> children_;
     exclusions exclusions_;
     exclusions overrides_;
     std::string exclusionString_;
-    std::map<std::string, Property> properties_;
+    std::map<std::string, Property> properties_;  // the properties when mapped_, else empty
+    std::vector<Property> packed_;                // the properties in name order when not mapped_
+    bool mapped_ = false;
     int index_;
     std::string inquiry_;
     std::string name_;

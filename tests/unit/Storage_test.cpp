@@ -60,6 +60,32 @@ TEST(Storage, StandardPropertiesReplaceGivenOnes) {
 }
 
 // The exclusions a listing line gives are the records of tests/data/listing.
+// Items keep their properties packed until properties() is asked for; both forms read and change alike.
+TEST(Storage, PackedAndUnpackedPropertiesAgree) {
+    const std::map<std::string, Property> given = {{"zeta", Property("zeta", "z", "Z", "D", "C")},
+                                                   {"alias", Property("other", "a", "A", "D", "C")}};
+    Storage packed = disk("/dev/sdb", Storage::discoveredBlockDevice, 1);
+    Storage unpacked = packed;
+    unpacked.properties();
+    Storage keyed = disk("/dev/sdc", Storage::discoveredBlockDevice, 1, given);  // a key not its name
+    auto dump = [](const Storage& s) {
+        std::string out;
+        s.forEachProperty([&](const std::string& k, const Property& p) { out += k + "=" + p.value() + ";"; });
+        return out;
+    };
+    for (Storage* s : {&packed, &unpacked}) {
+        s->addProperty(Property("inUse", "busy", "I", "D", "C"));
+        s->addProperty(Property("name", "renamed", "N", "D", "C"));
+        ASSERT_NE(s->property("inUse"), nullptr);
+        EXPECT_EQ(s->property("name")->value(), "renamed");
+        EXPECT_EQ(s->property("absent"), nullptr);
+    }
+    EXPECT_EQ(dump(packed), dump(unpacked));
+    EXPECT_EQ(dump(packed).substr(0, 23), "exclusion=          ;in");
+    EXPECT_EQ(keyed.property("alias")->name(), "other");
+    EXPECT_EQ(keyed.properties().count("alias"), 1u);
+}
+
 TEST(Storage, ListingPropertiesAndAccessType) {
     const std::pair<unsigned int, const char*> cases[] = {{4, "0"}, {5, "0"},  {1, "2"},  {2, "1"},
                                                           {8, "1"}, {16, "1"}, {32, "2"}, {3, "1"}};
