@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <string_view>
 #include <system_error>
 #include <thread>
@@ -34,6 +35,9 @@ struct Listing {
 class ReadAhead {
   public:
     static constexpr std::size_t kThreads = 4;
+    // The reading stays at most this many directories ahead of the run: what it read and the run has
+    // not taken yet is all it holds, however many devices the host has.
+    static constexpr std::size_t kWindow = 256;
     // Links are read with the length bound that the view takes when none is given.
     static constexpr std::size_t kLinkLimit = 512;
 
@@ -63,22 +67,27 @@ class ReadAhead {
         if (slot == nullptr) {
             return false;
         }
-        read = slot->ok;
+        read = slot->read->ok;
         if (read) {
-            content = std::move(slot->content);
+            content = std::move(slot->read->content);
         }
+        slot->read.reset();
         return true;
     }
     bool takeDirectory(const std::string& path, bool& listed, std::vector<DirEntry>& entries) {
         Slot* slot = claim(RunScope::Ahead::Directory, path);
-        if (slot == nullptr) {
+        const bool links = slot == nullptr;
+        if (links) {
             slot = claim(RunScope::Ahead::Links, path);
         }
         if (slot == nullptr) {
             return false;
         }
-        listed = slot->ok;
-        entries = std::move(slot->entries);
+        listed = slot->read->ok;
+        entries = std::move(slot->read->entries);
+        if (!links) {
+            slot->read.reset();  // a directory's links are asked for after its listing: they stay
+        }
         return true;
     }
     // The target of the link `path` if it lies in a directory whose links were read ahead. A link is
@@ -90,9 +99,10 @@ class ReadAhead {
         }
         for (const std::string::size_type end : {slash + 1, slash}) {
             const Slot* slot = find(RunScope::Ahead::Links, path.substr(0, end));
-            if (slot != nullptr && slot->state.load(std::memory_order_acquire) == Taken && slot->linksRead) {
-                auto it = slot->targets.find(path.substr(slash + 1));
-                read = it != slot->targets.end();
+            if (slot != nullptr && slot->state.load(std::memory_order_acquire) == Taken && slot->read &&
+                slot->read->linksRead) {
+                auto it = slot->read->targets.find(path.substr(slash + 1));
+                read = it != slot->read->targets.end();
                 if (read) {
                     target = it->second;
                 }
@@ -104,13 +114,18 @@ class ReadAhead {
 
   private:
     enum State : int { Open, Reading, Done, Taken };
-    struct Slot {
-        std::atomic<int> state{Open};
+    // What was read for one item; made when it is read and let go when the run takes it.
+    struct Read {
         bool ok = false;
         std::string content;
         std::vector<DirEntry> entries;
         bool linksRead = false;                                // Links: the targets below are complete
         std::unordered_map<std::string, std::string> targets;  // Links: by name, the links read
+    };
+    // One per item and directory, for every device of the host: kept small.
+    struct Slot {
+        std::atomic<int> state{Open};
+        std::unique_ptr<Read> read;  // set before the state is Done
     };
 
     Slot* find(RunScope::Ahead::Kind kind, const std::string& path) {
@@ -133,6 +148,11 @@ class ReadAhead {
             return nullptr;
         }
         Slot& slot = *found;
+        const std::size_t base = static_cast<std::size_t>(found - slots_.get()) / within_.size();
+        std::size_t reached = reached_.load(std::memory_order_relaxed);
+        while (base >= reached &&
+               !reached_.compare_exchange_weak(reached, base + 1, std::memory_order_relaxed)) {
+        }
         int state = Open;
         if (slot.state.compare_exchange_strong(state, Taken, std::memory_order_acq_rel)) {
             return nullptr;  // not reached yet: the caller reads it, and the second thread passes it by
@@ -155,6 +175,12 @@ class ReadAhead {
         // own reads do.
         std::unordered_map<std::string, std::unordered_map<std::string, DirEntry::Type>> listed;
         for (std::size_t b = first; b < bases_.size(); b += kThreads) {
+            while (b >= reached_.load(std::memory_order_relaxed) + kWindow) {
+                if (stop_.load(std::memory_order_relaxed)) {
+                    return;
+                }
+                std::this_thread::sleep_for(std::chrono::microseconds(200));
+            }
             listed.clear();  // only the items below one directory look at each other's listings
             std::size_t at = b * within_.size();
             for (const RunScope::Ahead& item : within_) {
@@ -166,7 +192,8 @@ class ReadAhead {
                 if (!slot.state.compare_exchange_strong(state, Reading, std::memory_order_acq_rel)) {
                     continue;
                 }
-                read(bases_[b] + item.path, item.kind, listed, slot);
+                slot.read = std::make_unique<Read>();
+                read(bases_[b] + item.path, item.kind, listed, *slot.read);
                 slot.state.store(Done, std::memory_order_release);
             }
         }
@@ -174,7 +201,7 @@ class ReadAhead {
 
     void read(const std::string& path, RunScope::Ahead::Kind kind,
               std::unordered_map<std::string, std::unordered_map<std::string, DirEntry::Type>>& listed,
-              Slot& slot) {
+              Read& slot) {
         if (kind == RunScope::Ahead::Links) {
             slot.ok = view_.listDirectory(path, slot.entries);
             const std::string dir = path.empty() || path.back() == '/' ? path : path + "/";
@@ -214,6 +241,7 @@ class ReadAhead {
     const std::vector<RunScope::Ahead> within_;
     std::unique_ptr<Slot[]> slots_;                            // within_.size() for each base, in order
     std::unordered_map<std::string_view, std::size_t> index_;  // into bases_
+    std::atomic<std::size_t> reached_{0};  // one past the last directory the run took an item of
     std::atomic<bool> stop_{false};
     std::vector<std::thread> workers_;
 };
