@@ -409,10 +409,11 @@ std::uint32_t GetStorage(Host* host, Storage::storageType type, unsigned int inq
     const InUse inUse(r.allLinks, r.sysBlocks, withInUse);
     const AtRest atRest(r.allLinks);
     // Who each device is, read with the sources (the reading below ends what they read ahead).
-    std::unordered_map<const DeviceLink*, Identity> identities;
+    // Beside each, how many items will take it (counted once the items are made).
+    std::unordered_map<const DeviceLink*, std::pair<Identity, std::size_t>> identities;
     if (withIdentity) {
         for (const DeviceLink* link : r.allLinks) {
-            identities.emplace(link, identityOf(link, atRest));
+            identities.try_emplace(link, identityOf(link, atRest), 0);
         }
     }
     // Everything below asks the devices, not the files: what was read for the sources can go.
@@ -470,6 +471,18 @@ std::uint32_t GetStorage(Host* host, Storage::storageType type, unsigned int inq
         progress(100, "Done: " + std::to_string(made.size()) + " items");
     }
     {
+        // Each identity is handed over with its link's last item, and the others are let go before: on a
+        // host with tens of thousands of devices, a copy kept for every link beside the host's made a
+        // tenth of the run's memory. The count beside each is how many items still want it.
+        for (const DeviceLink* link : origins) {
+            auto id = identities.find(link);
+            if (id != identities.end()) {
+                ++id->second.second;
+            }
+        }
+        for (auto id = identities.begin(); id != identities.end();) {
+            id = id->second.second == 0 ? identities.erase(id) : std::next(id);
+        }
         auto origin = origins.begin();
         std::size_t at = 0;
         for (Storage* item : made) {
@@ -479,7 +492,15 @@ std::uint32_t GetStorage(Host* host, Storage::storageType type, unsigned int inq
             }
             host->setVerdict(item, verdictOf(*item, at++ >= fileSystemsFrom, link, inUse, atRest));
             if (withIdentity) {
-                host->setIdentity(item, identities[link]);
+                auto id = identities.find(link);
+                if (id == identities.end()) {
+                    host->setIdentity(item, Identity());
+                } else if (--id->second.second == 0) {
+                    host->setIdentity(item, std::move(id->second.first));
+                    identities.erase(id);
+                } else {
+                    host->setIdentity(item, id->second.first);
+                }
             }
         }
     }
