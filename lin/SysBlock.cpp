@@ -107,13 +107,13 @@ void SysBlock::releaseRelated() {
 void SysBlock::dump(const std::string& indent) const {
     const char* trace = "SysBlock.ctor";
     VESSA_LOG_AT(kUnit, trace) << indent << "Device " << name_ << " (" << major_ << ":" << minor_ << ")";
-    VESSA_LOG_AT(kUnit, trace) << indent << "    Model     : " << model_;
+    VESSA_LOG_AT(kUnit, trace) << indent << "    Model     : " << model();
     VESSA_LOG_AT(kUnit, trace) << indent << "    Range     : " << range_;
     VESSA_LOG_AT(kUnit, trace) << indent << "    Removable : " << (removable_ ? "true" : "false");
-    VESSA_LOG_AT(kUnit, trace) << indent << "    Revision  : " << revision_;
-    VESSA_LOG_AT(kUnit, trace) << indent << "    SCSI Lev  : " << scsiLevel_;
+    VESSA_LOG_AT(kUnit, trace) << indent << "    Revision  : " << revision();
+    VESSA_LOG_AT(kUnit, trace) << indent << "    SCSI Lev  : " << scsiLevel();
     VESSA_LOG_AT(kUnit, trace) << indent << "    Size      : " << size_;
-    VESSA_LOG_AT(kUnit, trace) << indent << "    Vendor    : " << vendor_;
+    VESSA_LOG_AT(kUnit, trace) << indent << "    Vendor    : " << vendor();
     VESSA_LOG_AT(kUnit, trace) << indent << "    Holders   :" << names(holders_);
     VESSA_LOG_AT(kUnit, trace) << indent << "    Slaves    :" << names(slaves_);
 }
@@ -149,17 +149,36 @@ void SysBlock::readDevFile(const std::string& path) {
     str::to(minor_, colon == std::string::npos ? std::string() : line.substr(colon + 1));
 }
 
+const std::string& SysBlock::none() {
+    static const std::string empty;
+    return empty;
+}
+
+void SysBlock::readDeviceLine(const std::string& file, std::string Device::*field) {
+    std::string line;
+    if (!sal::sys::current().readFile(file, line)) {
+        return;
+    }
+    line.erase(std::min(line.find('\n'), line.size()));
+    if (!line.empty() || device_) {
+        if (!device_) {
+            device_ = std::make_unique<Device>();
+        }
+        (*device_).*field = std::move(line);
+    }
+}
+
 void SysBlock::readDevModel(const std::string& path) {
-    firstLine(path + "/device/model", model_);
+    readDeviceLine(path + "/device/model", &Device::model);
 }
 void SysBlock::readRevision(const std::string& path) {
-    firstLine(path + "/device/rev", revision_);
+    readDeviceLine(path + "/device/rev", &Device::revision);
 }
 void SysBlock::readScsiLevel(const std::string& path) {
-    firstLine(path + "/device/scsi_level", scsiLevel_);
+    readDeviceLine(path + "/device/scsi_level", &Device::scsiLevel);
 }
 void SysBlock::readVendor(const std::string& path) {
-    firstLine(path + "/device/vendor", vendor_);
+    readDeviceLine(path + "/device/vendor", &Device::vendor);
 }
 
 void SysBlock::readRange(const std::string& path) {
@@ -256,14 +275,14 @@ void SysBlock::addProperties(const std::string& categoryPrefix, std::map<std::st
         "Major Number as found in /sys/block/<dev>/dev file.");
     put("SysBlockMinorNumber", "Minor Number", str::from(minor_),
         "Minor Number as found in /sys/block/<dev>/dev file");
-    put("SysBlockModel", "Model", model_, "Vendor's description of the device model this represents.");
+    put("SysBlockModel", "Model", model(), "Vendor's description of the device model this represents.");
     put("SysBlockRange", "Range", str::from(range_), "Value from the /sys/block/<dev>/range file.");
     put("SysBlockRemovable", "Removable", removable_ ? "true" : "false",
         "If true, the device is or contains removable media.");
-    put("SysBlockRevision", "Revision", revision_, "Device revision as assigned by the vendor.");
-    put("SysBlockScsiLevel", "SCSI Level", scsiLevel_, "SCSI Level identified by the device.");
+    put("SysBlockRevision", "Revision", revision(), "Device revision as assigned by the vendor.");
+    put("SysBlockScsiLevel", "SCSI Level", scsiLevel(), "SCSI Level identified by the device.");
     put("SysBlockSize", "Size", str::from(size_), "Size of the device.");
-    put("SysBlockVendor", "Vendor", vendor_, "Vendor of the attached device.");
+    put("SysBlockVendor", "Vendor", vendor(), "Vendor of the attached device.");
 }
 
 }  // namespace vessa::target::lin

@@ -7,6 +7,7 @@
 
 #include <list>
 #include <map>
+#include <memory>
 #include <string>
 
 #include "target/Property.h"
@@ -44,12 +45,12 @@ class SysBlock {
     const std::string& path() const { return path_; }
     int major() const { return major_; }
     int minor() const { return minor_; }
-    const std::string& model() const { return model_; }
-    const std::string& revision() const { return revision_; }
+    const std::string& model() const { return device_ ? device_->model : none(); }
+    const std::string& revision() const { return device_ ? device_->revision : none(); }
     int range() const { return range_; }
     bool removable() const { return removable_; }
-    const std::string& scsiLevel() const { return scsiLevel_; }
-    const std::string& vendor() const { return vendor_; }
+    const std::string& scsiLevel() const { return device_ ? device_->scsiLevel : none(); }
+    const std::string& vendor() const { return device_ ? device_->vendor : none(); }
     // 512-byte sectors from the size file; when that is 0, the node's size in its own block size.
     unsigned long long size() const { return size_; }
     const std::list<SysBlock*>& holders() const { return holders_; }
@@ -72,21 +73,29 @@ class SysBlock {
     void readPartitions(Host* host);
 
   private:
+    // What the device's driver tells of it. Most records have none: a host with tens of thousands of
+    // devices records each holder and slave of each device, by name only, so it is kept apart.
+    struct Device {
+        std::string model;
+        std::string revision;
+        std::string scsiLevel;
+        std::string vendor;
+    };
+    static const std::string& none();
+
     void dump(const std::string& indent) const;
     void readRelated(const std::string& directory, Host* host, std::list<SysBlock*>& into);
+    void readDeviceLine(const std::string& file, std::string Device::*field);
 
     std::list<SysBlock*> holders_;
     int major_ = -1;
     int minor_ = -1;
-    std::string model_;
+    std::unique_ptr<Device> device_;  // null while nothing of it was read
     std::string name_;
     std::list<SysBlock*> parents_;
     std::list<SysBlock*> partitions_;
-    std::string revision_;
     int range_ = -1;
     bool removable_ = true;
-    std::string scsiLevel_;
-    std::string vendor_;
     unsigned long long size_ = 0;
     std::list<SysBlock*> slaves_;
     std::string path_;
