@@ -1,9 +1,12 @@
 #include "target/Property.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cctype>
+#include <memory>
 #include <mutex>
-#include <unordered_set>
+#include <stdexcept>
+#include <vector>
 
 #include "platform/Log.h"
 #include "platform/Str.h"
@@ -12,33 +15,99 @@ namespace vessa::target {
 
 namespace {
 
-// Texts of an unordered_set are nodes of their own, so a text's address survives the set's growth.
-// The pool is made on first use and never destroyed, so that a property that outlives static
-// destruction (one held by a static object) still reads valid texts.
+// The texts sit in blocks that never move, found through a fixed table of block addresses, so that a
+// text is read without the lock while others are added; a table of numbers, open-addressed, finds a
+// text's number from its content. Each text costs its string, its characters and two table places,
+// not a node of a set. The pool is made on first use and never destroyed, so that a property that
+// outlives static destruction (one held by a static object) still reads valid texts.
 class TextPool {
   public:
-    // Under one lock: a property's four texts cost one lock, not four.
-    class Lookup {
-      public:
-        explicit Lookup(TextPool& pool) : pool_(pool), lock_(pool.mutex_) {}
-        const std::string* operator()(const std::string& text) {
-            return text.empty() ? &pool_.empty_ : &*pool_.texts_.insert(text).first;
-        }
-
-      private:
-        TextPool& pool_;
-        std::lock_guard<std::mutex> lock_;
-    };
+    static constexpr std::uint32_t kBlockBits = 12;
+    static constexpr std::uint32_t kBlockSize = 1u << kBlockBits;
+    static constexpr std::uint32_t kBlocks = 1u << 16;  // 268 million texts
 
     static TextPool& instance() {
         static TextPool* const pool = new TextPool;
         return *pool;
     }
 
+    const std::string& text(std::uint32_t number) const {
+        return blocks_[number >> kBlockBits].load(std::memory_order_acquire)[number & (kBlockSize - 1)];
+    }
+
+    // Under one lock: a property's four texts cost one lock, not four.
+    class Lookup {
+      public:
+        explicit Lookup(TextPool& pool) : pool_(pool), lock_(pool.mutex_) {}
+        std::uint32_t operator()(const std::string& t) { return t.empty() ? 0 : pool_.find(t); }
+
+      private:
+        TextPool& pool_;
+        std::lock_guard<std::mutex> lock_;
+    };
+
   private:
+    static constexpr std::uint32_t kFree = 0;  // number 0 is the empty text, never in the table
+
+    TextPool() : blocks_(new std::atomic<std::string*>[kBlocks]) {
+        for (std::uint32_t i = 0; i < kBlocks; ++i) {
+            blocks_[i].store(nullptr, std::memory_order_relaxed);
+        }
+        add("");
+        slots_.assign(1024, kFree);
+    }
+
+    std::uint32_t find(const std::string& t) {
+        const std::size_t mask = slots_.size() - 1;
+        for (std::size_t at = std::hash<std::string>()(t) & mask;; at = (at + 1) & mask) {
+            if (slots_[at] == kFree) {
+                const std::uint32_t number = add(t);
+                slots_[at] = number;
+                if (2 * (count_ - 1) > slots_.size()) {
+                    grow();
+                }
+                return number;
+            }
+            if (text(slots_[at]) == t) {
+                return slots_[at];
+            }
+        }
+    }
+
+    std::uint32_t add(const std::string& t) {
+        if (count_ == kBlockSize * kBlocks) {
+            throw std::length_error("more distinct property texts than the pool holds");
+        }
+        const std::uint32_t number = count_;
+        std::string* block = blocks_[number >> kBlockBits].load(std::memory_order_relaxed);
+        if (block == nullptr) {
+            block = new std::string[kBlockSize];
+            blocks_[number >> kBlockBits].store(block, std::memory_order_release);
+        }
+        block[number & (kBlockSize - 1)] = t;
+        ++count_;
+        return number;
+    }
+
+    void grow() {
+        std::vector<std::uint32_t> larger(slots_.size() * 2, kFree);
+        const std::size_t mask = larger.size() - 1;
+        for (const std::uint32_t number : slots_) {
+            if (number != kFree) {
+                std::size_t at = std::hash<std::string>()(text(number)) & mask;
+                while (larger[at] != kFree) {
+                    at = (at + 1) & mask;
+                }
+                larger[at] = number;
+            }
+        }
+        slots_.swap(larger);
+    }
+
     std::mutex mutex_;
-    std::unordered_set<std::string> texts_;
-    const std::string empty_;
+    const std::unique_ptr<std::atomic<std::string*>[]> blocks_;
+    std::uint32_t count_ = 0;
+    std::vector<std::uint32_t> slots_;
 };
 
 }  // namespace
@@ -53,8 +122,12 @@ Property::Property(const std::string& name, const std::string& value, const std:
     category_ = pooled(category);
 }
 
-const std::string* Property::pooled(const std::string& text) {
+std::uint32_t Property::pooled(const std::string& text) {
     return TextPool::Lookup(TextPool::instance())(text);
+}
+
+const std::string& Property::text(std::uint32_t number) {
+    return TextPool::instance().text(number);
 }
 
 Property::Property(const Property&) = default;
@@ -189,11 +262,11 @@ void writeClean(std::ostream& os, const std::string& text) {
 
 void Property::print(std::ostream& os, const std::string& tableName) const {
     os << "  <" << tableName << ">" << '\n';
-    const std::pair<const char*, const std::string*> columns[] = {{"Name", name_},
-                                                                  {"DisplayName", displayName_},
+    const std::pair<const char*, const std::string*> columns[] = {{"Name", &text(name_)},
+                                                                  {"DisplayName", &text(displayName_)},
                                                                   {"Value", &value_},
-                                                                  {"Category", category_},
-                                                                  {"Description", description_}};
+                                                                  {"Category", &text(category_)},
+                                                                  {"Description", &text(description_)}};
     for (const auto& [column, text] : columns) {
         os << "    <" << column << ">";
         writeClean(os, *text);
@@ -204,11 +277,11 @@ void Property::print(std::ostream& os, const std::string& tableName) const {
 
 void Property::printToDebug() {
     VESSA_TRACE("Property.cpp", "printToDebug");
-    VESSA_LOG << "Property \"" << *name_ << "\"";
-    VESSA_LOG << "    Display Name: " << *displayName_;
+    VESSA_LOG << "Property \"" << text(name_) << "\"";
+    VESSA_LOG << "    Display Name: " << text(displayName_);
     VESSA_LOG << "    Value       : \"" << value_ << "\"";
-    VESSA_LOG << "    Category    : \"" << *category_ << "\"";
-    VESSA_LOG << "    Description : " << *description_;
+    VESSA_LOG << "    Category    : \"" << text(category_) << "\"";
+    VESSA_LOG << "    Description : " << text(description_);
 }
 
 }  // namespace vessa::target

@@ -4,7 +4,7 @@
 // Memory: a listing of tens of thousands of devices carries dozens of properties per item, and all but
 // the value are the same few texts over and over (every "SysBlockSize" has the same label and
 // description; the properties of one source share a category). A property therefore keeps its value
-// and points at its four other texts in a shared pool instead of copying them. The pool is the one
+// and the numbers of its four other texts in a shared pool instead of copying them. The pool is the one
 // piece of process-wide state here, and it is a cache rather than state: it only ever adds texts, never
 // changes or removes one, so a text seen through an accessor stays put and equal to what was given
 // for as long as the process lives, and no caller can tell a pooled text from an owned one. It grows
@@ -13,6 +13,7 @@
 // made on any thread.
 #pragma once
 
+#include <cstdint>
 #include <ostream>
 #include <string>
 
@@ -32,10 +33,10 @@ class VESSA_API Property {
     Property& operator=(Property&&) noexcept;
     ~Property();
 
-    const std::string& name() const { return *name_; }
+    const std::string& name() const { return text(name_); }
     const std::string& value() const { return value_; }
-    const std::string& description() const { return *description_; }
-    const std::string& category() const { return *category_; }
+    const std::string& description() const { return text(description_); }
+    const std::string& category() const { return text(category_); }
     // The display name has no read accessor: only print and printToDebug read it.
 
     // A setter points this property at another pooled text; copies made before keep the old one.
@@ -62,14 +63,17 @@ class VESSA_API Property {
     void printToDebug();
 
   private:
-    // The pool's text equal to `text`, added first if new; never null, valid until the process ends.
-    static const std::string* pooled(const std::string& text);
+    // The number of the pool's text equal to `text`, added first if new.
+    static std::uint32_t pooled(const std::string& text);
+    // The pool's text of that number, valid until the process ends.
+    static const std::string& text(std::uint32_t number);
 
-    const std::string* displayName_;
-    const std::string* name_;
+    // Numbers rather than addresses: half the size, and a property is mostly these.
+    std::uint32_t displayName_;
+    std::uint32_t name_;
+    std::uint32_t description_;
+    std::uint32_t category_;
     std::string value_;
-    const std::string* description_;
-    const std::string* category_;
 };
 
 }  // namespace vessa::target
