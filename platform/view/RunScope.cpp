@@ -4,9 +4,11 @@
 #include <atomic>
 #include <cerrno>
 #include <chrono>
+#include <cstdint>
 #include <string_view>
 #include <system_error>
 #include <thread>
+#include <type_traits>
 #include <unordered_map>
 #include <unordered_set>
 
@@ -20,14 +22,54 @@ extern thread_local View* t_scopeView;
 
 namespace {
 
-// One directory as listed once: its entries in the view's order, and its names lower-cased for look-ups.
+// One directory as listed once: its entries in the view's order. Long listings are searched through
+// the positions of their entries in name order, exact or lower-cased (each made when first needed):
+// four bytes an entry, where a table of names would copy every name.
 struct Listing {
     bool listed = false;
     std::vector<DirEntry> entries;
-    std::unordered_multimap<std::string, DirEntry::Type> byLoweredName;
-    bool indexed = false;
-    std::unordered_map<std::string, DirEntry::Type> byName;  // made when first needed
+    std::vector<std::uint32_t> byLoweredName;  // by the name as util::str::toLower lowers it
+    std::vector<std::uint32_t> byName;
 };
+
+char lowered(char c) {
+    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+}
+
+// Orders as the lowered names would: ASCII letters only, as util::str::toLower lowers.
+bool lessLowered(std::string_view a, std::string_view b) {
+    return std::lexicographical_compare(a.begin(), a.end(), b.begin(), b.end(),
+                                        [](char x, char y) { return lowered(x) < lowered(y); });
+}
+
+std::vector<std::uint32_t> positions(const std::vector<DirEntry>& entries,
+                                     bool (*less)(std::string_view, std::string_view)) {
+    std::vector<std::uint32_t> order(entries.size());
+    for (std::uint32_t i = 0; i < order.size(); ++i) {
+        order[i] = i;
+    }
+    std::stable_sort(order.begin(), order.end(), [&](std::uint32_t a, std::uint32_t b) {
+        return less(entries[a].name, entries[b].name);
+    });
+    return order;
+}
+
+bool lessExact(std::string_view a, std::string_view b) {
+    return a < b;
+}
+
+// The entries whose name is `name` by `less`, as positions in the listing.
+std::pair<std::vector<std::uint32_t>::const_iterator, std::vector<std::uint32_t>::const_iterator> named(
+    const Listing& l, const std::vector<std::uint32_t>& order, std::string_view name,
+    bool (*less)(std::string_view, std::string_view)) {
+    return std::equal_range(order.begin(), order.end(), name, [&](const auto& x, const auto& y) {
+        if constexpr (std::is_same_v<std::decay_t<decltype(x)>, std::uint32_t>) {
+            return less(l.entries[x].name, y);
+        } else {
+            return less(x, l.entries[y].name);
+        }
+    });
+}
 
 // What a second thread read for the run ahead of it: the same items below each of a list of
 // directories. Each item is taken once, by whichever thread claims it first: the second thread to read
@@ -315,17 +357,12 @@ class RunScope::CachingView : public View {
             }
             return l.listed;
         }
-        if (!l.indexed) {
-            l.byLoweredName.reserve(l.entries.size());
-            for (const DirEntry& e : l.entries) {
-                l.byLoweredName.emplace(util::str::toLower(e.name), e.type);
-            }
-            l.indexed = true;
+        if (l.byLoweredName.empty()) {
+            l.byLoweredName = positions(l.entries, lessLowered);
         }
-        // Equal keys come back in no fixed order; the callers only ask whether one of them fits.
-        auto range = l.byLoweredName.equal_range(loweredName);
-        for (auto it = range.first; it != range.second; ++it) {
-            types.push_back(it->second);
+        const auto [from, to] = named(l, l.byLoweredName, loweredName, lessLowered);
+        for (auto it = from; it != to; ++it) {
+            types.push_back(l.entries[*it].type);
         }
         return l.listed;
     }
@@ -527,12 +564,10 @@ class RunScope::CachingView : public View {
             }
         } else {
             if (l.byName.empty()) {
-                for (const DirEntry& e : l.entries) {
-                    l.byName.emplace(e.name, e.type);
-                }
+                l.byName = positions(l.entries, lessExact);
             }
-            auto entry = l.byName.find(std::string(name));
-            type = entry == l.byName.end() ? nullptr : &entry->second;
+            const auto [from, to] = named(l, l.byName, name, lessExact);
+            type = from == to ? nullptr : &l.entries[*from].type;
         }
         if (type == nullptr) {
             return Known::Absent;

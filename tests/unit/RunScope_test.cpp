@@ -63,7 +63,7 @@ TEST(RunScope, ReadAheadAnswersAsTheViewWould) {
     view.links = {{"/dev/disk/by-id/a", "../../sda"}};
     view.dirs["/short"] = {"Holders", "x"};
     for (int i = 0; i < 40; ++i) {
-        view.dirs["/long"].push_back("N" + std::to_string(i));
+        view.dirs["/long"].push_back((i % 2 ? "m" : "N") + std::to_string(i));
     }
     vessa::test::ScopedView scoped(std::move(owned));
     sys::RunScope scope({"/sys/block/sdc/dev", "/sys/block/sdb/size", "/sys/block/sda/dev"});
@@ -120,7 +120,8 @@ TEST(RunScope, ReadAheadAnswersAsTheViewWould) {
     // Names are looked up lower-cased, in a short listing entry by entry and in a long one by index.
     for (const auto& [directory, name, found] :
          {std::make_tuple("/short", "holders", 1u), std::make_tuple("/short", "holder", 0u),
-          std::make_tuple("/long", "n37", 1u), std::make_tuple("/long", "n40", 0u)}) {
+          std::make_tuple("/long", "n38", 1u), std::make_tuple("/long", "m37", 1u),
+          std::make_tuple("/long", "n37", 0u), std::make_tuple("/long", "n40", 0u)}) {
         std::vector<sys::DirEntry::Type> types;
         sys::current().entryTypes(directory, name, types);
         EXPECT_EQ(types.size(), found) << directory << " " << name;
