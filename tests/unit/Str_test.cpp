@@ -46,18 +46,6 @@ TEST(Str, ToReadsTrimmedDecimalOrFailsQuotingTheUntrimmedText) {
     }
 }
 
-TEST(Str, ExceptionBelongsToTheFamily) {
-    try {
-        int v;
-        str::to(v, "nope");
-        FAIL();
-    } catch (const vessa::Exception& e) {
-        EXPECT_STREQ(e.typeName(), "vessa::util::str::Exception");
-        EXPECT_EQ(e.code(), vessa::sal::err::kConversion);
-        EXPECT_EQ(vessa::sal::err::asString(e.code(), e.domain()), "conversion failed");
-    }
-}
-
 TEST(Str, FromTrimAndLower) {
     EXPECT_EQ(str::from(-5), "-5");
     EXPECT_EQ(str::from(4294967295u), "4294967295");
