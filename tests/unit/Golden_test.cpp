@@ -9,6 +9,8 @@
 #include <memory>
 #include <sstream>
 
+#include "cli/Fleet.h"
+#include "cli/ListOutput.h"
 #include "lin/DmTreeDev.h"
 #include "lin/FsTableEntry.h"
 #include "lin/InUse.h"
@@ -207,6 +209,32 @@ std::string recordsOf(const fs::path& file) {
             vessa::target::Property::cleanForXmlElement(name);
             vessa::target::Property::cleanForXmlText(cleaned);
             out += name + " | " + cleaned + "\n";
+        }
+    }
+    // Each line a value that the command line reads or shows, beside what it makes of it.
+    const auto eachLine = [&text, &out](auto give) {
+        std::istringstream lines(text);
+        for (std::string line; std::getline(lines, line);) {
+            out += line + " -> " + give(line) + "\n";
+        }
+    };
+    if (says("sizes")) {  // a number of bytes
+        eachLine([](const std::string& line) { return vessa::cli::humanSize(std::stoull(line)); });
+    }
+    if (says("type-words")) {  // the mask of --type, or the refusal (which leaves the mask as it was, 7)
+        eachLine([](const std::string& line) {
+            unsigned int mask = 7;
+            std::string why;
+            const bool ok = vessa::cli::parseTypes(line, mask, why);
+            return (ok ? "" : "refused: " + why + "; mask ") + std::to_string(mask);
+        });
+    }
+    if (says("fleet-statuses")) {  // why a host failed, as ssh and the tools say it
+        eachLine([](const std::string& line) { return vessa::cli::statusWord(vessa::cli::statusOf(line)); });
+    }
+    if (says("hosts-file")) {  // the hosts that a --hosts-file names
+        for (const std::string& host : vessa::cli::parseHostsFile(text)) {
+            out += host + "\n";
         }
     }
     if (says("listing")) {
