@@ -6,7 +6,9 @@
 
 #include <filesystem>
 #include <fstream>
+#include <map>
 #include <memory>
+#include <regex>
 #include <sstream>
 
 #include "cli/Fleet.h"
@@ -19,6 +21,7 @@
 #include "lin/PhysicalVolume.h"
 #include "lin/ProcPartition.h"
 #include "lin/VolumeGroup.h"
+#include "platform/Str.h"
 #include "platform/view/SystemView.h"
 #include "support/Golden.h"
 #include "support/Owned.h"
@@ -26,10 +29,12 @@
 #include "support/TestSupport.h"
 #include "target/Host.h"
 #include "target/Property.h"
+#include "target/Verdict.h"
 
 namespace fs = std::filesystem;
 using vessa::target::Host;
 using vessa::target::Storage;
+using vessa::target::Verdict;
 using namespace vessa::target::lin;
 using vessa::test::Owned;
 
@@ -142,6 +147,86 @@ std::string listing(const std::string& text, Storage::storageType type) {
     return out;
 }
 
+// The value `text` reads as in decimal, or the reason it does not (which must leave the value alone).
+template <class T>
+std::string readAs(const std::string& text) {
+    T value = static_cast<T>(9);
+    try {
+        vessa::util::str::to(value, text);
+    } catch (const vessa::util::str::Exception& e) {
+        return e.why() + (value == static_cast<T>(9) ? "" : " (value changed)");
+    }
+    return std::to_string(value);
+}
+
+// "TYPE TEXT" read as that type, "\\n" in the text standing for a line end.
+std::string conversion(const std::string& line) {
+    const std::map<std::string, std::string (*)(const std::string&)> as = {
+        {"long", readAs<long long>},
+        {"unsigned", readAs<unsigned long long>},
+        {"int", readAs<int>},
+        {"short", readAs<unsigned short>},
+        {"bool", readAs<bool>}};
+    const std::size_t blank = line.find(' ');
+    return as.at(line.substr(0, blank))(
+        std::regex_replace(line.substr(blank + 1), std::regex("\\\\n"), "\n"));
+}
+
+// "KIND:REASON; ..." added to a verdict, the kinds as its word says them; the verdict's word, its reasons,
+// and whether it is a candidate or holds only data.
+std::string verdictOf(const std::string& line) {
+    const std::map<std::string, Verdict::Kind> kinds = {{"excluded", Verdict::Excluded},
+                                                        {"in use", Verdict::InUse},
+                                                        {"holds data", Verdict::HoldsData},
+                                                        {"unknown", Verdict::Unknown},
+                                                        {"candidate", Verdict::Candidate}};
+    Verdict v;
+    std::istringstream found(line);
+    for (std::string f; std::getline(found >> std::ws, f, ';');) {
+        v.add(kinds.at(f.substr(0, f.find(':'))), f.substr(f.find(':') + 1));
+    }
+    std::string reasons;
+    for (const std::string& r : v.reasons()) {
+        reasons += (reasons.empty() ? "" : "; ") + r;
+    }
+    return std::string(v.word()) + " | " + reasons + (v.candidate() ? " | candidate" : "") +
+           (v.onlyData() ? " | only data" : "");
+}
+
+// "BITS [OVERRIDES]": the exclusion string of an item with those bits, and after those overrides the
+// string, the overrides kept, the argument and the exclusion property.
+std::string exclusionLetters(const std::string& line) {
+    std::istringstream in(line);
+    std::string bits, overrides;
+    in >> bits >> overrides;
+    Storage s(Storage::discoveredBlockDevice, "d", "/dev/d", 4096, 0, "", std::stoul(bits, nullptr, 16), {});
+    if (overrides.empty()) {
+        return "\"" + s.exclusionString() + "\"";
+    }
+    Storage::exclusions o = std::stoul(overrides, nullptr, 16);
+    s.setExclusionOverrides(o);
+    return "\"" + s.exclusionString() + "\" | kept " + std::to_string(s.exclusionOverrides()) +
+           " | argument " + std::to_string(o) + " | property \"" + s.properties().at("exclusion").value() +
+           "\"";
+}
+
+// "item|listed TYPE PATH": the path an item made by the discovery run, or from a listing line, stores,
+// and its path property; for a listed one, its access type and how many properties it has.
+std::string storedPath(const std::string& line) {
+    std::istringstream in(line);
+    std::string made, path;
+    unsigned int type = 0;
+    in >> made >> type >> path;
+    const auto t = static_cast<Storage::storageType>(type);
+    Storage s = made == "listed" ? Storage(t, -4, "n", path, 4096, "inq", "ext4", "", "1:0:0:0", "", 9, 0,
+                                           false, false, false, true)
+                                 : Storage(t, "name", path, 1024, 0, "INQ", 0, {});
+    return s.path() + " | property " + s.properties().at("path").value() +
+           (made == "listed" ? " | access type " + s.properties().at("accessType").value() + " | " +
+                                   std::to_string(s.properties().size()) + " properties"
+                             : "");
+}
+
 // The records a tool's output gives, by what its file name says it is ("" for no parser).
 std::string recordsOf(const fs::path& file) {
     const std::string name = file.filename().string();
@@ -231,6 +316,18 @@ std::string recordsOf(const fs::path& file) {
     }
     if (says("fleet-statuses")) {  // why a host failed, as ssh and the tools say it
         eachLine([](const std::string& line) { return vessa::cli::statusWord(vessa::cli::statusOf(line)); });
+    }
+    if (says("conversions")) {
+        eachLine(conversion);
+    }
+    if (says("verdicts")) {
+        eachLine(verdictOf);
+    }
+    if (says("exclusion-bits")) {
+        eachLine(exclusionLetters);
+    }
+    if (says("storage-paths")) {
+        eachLine(storedPath);
     }
     if (says("hosts-file")) {  // the hosts that a --hosts-file names
         for (const std::string& host : vessa::cli::parseHostsFile(text)) {

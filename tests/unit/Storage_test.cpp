@@ -16,33 +16,8 @@ Storage disk(const std::string& path, unsigned int type = Storage::discoveredBlo
     return Storage(static_cast<Storage::storageType>(type), "name", path, 1024, index, "INQ", 0, props);
 }
 
-// An item of a listing line: a device's, or the file system's when `type` says so.
-Storage listing(unsigned int type, const std::string& path = "/dev/sdq") {
-    return Storage(static_cast<Storage::storageType>(type), -4, "n", path, 4096, "inq", "ext4", "", "1:0:0:0",
-                   "", 9, 0, false, false, false, true);
-}
-
-// Only a file system (type 1 exactly) whose path has a "/" and no test file yet gets the test file; the
-// listing flips the separators only when it appended.
-TEST(Storage, PathRule) {
-    // Whether the listing constructor makes it, the type, the path given and the path stored.
-    const std::tuple<bool, unsigned int, const char*, const char*> cases[] = {
-        {false, 1, "/mnt/data", "/mnt/data/targetfile.dat"},
-        {false, 1, "/mnt/data/", "/mnt/data/targetfile.dat"},
-        {false, 1, "/mnt/data/targetfile.dat", "/mnt/data/targetfile.dat"},
-        {false, 3, "/mnt/data", "/mnt/data"},
-        {false, 1, "nodir", "nodir"},
-        {false, 36, "/dev/sda", "/dev/sda"},
-        {true, 1, "E:/data", "E:\\data\\targetfile.dat"},
-        {true, 4, "/dev/sda", "/dev/sda"},
-    };
-    for (const auto& [listed, type, path, stored] : cases) {
-        Storage s = listed ? listing(type, path) : disk(path, type);
-        EXPECT_EQ(s.path(), stored) << type << " " << path;
-        EXPECT_EQ(s.properties().at("path").value(), stored);
-    }
-}
-
+// (Where an item's path gets the test file, and the access type of a listed item, are the records of
+// tests/data/library/handmade-storage-paths.)
 TEST(Storage, StandardPropertiesReplaceGivenOnes) {
     std::map<std::string, Property> given = {
         {"name", Property("name", "given", "N", "D", "C")},
@@ -57,17 +32,6 @@ TEST(Storage, StandardPropertiesReplaceGivenOnes) {
     given.insert_or_assign("index", Property("index", "77", "I", "D", "C"));
     EXPECT_EQ(disk("/dev/sdb", Storage::discoveredBlockDevice, 3, given).properties().at("index").value(),
               "77");  // the given map wins over the index
-}
-
-// The exclusions a listing line gives are the records of tests/data/listing.
-TEST(Storage, ListingPropertiesAndAccessType) {
-    const std::pair<unsigned int, const char*> cases[] = {{4, "0"}, {5, "0"},  {1, "2"},  {2, "1"},
-                                                          {8, "1"}, {16, "1"}, {32, "2"}, {3, "1"}};
-    for (const auto& [type, access] : cases) {
-        Storage s = listing(type);
-        EXPECT_EQ(s.properties().at("accessType").value(), access) << type;
-        EXPECT_EQ(s.properties().size(), 11u);
-    }
 }
 
 TEST(Storage, CopyIsDeepAndAssignmentSurvivesSelf) {
