@@ -16,7 +16,6 @@ namespace vessa::test {
 struct SshAnswer {
     int status = -1;
     std::string out, err;
-    double seconds = 0;
 };
 
 // Binds (port 0: a free port, which it gives) or connects to `port` on `address`; 0 when that fails.
