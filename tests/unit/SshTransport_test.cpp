@@ -68,7 +68,6 @@ SshTransport loopback() {
 }
 
 TEST(SshTransport, QuotingCarriesHostileWordsIntact) {
-    EXPECT_EQ(vessa::hax::shellQuote("it's"), "'it'\\''s'");
     EXPECT_THROW(vessa::hax::shellQuote(std::string("a\0b", 3)), vessa::Exception);
     std::string out, expected;
     exec::runCaptured(
