@@ -211,7 +211,8 @@ std::string exclusionLetters(const std::string& line) {
 }
 
 // "item|listed TYPE PATH": the path an item made by the discovery run, or from a listing line, stores,
-// and its path property; for a listed one, its access type and how many properties it has.
+// and its path property; for a listed one, its access type and how many properties it has. Each item
+// writes its debug dump to the log.
 std::string storedPath(const std::string& line) {
     std::istringstream in(line);
     std::string made, path;
@@ -221,6 +222,7 @@ std::string storedPath(const std::string& line) {
     Storage s = made == "listed" ? Storage(t, -4, "n", path, 4096, "inq", "ext4", "", "1:0:0:0", "", 9, 0,
                                            false, false, false, true)
                                  : Storage(t, "name", path, 1024, 0, "INQ", 0, {});
+    s.printToDebug();
     return s.path() + " | property " + s.properties().at("path").value() +
            (made == "listed" ? " | access type " + s.properties().at("accessType").value() + " | " +
                                    std::to_string(s.properties().size()) + " properties"

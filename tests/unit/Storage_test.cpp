@@ -2,10 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <sstream>
-
-#include "support/TestSupport.h"
-
 using vessa::target::Property;
 using vessa::target::Storage;
 
@@ -16,8 +12,8 @@ Storage disk(const std::string& path, unsigned int type = Storage::discoveredBlo
     return Storage(static_cast<Storage::storageType>(type), "name", path, 1024, index, "INQ", 0, props);
 }
 
-// (Where an item's path gets the test file, and the access type of a listed item, are the records of
-// tests/data/library/handmade-storage-paths.)
+// (Where an item's path gets the test file, the access type of a listed item, and the debug dump and
+// destructor's lines of an item are the records of tests/data/library/handmade-storage-paths.)
 TEST(Storage, StandardPropertiesReplaceGivenOnes) {
     std::map<std::string, Property> given = {
         {"name", Property("name", "given", "N", "D", "C")},
@@ -55,24 +51,6 @@ TEST(Storage, CopyIsDeepAndAssignmentSurvivesSelf) {
     EXPECT_EQ(assigned.path(), "/dev/sda");
     ASSERT_EQ(assigned.children().size(), 1u);
     EXPECT_EQ(assigned.children().front().children().front().path(), "/dev/sda1x");
-}
-
-TEST(Storage, DebugDumpAndDestructorLog) {
-    vessa::test::LogCapture log;
-    {
-        Storage s = disk("/dev/sda");
-        log.clear();
-        s.printToDebug();
-    }
-    std::vector<std::string> m = log.messages();
-    ASSERT_GE(m.size(), 12u);
-    EXPECT_EQ(std::vector<std::string>(m.begin() + 1, m.begin() + 12),
-              (std::vector<std::string>{"====================================", "Name:         name",
-                                        "Sort Name:    ", "Path:         /dev/sda", "Inquiry:      INQ",
-                                        "Index:        0", "Size:         1024",
-                                        "Exclusions:   " + std::string(10, ' '), "Storage Type: 36",
-                                        "Properties:", "    exclusion:           "}));
-    EXPECT_TRUE(log.hasMessage("Destructing \"name\""));
 }
 
 // The user mark lives in the string only: kept across an override change, dropped by a recomputation
