@@ -212,7 +212,7 @@ std::string exclusionLetters(const std::string& line) {
 
 // "item|listed TYPE PATH": the path an item made by the discovery run, or from a listing line, stores,
 // and its path property; for a listed one, its access type and how many properties it has. Each item
-// writes its debug dump to the log.
+// writes its debug dump to the log, a listed one its access type property's too.
 std::string storedPath(const std::string& line) {
     std::istringstream in(line);
     std::string made, path;
@@ -223,6 +223,9 @@ std::string storedPath(const std::string& line) {
                                            false, false, false, true)
                                  : Storage(t, "name", path, 1024, 0, "INQ", 0, {});
     s.printToDebug();
+    if (made == "listed") {
+        s.properties().at("accessType").printToDebug();
+    }
     return s.path() + " | property " + s.properties().at("path").value() +
            (made == "listed" ? " | access type " + s.properties().at("accessType").value() + " | " +
                                    std::to_string(s.properties().size()) + " properties"
