@@ -193,21 +193,30 @@ std::string verdictOf(const std::string& line) {
            (v.onlyData() ? " | only data" : "");
 }
 
-// "BITS [OVERRIDES]": the exclusion string of an item with those bits, and after those overrides the
-// string, the overrides kept, the argument and the exclusion property.
+// "BITS STEP...": the exclusion string of an item with those bits, then after each step (OVERRIDES as
+// "override=HEX", "user" or "nouser" for the user mark, "reset" for a string made from the bits again)
+// its string, and last the bits; an override also gives the overrides kept, what its argument holds
+// after the call and the exclusion property.
 std::string exclusionLetters(const std::string& line) {
     std::istringstream in(line);
-    std::string bits, overrides;
-    in >> bits >> overrides;
+    std::string bits;
+    in >> bits;
     Storage s(Storage::discoveredBlockDevice, "d", "/dev/d", 4096, 0, "", std::stoul(bits, nullptr, 16), {});
-    if (overrides.empty()) {
-        return "\"" + s.exclusionString() + "\"";
+    std::string out = "\"" + s.exclusionString() + "\"";
+    for (std::string step; in >> step;) {
+        if (step.rfind("override=", 0) == 0) {
+            Storage::exclusions o = std::stoul(step.substr(9), nullptr, 16);
+            s.setExclusionOverrides(o);
+            out += " | kept " + std::to_string(s.exclusionOverrides()) + " | argument " + std::to_string(o) +
+                   " | property \"" + s.properties().at("exclusion").value() + "\"";
+        } else if (step == "reset") {
+            s.resetExclusionString();
+        } else {
+            s.setUserExclusion(step == "user");
+        }
+        out += " | " + step + " \"" + s.exclusionString() + "\"";
     }
-    Storage::exclusions o = std::stoul(overrides, nullptr, 16);
-    s.setExclusionOverrides(o);
-    return "\"" + s.exclusionString() + "\" | kept " + std::to_string(s.exclusionOverrides()) +
-           " | argument " + std::to_string(o) + " | property \"" + s.properties().at("exclusion").value() +
-           "\"";
+    return out + " | bits " + std::to_string(s.exclusionsList());
 }
 
 // "item|listed TYPE PATH": the path an item made by the discovery run, or from a listing line, stores,

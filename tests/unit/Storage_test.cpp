@@ -13,7 +13,8 @@ Storage disk(const std::string& path, unsigned int type = Storage::discoveredBlo
 }
 
 // (Where an item's path gets the test file, the access type of a listed item, and the debug dump and
-// destructor's lines of an item are the records of tests/data/library/handmade-storage-paths.)
+// destructor's lines of an item are the records of tests/data/library/handmade-storage-paths; the
+// letters of the exclusion bits, overrides and the user mark those of handmade-exclusion-bits.)
 TEST(Storage, StandardPropertiesReplaceGivenOnes) {
     std::map<std::string, Property> given = {
         {"name", Property("name", "given", "N", "D", "C")},
@@ -51,29 +52,6 @@ TEST(Storage, CopyIsDeepAndAssignmentSurvivesSelf) {
     EXPECT_EQ(assigned.path(), "/dev/sda");
     ASSERT_EQ(assigned.children().size(), 1u);
     EXPECT_EQ(assigned.children().front().children().front().path(), "/dev/sda1x");
-}
-
-// The user mark lives in the string only: kept across an override change, dropped by a recomputation
-// from the bits, put back by one when the bit is set. (The letters of each bit, what overrides keep and
-// the lines they log are the records of tests/data/library/handmade-exclusion-bits.)
-TEST(Exclusions, UserMarkLivesInTheString) {
-    Storage s = disk("/dev/d");
-    s.setUserExclusion(true);
-    EXPECT_EQ(s.exclusionString(), "      U   ");
-    EXPECT_EQ(s.exclusionsList(), 0u);
-    Storage::exclusions none = 0;
-    s.setExclusionOverrides(none);
-    EXPECT_EQ(s.exclusionString(), "      U   ");
-    s.resetExclusionString();
-    EXPECT_EQ(s.exclusionString(), "          ");
-    s.setUserExclusion(true);
-    s.setUserExclusion(false);
-    EXPECT_EQ(s.exclusionString(), "          ");
-    Storage u(Storage::discoveredBlockDevice, "d", "/dev/d", 4096, 0, "", 0x100, {});
-    u.setUserExclusion(false);
-    EXPECT_EQ(u.exclusionString(), "          ");
-    u.resetExclusionString();
-    EXPECT_EQ(u.exclusionString(), "      U   ");
 }
 
 }  // namespace
