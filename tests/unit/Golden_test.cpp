@@ -18,6 +18,7 @@
 #include "lin/InUse.h"
 #include "lin/LogicalVolume.h"
 #include "lin/MTableEntry.h"
+#include "lin/Partition.h"
 #include "lin/PhysicalVolume.h"
 #include "lin/ProcPartition.h"
 #include "lin/VolumeGroup.h"
@@ -159,17 +160,33 @@ std::string readAs(const std::string& text) {
     return std::to_string(value);
 }
 
-// "TYPE TEXT" read as that type, "\\n" in the text standing for a line end.
+// "TYPE TEXT" read as that type, "\\n" in the text standing for a line end; or a number written as
+// that type ("from-int", "from-unsigned", "from-ull", "from-hex"), or the text trimmed or lower-cased.
 std::string conversion(const std::string& line) {
+    namespace str = vessa::util::str;
     const std::map<std::string, std::string (*)(const std::string&)> as = {
         {"long", readAs<long long>},
         {"unsigned", readAs<unsigned long long>},
         {"int", readAs<int>},
         {"short", readAs<unsigned short>},
-        {"bool", readAs<bool>}};
+        {"bool", readAs<bool>},
+        {"from-int", [](const std::string& t) { return str::from(std::stoi(t)); }},
+        {"from-unsigned",
+         [](const std::string& t) { return str::from(static_cast<unsigned int>(std::stoul(t))); }},
+        {"from-ull", [](const std::string& t) { return str::from(std::stoull(t)); }},
+        {"from-hex", [](const std::string& t) { return str::from(std::stoi(t), std::ios_base::hex); }},
+        {"trim", [](const std::string& t) { return "\"" + str::trim(t) + "\""; }},
+        {"lower", [](const std::string& t) { return str::toLower(t); }}};
     const std::size_t blank = line.find(' ');
     return as.at(line.substr(0, blank))(
         std::regex_replace(line.substr(blank + 1), std::regex("\\\\n"), "\n"));
+}
+
+// A file-system magic number (hexadecimal) as a partition mounted with it names its file system.
+std::string magicNumber(const std::string& line) {
+    vessa::target::lin::Partition p("sda1", 1, "/", nullptr, "");
+    p.setFileSystem(std::stol(line, nullptr, 16));
+    return "\"" + p.fileSystem() + "\"";
 }
 
 // "KIND:REASON; ..." added to a verdict, the kinds as its word says them; the verdict's word, its reasons,
@@ -333,6 +350,9 @@ std::string recordsOf(const fs::path& file) {
     }
     if (says("conversions")) {
         eachLine(conversion);
+    }
+    if (says("magic-numbers")) {
+        eachLine(magicNumber);
     }
     if (says("verdicts")) {
         eachLine(verdictOf);
