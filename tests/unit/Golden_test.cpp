@@ -345,6 +345,18 @@ std::string recordsOf(const fs::path& file) {
             return (ok ? "" : "refused: " + why + "; mask ") + std::to_string(mask);
         });
     }
+    if (says("json-text")) {  // the whole text as a string of a JSON document, beside an empty list
+        std::ostringstream json;
+        vessa::cli::JsonWriter j(json);
+        j.beginObject();
+        j.key("text");
+        j.value(text);
+        j.key("empty");
+        j.value(std::vector<std::string>{});
+        j.endObject();
+        j.finish();
+        out += json.str();
+    }
     if (says("fleet-statuses")) {  // why a host failed, as ssh and the tools say it
         eachLine([](const std::string& line) { return vessa::cli::statusWord(vessa::cli::statusOf(line)); });
     }

@@ -4,25 +4,6 @@
 
 namespace {
 
-// (Sizes and the words of --type are the records of tests/data/cli.)
-TEST(ListOutput, JsonText) {
-    std::ostringstream out;
-    {
-        vessa::cli::JsonWriter json(out);
-        json.beginObject();
-        json.key("text");
-        json.value(std::string("a\"\\\n\x01 \xc3\xa9 \xff\xc3 \xed\xa0\x80", 15));
-        json.key("empty");
-        json.value(std::vector<std::string>{});
-        json.endObject();
-        json.finish();
-    }
-    // Quotes, backslashes and control characters escaped, valid UTF-8 kept, anything else U+FFFD.
-    EXPECT_EQ(out.str(),
-              "{\n  \"text\": \"a\\\"\\\\\\n\\u0001 \xc3\xa9 \xef\xbf\xbd\xef\xbf\xbd "
-              "\xef\xbf\xbd\xef\xbf\xbd\xef\xbf\xbd\",\n  \"empty\": []\n}\n");
-}
-
 // Characters of `line` before `text`, or npos.
 std::size_t columnOf(const std::string& line, const std::string& text) {
     const std::size_t at = line.find(text);
@@ -38,6 +19,7 @@ std::size_t columnOf(const std::string& line, const std::string& text) {
 
 // Device text from a snapshot or another host reaches the terminal escaped, each byte of a control
 // character or of invalid UTF-8 as \xNN, valid UTF-8 kept; the columns after it still line up.
+// (Sizes, the words of --type and how JSON writes a text are the records of tests/data/cli.)
 TEST(ListOutput, TableAndTreeShowDeviceTextEscaped) {
     const std::pair<std::string, std::string> texts[] = {
         {"\x1b]0;owned\a", "\\x1b]0;owned\\x07"},
