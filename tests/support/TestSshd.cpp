@@ -18,9 +18,10 @@ namespace exec = vessa::sal::exec;
 namespace vessa::test {
 
 namespace {
-const std::string kBin = VESSA_BINARY_DIR;
-}
 
+const std::string kBin = VESSA_BINARY_DIR;
+
+// Binds (port 0: a free port, which it gives) or connects to `port` on `address`; 0 when that fails.
 int socketAt(const std::string& address, int port, bool bind) {
     const int s = ::socket(AF_INET, SOCK_STREAM, 0);
     sockaddr_in a{};
@@ -34,6 +35,8 @@ int socketAt(const std::string& address, int port, bool bind) {
     ::close(s);
     return ok ? ntohs(a.sin_port) : 0;
 }
+
+}  // namespace
 
 bool canRunSshd() {
     return runningAsRoot() && std::filesystem::exists("/usr/sbin/sshd") &&

@@ -18,9 +18,6 @@ struct SshAnswer {
     std::string out, err;
 };
 
-// Binds (port 0: a free port, which it gives) or connects to `port` on `address`; 0 when that fails.
-int socketAt(const std::string& address, int port, bool bind);
-
 struct TestSshd {
     // `addresses`: where it listens, the first one picking the port; `configured`: further hosts the
     // client configuration names (with the same port, key and known host key); `sessionEnv`: further

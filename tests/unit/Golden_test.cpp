@@ -161,7 +161,8 @@ std::string readAs(const std::string& text) {
 }
 
 // "TYPE TEXT" read as that type, "\\n" in the text standing for a line end; or a number written as
-// that type ("from-int", "from-unsigned", "from-ull", "from-hex"), or the text trimmed or lower-cased.
+// that type ("from-int", "from-unsigned", "from-ull", "from-hex"), the text trimmed or lower-cased, or a
+// file system's magic number (hexadecimal) named.
 std::string conversion(const std::string& line) {
     namespace str = vessa::util::str;
     const std::map<std::string, std::string (*)(const std::string&)> as = {
@@ -176,17 +177,15 @@ std::string conversion(const std::string& line) {
         {"from-ull", [](const std::string& t) { return str::from(std::stoull(t)); }},
         {"from-hex", [](const std::string& t) { return str::from(std::stoi(t), std::ios_base::hex); }},
         {"trim", [](const std::string& t) { return "\"" + str::trim(t) + "\""; }},
-        {"lower", [](const std::string& t) { return str::toLower(t); }}};
+        {"lower", str::toLower},
+        {"magic", [](const std::string& t) {  // as a partition mounted with it names its file system
+             vessa::target::lin::Partition p("sda1", 1, "/", nullptr, "");
+             p.setFileSystem(std::stol(t, nullptr, 16));
+             return "\"" + p.fileSystem() + "\"";
+         }}};
     const std::size_t blank = line.find(' ');
     return as.at(line.substr(0, blank))(
         std::regex_replace(line.substr(blank + 1), std::regex("\\\\n"), "\n"));
-}
-
-// A file-system magic number (hexadecimal) as a partition mounted with it names its file system.
-std::string magicNumber(const std::string& line) {
-    vessa::target::lin::Partition p("sda1", 1, "/", nullptr, "");
-    p.setFileSystem(std::stol(line, nullptr, 16));
-    return "\"" + p.fileSystem() + "\"";
 }
 
 // "KIND:REASON; ..." added to a verdict, the kinds as its word says them; the verdict's word, its reasons,
@@ -362,9 +361,6 @@ std::string recordsOf(const fs::path& file) {
     }
     if (says("conversions")) {
         eachLine(conversion);
-    }
-    if (says("magic-numbers")) {
-        eachLine(magicNumber);
     }
     if (says("verdicts")) {
         eachLine(verdictOf);
