@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <fstream>
 #include <regex>
+#include <sstream>
 
 #include "support/TestSupport.h"
 
@@ -38,6 +39,21 @@ std::string normalisedLog(const std::string& log) {
     static const std::regex freeCounts("(f_(bfree|bavail|ffree): )[0-9]+");
     static const std::regex sourceLine("\\) @ [0-9]+");
     return std::regex_replace(std::regex_replace(log, freeCounts, "$1*"), sourceLine, ") @ *");
+}
+
+std::string describeItems(vessa::target::Host& host) {
+    std::ostringstream out;
+    for (vessa::target::Storage* s : host.storage()) {
+        out << "item " << s->index() << " type " << s->deviceStorageType() << "\n  name " << s->name()
+            << "\n  path " << s->path() << "\n  size " << s->size() << "\n  inquiry \"" << s->inquiry()
+            << "\"\n  exclusions " << s->exclusionsList() << " overrides " << s->exclusionOverrides() << " \""
+            << s->exclusionString() << "\"\n  sort name " << s->sortName() << "\n";
+        for (const auto& [key, property] : s->properties()) {
+            out << "  property " << key << "\n";
+            property.print(out, "p");
+        }
+    }
+    return out.str();
 }
 
 }  // namespace vessa::test

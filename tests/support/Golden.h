@@ -5,6 +5,8 @@
 
 #include <string>
 
+#include "target/Host.h"
+
 namespace vessa::test {
 
 // Expects `actual` to equal the whole content of `expectedPath` (a missing file fails), or rewrites it.
@@ -14,5 +16,9 @@ void expectGolden(const std::string& expectedPath, const std::string& actual);
 // for a mount point (which move while the machine runs) and the source line that an exception names
 // read "*".
 std::string normalisedLog(const std::string& log);
+
+// Every field of every item of `host`, in order, and every property as a report prints it: two runs
+// that give the same text gave the same items.
+std::string describeItems(vessa::target::Host& host);
 
 }  // namespace vessa::test

@@ -76,15 +76,12 @@ sys::ScsiAddressResult ScriptedView::scsiAddress(const std::string& device) {
     return found != nullptr ? *found : sys::ScsiAddressResult{sys::ScsiAddressResult::None, ENOTTY, ""};
 }
 
-sys::ExclusiveOpen ScriptedView::exclusiveOpen(const std::string& device) {
-    const sys::ExclusiveOpen::Result* found = find(exclusive, sys::kernelName(device));
-    return found != nullptr ? sys::ExclusiveOpen{*found, 0}
-                            : sys::ExclusiveOpen{sys::ExclusiveOpen::Failed, ENOENT};
+sys::ExclusiveOpen ScriptedView::exclusiveOpen(const std::string& /*device*/) {
+    return sys::ExclusiveOpen{sys::ExclusiveOpen::Failed, ENOENT};
 }
 
-unsigned int ScriptedView::readCapacityBlockSize(const std::string& device, bool /*sixteen*/) {
-    const unsigned int* found = find(capacities, sys::kernelName(device));
-    return found == nullptr ? 0 : *found;
+unsigned int ScriptedView::readCapacityBlockSize(const std::string& /*device*/, bool /*sixteen*/) {
+    return 0;
 }
 
 ScopedView::ScopedView(std::unique_ptr<sys::View> view) {

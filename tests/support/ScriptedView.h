@@ -1,4 +1,5 @@
-// A system view whose answers a test sets directly; everything not scripted behaves as missing.
+// A system view whose answers a test sets directly; everything not scripted behaves as missing (no device
+// has a capacity block size or opens exclusively), and the run is privileged.
 // Installed with ScopedView, which puts the live view back afterwards.
 #pragma once
 
@@ -31,9 +32,6 @@ class ScriptedView : public vessa::sal::sys::View {
     std::map<std::string, Command> commands;               // command file name -> answer
     std::map<std::string, vessa::sal::sys::IoctlResult> inquiries;
     std::map<std::string, vessa::sal::sys::ScsiAddressResult> addresses;
-    std::map<std::string, unsigned int> capacities;
-    std::map<std::string, vessa::sal::sys::ExclusiveOpen::Result> exclusive;  // kernel name -> answer
-    bool privilegedRun = true;
     std::string host = "scripted";
     std::vector<std::string> ran;               // command file names, in the order they were run
     std::vector<unsigned int> inquiryTimeouts;  // the timeout of every INQUIRY asked
@@ -52,7 +50,7 @@ class ScriptedView : public vessa::sal::sys::View {
     vessa::sal::sys::ScsiAddressResult scsiAddress(const std::string& device) override;
     unsigned int readCapacityBlockSize(const std::string& device, bool sixteen) override;
     vessa::sal::sys::ExclusiveOpen exclusiveOpen(const std::string& device) override;
-    bool privileged() override { return privilegedRun; }
+    bool privileged() override { return true; }
 
   private:
     std::string root_ = "/scripted";

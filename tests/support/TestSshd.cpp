@@ -18,9 +18,10 @@ namespace exec = vessa::sal::exec;
 namespace vessa::test {
 
 namespace {
-const std::string kBin = VESSA_BINARY_DIR;
-}
 
+const std::string kBin = VESSA_BINARY_DIR;
+
+// Binds (port 0: a free port, which it gives) or connects to `port` on `address`; 0 when that fails.
 int socketAt(const std::string& address, int port, bool bind) {
     const int s = ::socket(AF_INET, SOCK_STREAM, 0);
     sockaddr_in a{};
@@ -34,6 +35,8 @@ int socketAt(const std::string& address, int port, bool bind) {
     ::close(s);
     return ok ? ntohs(a.sin_port) : 0;
 }
+
+}  // namespace
 
 bool canRunSshd() {
     return runningAsRoot() && std::filesystem::exists("/usr/sbin/sshd") &&
@@ -121,9 +124,7 @@ SshAnswer TestSshd::run(const std::string& program, const std::list<std::string>
     }
     exec::RunLimits limits;
     limits.timeoutSeconds = timeoutSeconds;
-    const auto start = std::chrono::steady_clock::now();
     const exec::RunResult result = exec::runBounded(program, args, streams, limits);
-    r.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     r.status = result.outcome == exec::RunResult::Exited ? result.status : -1;
     return r;
 }

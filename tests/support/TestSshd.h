@@ -16,11 +16,7 @@ namespace vessa::test {
 struct SshAnswer {
     int status = -1;
     std::string out, err;
-    double seconds = 0;
 };
-
-// Binds (port 0: a free port, which it gives) or connects to `port` on `address`; 0 when that fails.
-int socketAt(const std::string& address, int port, bool bind);
 
 struct TestSshd {
     // `addresses`: where it listens, the first one picking the port; `configured`: further hosts the

@@ -24,21 +24,6 @@ namespace {
 
 constexpr int kSeeds = 50;
 
-std::string describe(Host& host) {
-    std::ostringstream out;
-    for (Storage* s : host.storage()) {
-        out << "item " << s->index() << " type " << s->deviceStorageType() << "\n  name " << s->name()
-            << "\n  path " << s->path() << "\n  size " << s->size() << "\n  inquiry \"" << s->inquiry()
-            << "\"\n  exclusions " << s->exclusionsList() << " overrides " << s->exclusionOverrides() << " \""
-            << s->exclusionString() << "\"\n  sort name " << s->sortName() << "\n";
-        for (const auto& [key, property] : s->properties()) {
-            out << "  property " << key << "\n";
-            property.print(out, "p");
-        }
-    }
-    return out.str();
-}
-
 // The items a run makes, then what it logged.
 std::string discover(Host::LocalDiscovery discovery, bool withLog) {
     vessa::hax::clearHostCache();
@@ -55,7 +40,7 @@ std::string discover(Host::LocalDiscovery discovery, bool withLog) {
     log.reset();
     Host::setLocalDiscovery(&vessa::target::lin::getLocalStorage);
     // The snapshot lies on a live file system, whose free counts move between two runs.
-    text += describe(*host) + "log:\n" + vessa::test::normalisedLog(logged);
+    text += vessa::test::describeItems(*host) + "log:\n" + vessa::test::normalisedLog(logged);
     return text;
 }
 

@@ -6,17 +6,23 @@
 
 #include <filesystem>
 #include <fstream>
+#include <map>
 #include <memory>
+#include <regex>
 #include <sstream>
 
+#include "cli/Fleet.h"
+#include "cli/ListOutput.h"
 #include "lin/DmTreeDev.h"
 #include "lin/FsTableEntry.h"
 #include "lin/InUse.h"
 #include "lin/LogicalVolume.h"
 #include "lin/MTableEntry.h"
+#include "lin/Partition.h"
 #include "lin/PhysicalVolume.h"
 #include "lin/ProcPartition.h"
 #include "lin/VolumeGroup.h"
+#include "platform/Str.h"
 #include "platform/view/SystemView.h"
 #include "support/Golden.h"
 #include "support/Owned.h"
@@ -24,10 +30,12 @@
 #include "support/TestSupport.h"
 #include "target/Host.h"
 #include "target/Property.h"
+#include "target/Verdict.h"
 
 namespace fs = std::filesystem;
 using vessa::target::Host;
 using vessa::target::Storage;
+using vessa::target::Verdict;
 using namespace vessa::target::lin;
 using vessa::test::Owned;
 
@@ -140,6 +148,115 @@ std::string listing(const std::string& text, Storage::storageType type) {
     return out;
 }
 
+// The value `text` reads as in decimal, or the reason it does not (which must leave the value alone).
+template <class T>
+std::string readAs(const std::string& text) {
+    T value = static_cast<T>(9);
+    try {
+        vessa::util::str::to(value, text);
+    } catch (const vessa::util::str::Exception& e) {
+        return e.why() + (value == static_cast<T>(9) ? "" : " (value changed)");
+    }
+    return std::to_string(value);
+}
+
+// "TYPE TEXT" read as that type, "\\n" in the text standing for a line end; or a number written as
+// that type ("from-int", "from-unsigned", "from-ull", "from-hex"), the text trimmed or lower-cased, or a
+// file system's magic number (hexadecimal) named.
+std::string conversion(const std::string& line) {
+    namespace str = vessa::util::str;
+    const std::map<std::string, std::string (*)(const std::string&)> as = {
+        {"long", readAs<long long>},
+        {"unsigned", readAs<unsigned long long>},
+        {"int", readAs<int>},
+        {"short", readAs<unsigned short>},
+        {"bool", readAs<bool>},
+        {"from-int", [](const std::string& t) { return str::from(std::stoi(t)); }},
+        {"from-unsigned",
+         [](const std::string& t) { return str::from(static_cast<unsigned int>(std::stoul(t))); }},
+        {"from-ull", [](const std::string& t) { return str::from(std::stoull(t)); }},
+        {"from-hex", [](const std::string& t) { return str::from(std::stoi(t), std::ios_base::hex); }},
+        {"trim", [](const std::string& t) { return "\"" + str::trim(t) + "\""; }},
+        {"lower", str::toLower},
+        {"magic", [](const std::string& t) {  // as a partition mounted with it names its file system
+             vessa::target::lin::Partition p("sda1", 1, "/", nullptr, "");
+             p.setFileSystem(std::stol(t, nullptr, 16));
+             return "\"" + p.fileSystem() + "\"";
+         }}};
+    const std::size_t blank = line.find(' ');
+    return as.at(line.substr(0, blank))(
+        std::regex_replace(line.substr(blank + 1), std::regex("\\\\n"), "\n"));
+}
+
+// "KIND:REASON; ..." added to a verdict, the kinds as its word says them; the verdict's word, its reasons,
+// and whether it is a candidate or holds only data.
+std::string verdictOf(const std::string& line) {
+    const std::map<std::string, Verdict::Kind> kinds = {{"excluded", Verdict::Excluded},
+                                                        {"in use", Verdict::InUse},
+                                                        {"holds data", Verdict::HoldsData},
+                                                        {"unknown", Verdict::Unknown},
+                                                        {"candidate", Verdict::Candidate}};
+    Verdict v;
+    std::istringstream found(line);
+    for (std::string f; std::getline(found >> std::ws, f, ';');) {
+        v.add(kinds.at(f.substr(0, f.find(':'))), f.substr(f.find(':') + 1));
+    }
+    std::string reasons;
+    for (const std::string& r : v.reasons()) {
+        reasons += (reasons.empty() ? "" : "; ") + r;
+    }
+    return std::string(v.word()) + " | " + reasons + (v.candidate() ? " | candidate" : "") +
+           (v.onlyData() ? " | only data" : "");
+}
+
+// "BITS STEP...": the exclusion string of an item with those bits, then after each step (OVERRIDES as
+// "override=HEX", "user" or "nouser" for the user mark, "reset" for a string made from the bits again)
+// its string, and last the bits; an override also gives the overrides kept, what its argument holds
+// after the call and the exclusion property.
+std::string exclusionLetters(const std::string& line) {
+    std::istringstream in(line);
+    std::string bits;
+    in >> bits;
+    Storage s(Storage::discoveredBlockDevice, "d", "/dev/d", 4096, 0, "", std::stoul(bits, nullptr, 16), {});
+    std::string out = "\"" + s.exclusionString() + "\"";
+    for (std::string step; in >> step;) {
+        if (step.rfind("override=", 0) == 0) {
+            Storage::exclusions o = std::stoul(step.substr(9), nullptr, 16);
+            s.setExclusionOverrides(o);
+            out += " | kept " + std::to_string(s.exclusionOverrides()) + " | argument " + std::to_string(o) +
+                   " | property \"" + s.properties().at("exclusion").value() + "\"";
+        } else if (step == "reset") {
+            s.resetExclusionString();
+        } else {
+            s.setUserExclusion(step == "user");
+        }
+        out += " | " + step + " \"" + s.exclusionString() + "\"";
+    }
+    return out + " | bits " + std::to_string(s.exclusionsList());
+}
+
+// "item|listed TYPE PATH": the path an item made by the discovery run, or from a listing line, stores,
+// and its path property; for a listed one, its access type and how many properties it has. Each item
+// writes its debug dump to the log, a listed one its access type property's too.
+std::string storedPath(const std::string& line) {
+    std::istringstream in(line);
+    std::string made, path;
+    unsigned int type = 0;
+    in >> made >> type >> path;
+    const auto t = static_cast<Storage::storageType>(type);
+    Storage s = made == "listed" ? Storage(t, -4, "n", path, 4096, "inq", "ext4", "", "1:0:0:0", "", 9, 0,
+                                           false, false, false, true)
+                                 : Storage(t, "name", path, 1024, 0, "INQ", 0, {});
+    s.printToDebug();
+    if (made == "listed") {
+        s.properties().at("accessType").printToDebug();
+    }
+    return s.path() + " | property " + s.properties().at("path").value() +
+           (made == "listed" ? " | access type " + s.properties().at("accessType").value() + " | " +
+                                   std::to_string(s.properties().size()) + " properties"
+                             : "");
+}
+
 // The records a tool's output gives, by what its file name says it is ("" for no parser).
 std::string recordsOf(const fs::path& file) {
     const std::string name = file.filename().string();
@@ -207,6 +324,56 @@ std::string recordsOf(const fs::path& file) {
             vessa::target::Property::cleanForXmlElement(name);
             vessa::target::Property::cleanForXmlText(cleaned);
             out += name + " | " + cleaned + "\n";
+        }
+    }
+    // Each line a value that the command line reads or shows, beside what it makes of it.
+    const auto eachLine = [&text, &out](auto give) {
+        std::istringstream lines(text);
+        for (std::string line; std::getline(lines, line);) {
+            out += line + " -> " + give(line) + "\n";
+        }
+    };
+    if (says("sizes")) {  // a number of bytes
+        eachLine([](const std::string& line) { return vessa::cli::humanSize(std::stoull(line)); });
+    }
+    if (says("type-words")) {  // the mask of --type, or the refusal (which leaves the mask as it was, 7)
+        eachLine([](const std::string& line) {
+            unsigned int mask = 7;
+            std::string why;
+            const bool ok = vessa::cli::parseTypes(line, mask, why);
+            return (ok ? "" : "refused: " + why + "; mask ") + std::to_string(mask);
+        });
+    }
+    if (says("json-text")) {  // the whole text as a string of a JSON document, beside an empty list
+        std::ostringstream json;
+        vessa::cli::JsonWriter j(json);
+        j.beginObject();
+        j.key("text");
+        j.value(text);
+        j.key("empty");
+        j.value(std::vector<std::string>{});
+        j.endObject();
+        j.finish();
+        out += json.str();
+    }
+    if (says("fleet-statuses")) {  // why a host failed, as ssh and the tools say it
+        eachLine([](const std::string& line) { return vessa::cli::statusWord(vessa::cli::statusOf(line)); });
+    }
+    if (says("conversions")) {
+        eachLine(conversion);
+    }
+    if (says("verdicts")) {
+        eachLine(verdictOf);
+    }
+    if (says("exclusion-bits")) {
+        eachLine(exclusionLetters);
+    }
+    if (says("storage-paths")) {
+        eachLine(storedPath);
+    }
+    if (says("hosts-file")) {  // the hosts that a --hosts-file names
+        for (const std::string& host : vessa::cli::parseHostsFile(text)) {
+            out += host + "\n";
         }
     }
     if (says("listing")) {

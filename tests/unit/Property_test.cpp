@@ -5,14 +5,14 @@
 #include <thread>
 #include <vector>
 
-#include "support/TestSupport.h"
 
 using vessa::target::Property;
 
 namespace {
 
 // (How texts are cleaned for XML names and element text is the records of tests/data/report; how a
-// property is printed, every field cleaned, is the reports there and each scenario's expected.xml.)
+// property is printed, every field cleaned, is the reports there and each scenario's expected.xml; its
+// debug dump is in the records of tests/data/library/handmade-storage-paths.)
 
 // The texts other than the value are shared: a setter on a copy leaves the original as it was, and
 // properties made on several threads at once read back whole, each text kept once.
@@ -41,19 +41,6 @@ TEST(Property, SharedTextsStayApart) {
             ASSERT_EQ(&out[i].description(), &made[0][i].description());
         }
     }
-}
-
-TEST(Property, DebugDumpQuotesNameValueAndCategoryOnly) {
-    vessa::test::LogCapture log;
-    Property("accessType", "0", "Access Type", "Means.", "Debug").printToDebug();
-    EXPECT_EQ(log.text(),
-              "[Property.cpp] printToDebug: Enter\n"
-              "[Property.cpp] printToDebug: Property \"accessType\"\n"
-              "[Property.cpp] printToDebug:     Display Name: Access Type\n"
-              "[Property.cpp] printToDebug:     Value       : \"0\"\n"
-              "[Property.cpp] printToDebug:     Category    : \"Debug\"\n"
-              "[Property.cpp] printToDebug:     Description : Means.\n"
-              "[Property.cpp] printToDebug: Exit\n");
 }
 
 }  // namespace

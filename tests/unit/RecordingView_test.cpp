@@ -4,6 +4,7 @@
 
 #include <filesystem>
 
+#include "support/Golden.h"
 #include "support/ScriptedView.h"
 #include "support/TestSupport.h"
 #include "target/Host.h"
@@ -17,21 +18,13 @@ namespace {
 
 const std::string kScenarios = std::string(VESSA_SOURCE_DIR) + "/tests/scenarios/";
 
-// Discovery of every kind through `view`; the items as one comparable text.
+// Discovery of every kind through `view`; the host's name and its items as one comparable text.
 std::string discover(std::unique_ptr<sys::View> view) {
     vessa::hax::clearHostCache();
     vessa::test::ScopedView scoped(std::move(view));
     std::unique_ptr<Host> host(Host::named(sys::current().hostName(), false));
     host->fill(Storage::allStorage, nullptr, false, {});
-    std::string text = host->name() + "\n";
-    for (Storage* s : host->storage()) {
-        text += std::to_string(s->index()) + " " + s->path() + " [" + s->exclusionString() + "] " +
-                s->inquiry() + "\n";
-        for (const auto& [key, p] : s->properties()) {
-            text += "  " + key + "=" + p.value() + " | " + p.category() + "\n";
-        }
-    }
-    return text;
+    return host->name() + "\n" + vessa::test::describeItems(*host);
 }
 
 // Every file and link under `dir`, with its content or target.

@@ -68,7 +68,6 @@ SshTransport loopback() {
 }
 
 TEST(SshTransport, QuotingCarriesHostileWordsIntact) {
-    EXPECT_EQ(vessa::hax::shellQuote("it's"), "'it'\\''s'");
     EXPECT_THROW(vessa::hax::shellQuote(std::string("a\0b", 3)), vessa::Exception);
     std::string out, expected;
     exec::runCaptured(
@@ -119,23 +118,18 @@ TEST(SshTransport, EveryOperationThroughALoopbackShell) {
     EXPECT_EQ(vessa::test::readFile(back), bytes);
     EXPECT_EQ(vessa::test::readFile(victim), "precious");
 
-    // A run reports the status, passes the streams on and names what could not run.
+    // A run reports the status, in its working directory (made for it when asked), and names a directory
+    // it cannot enter. (Its streams, and a program that is not there, are Remote's runs through pelo.)
+    // Both streams go to `out`: the line that tells the run has started is not passed on.
     exec::RunLimits limits;
-    std::string out, err;
+    std::string out;
     auto toOut = [&out](const char* d, std::size_t n) { out.append(d, n); };
-    auto toErr = [&err](const char* d, std::size_t n) { err.append(d, n); };
     const std::string work = dir.path() + "/new dir/it's";
-    EXPECT_EQ(t.run(address, work, true, "sh", {"-c", "pwd; echo oops >&2; exit 7"}, toOut, toErr, limits),
-              7);
+    EXPECT_EQ(t.run(address, work, true, "sh", {"-c", "pwd; exit 7"}, toOut, toOut, limits), 7);
     EXPECT_EQ(out, work + "\n");
-    EXPECT_EQ(err, "oops\n");  // the start line is not passed on
-    auto fails = [](const char* reason) {
-        return ThrowsMessage<vessa::Exception>(AllOf(HasSubstr("on 127.0.0.9: "), HasSubstr(reason)));
-    };
-    EXPECT_THAT([&] { t.run(address, dir.path() + "/missing", false, "true", {}, toOut, toErr, limits); },
-                fails("can't cd to"));
-    EXPECT_THAT([&] { t.run(address, "", false, "no-such-program-here", {}, toOut, toErr, limits); },
-                fails("no-such-program-here: not found"));
+    EXPECT_THAT(
+        [&] { t.run(address, dir.path() + "/missing", false, "true", {}, toOut, toOut, limits); },
+        ThrowsMessage<vessa::Exception>(AllOf(HasSubstr("on 127.0.0.9: "), HasSubstr("can't cd to"))));
 }
 
 TEST(SshTransport, FailuresNameTheHostAndSshsReason) {

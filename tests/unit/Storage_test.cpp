@@ -2,10 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <sstream>
-
-#include "support/TestSupport.h"
-
 using vessa::target::Property;
 using vessa::target::Storage;
 
@@ -16,33 +12,9 @@ Storage disk(const std::string& path, unsigned int type = Storage::discoveredBlo
     return Storage(static_cast<Storage::storageType>(type), "name", path, 1024, index, "INQ", 0, props);
 }
 
-// An item of a listing line: a device's, or the file system's when `type` says so.
-Storage listing(unsigned int type, const std::string& path = "/dev/sdq") {
-    return Storage(static_cast<Storage::storageType>(type), -4, "n", path, 4096, "inq", "ext4", "", "1:0:0:0",
-                   "", 9, 0, false, false, false, true);
-}
-
-// Only a file system (type 1 exactly) whose path has a "/" and no test file yet gets the test file; the
-// listing flips the separators only when it appended.
-TEST(Storage, PathRule) {
-    // Whether the listing constructor makes it, the type, the path given and the path stored.
-    const std::tuple<bool, unsigned int, const char*, const char*> cases[] = {
-        {false, 1, "/mnt/data", "/mnt/data/targetfile.dat"},
-        {false, 1, "/mnt/data/", "/mnt/data/targetfile.dat"},
-        {false, 1, "/mnt/data/targetfile.dat", "/mnt/data/targetfile.dat"},
-        {false, 3, "/mnt/data", "/mnt/data"},
-        {false, 1, "nodir", "nodir"},
-        {false, 36, "/dev/sda", "/dev/sda"},
-        {true, 1, "E:/data", "E:\\data\\targetfile.dat"},
-        {true, 4, "/dev/sda", "/dev/sda"},
-    };
-    for (const auto& [listed, type, path, stored] : cases) {
-        Storage s = listed ? listing(type, path) : disk(path, type);
-        EXPECT_EQ(s.path(), stored) << type << " " << path;
-        EXPECT_EQ(s.properties().at("path").value(), stored);
-    }
-}
-
+// (Where an item's path gets the test file, the access type of a listed item, and the debug dump and
+// destructor's lines of an item are the records of tests/data/library/handmade-storage-paths; the
+// letters of the exclusion bits, overrides and the user mark those of handmade-exclusion-bits.)
 TEST(Storage, StandardPropertiesReplaceGivenOnes) {
     std::map<std::string, Property> given = {
         {"name", Property("name", "given", "N", "D", "C")},
@@ -59,7 +31,6 @@ TEST(Storage, StandardPropertiesReplaceGivenOnes) {
               "77");  // the given map wins over the index
 }
 
-// The exclusions a listing line gives are the records of tests/data/listing.
 // Items keep their properties packed until properties() is asked for; both forms read and change alike.
 TEST(Storage, PackedAndUnpackedPropertiesAgree) {
     const std::map<std::string, Property> given = {{"zeta", Property("zeta", "z", "Z", "D", "C")},
@@ -86,16 +57,6 @@ TEST(Storage, PackedAndUnpackedPropertiesAgree) {
     EXPECT_EQ(keyed.properties().count("alias"), 1u);
 }
 
-TEST(Storage, ListingPropertiesAndAccessType) {
-    const std::pair<unsigned int, const char*> cases[] = {{4, "0"}, {5, "0"},  {1, "2"},  {2, "1"},
-                                                          {8, "1"}, {16, "1"}, {32, "2"}, {3, "1"}};
-    for (const auto& [type, access] : cases) {
-        Storage s = listing(type);
-        EXPECT_EQ(s.properties().at("accessType").value(), access) << type;
-        EXPECT_EQ(s.properties().size(), 11u);
-    }
-}
-
 TEST(Storage, CopyIsDeepAndAssignmentSurvivesSelf) {
     auto* root = new Storage(disk("/dev/sda"));
     Storage child = disk("/dev/sda1");
@@ -117,24 +78,6 @@ TEST(Storage, CopyIsDeepAndAssignmentSurvivesSelf) {
     EXPECT_EQ(assigned.path(), "/dev/sda");
     ASSERT_EQ(assigned.children().size(), 1u);
     EXPECT_EQ(assigned.children().front().children().front().path(), "/dev/sda1x");
-}
-
-TEST(Storage, DebugDumpAndDestructorLog) {
-    vessa::test::LogCapture log;
-    {
-        Storage s = disk("/dev/sda");
-        log.clear();
-        s.printToDebug();
-    }
-    std::vector<std::string> m = log.messages();
-    ASSERT_GE(m.size(), 12u);
-    EXPECT_EQ(std::vector<std::string>(m.begin() + 1, m.begin() + 12),
-              (std::vector<std::string>{"====================================", "Name:         name",
-                                        "Sort Name:    ", "Path:         /dev/sda", "Inquiry:      INQ",
-                                        "Index:        0", "Size:         1024",
-                                        "Exclusions:   " + std::string(10, ' '), "Storage Type: 36",
-                                        "Properties:", "    exclusion:           "}));
-    EXPECT_TRUE(log.hasMessage("Destructing \"name\""));
 }
 
 }  // namespace
