@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <limits>
 #include <memory>
+#include <optional>
 #include <unordered_map>
 #include <unordered_set>
 #include <vector>
@@ -405,15 +406,16 @@ std::uint32_t GetStorage(Host* host, Storage::storageType type, unsigned int inq
         link->print(0);
     }
     // The kernel's own view of what is in use and what the devices hold at rest, beside the exclusions:
-    // always asked, for the verdicts; logged, and shown as a property, only when asked for.
-    const InUse inUse(r.allLinks, r.sysBlocks, withInUse);
-    const AtRest atRest(r.allLinks);
+    // always asked, for the verdicts; logged, and shown as a property, only when asked for. Both go
+    // once the verdicts are made, before the device tree: on a large host the run is at its fullest then.
+    std::optional<const InUse> inUse(std::in_place, r.allLinks, r.sysBlocks, withInUse);
+    std::optional<const AtRest> atRest(std::in_place, r.allLinks);
     // Who each device is, read with the sources (the reading below ends what they read ahead).
     // Beside each, how many items will take it (counted once the items are made).
     std::unordered_map<const DeviceLink*, std::pair<Identity, std::size_t>> identities;
     if (withIdentity) {
         for (const DeviceLink* link : r.allLinks) {
-            identities.try_emplace(link, identityOf(link, atRest), 0);
+            identities.try_emplace(link, identityOf(link, *atRest), 0);
         }
     }
     // Everything below asks the devices, not the files: what was read for the sources can go.
@@ -488,9 +490,9 @@ std::uint32_t GetStorage(Host* host, Storage::storageType type, unsigned int inq
         for (Storage* item : made) {
             const DeviceLink* link = *origin++;
             if (withInUse) {
-                item->addProperty(inUseProperty(inUse.reasons(link)));
+                item->addProperty(inUseProperty(inUse->reasons(link)));
             }
-            host->setVerdict(item, verdictOf(*item, at++ >= fileSystemsFrom, link, inUse, atRest));
+            host->setVerdict(item, verdictOf(*item, at++ >= fileSystemsFrom, link, *inUse, *atRest));
             if (withIdentity) {
                 auto id = identities.find(link);
                 if (id == identities.end()) {
@@ -504,6 +506,9 @@ std::uint32_t GetStorage(Host* host, Storage::storageType type, unsigned int inq
             }
         }
     }
+    const std::vector<std::string> inUseWarnings = inUse->warnings();
+    inUse.reset();
+    atRest.reset();
     if (withTree) {
         std::unordered_map<const DeviceLink*, std::vector<std::size_t>> itemsOf;
         for (std::size_t i = 0; i < origins.size(); ++i) {
@@ -519,7 +524,7 @@ std::uint32_t GetStorage(Host* host, Storage::storageType type, unsigned int inq
     report.failedSources.insert(report.failedSources.begin(), noted.begin(), noted.end());
     report.warnings = completenessWarnings(scope, report.failedSources, r.procPartitions);
     if (withInUse) {
-        report.warnings.insert(report.warnings.end(), inUse.warnings().begin(), inUse.warnings().end());
+        report.warnings.insert(report.warnings.end(), inUseWarnings.begin(), inUseWarnings.end());
     }
     report.warnings.insert(report.warnings.end(), probeWarnings.begin(), probeWarnings.end());
     for (std::string& w : scope.probeWarnings()) {
