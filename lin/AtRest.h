@@ -18,6 +18,7 @@
 
 #include <list>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 #include <vector>
 
@@ -65,7 +66,7 @@ class AtRest {
                            const std::string& (*what)(const std::vector<std::string>&, std::string&));
 
     std::unordered_map<const DeviceLink*, Device> devices_;
-    std::unordered_map<std::string, const DeviceLink*> byName_;
+    std::unordered_map<std::string_view, const DeviceLink*> byName_;  // views of the links' names
     std::vector<std::string> unknownForAll_;
 };
 

@@ -23,6 +23,7 @@
 
 #include <list>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 #include <unordered_set>
 #include <vector>
@@ -89,7 +90,8 @@ class InUse {
     // What the kernel says of the device itself; "busy" only where nothing built on it explains that.
     std::vector<std::string> ownReasons(const DeviceLink* link) const;
 
-    std::unordered_map<std::string, std::vector<const DeviceLink*>> byName_;
+    // Keyed by views of the links' own names, which outlive this.
+    std::unordered_map<std::string_view, std::vector<const DeviceLink*>> byName_;
     std::unordered_map<unsigned long long, std::vector<const DeviceLink*>> byNumbers_;
     std::unordered_map<const DeviceLink*, std::vector<std::string>> own_;
     std::unordered_set<const DeviceLink*> busy_;  // refused an exclusive open

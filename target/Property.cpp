@@ -17,7 +17,7 @@ namespace {
 
 // The texts sit in blocks that never move, found through a fixed table of block addresses, so that a
 // text is read without the lock while others are added; a table of numbers, open-addressed, finds a
-// text's number from its content. Each text costs its string, its characters and two table places,
+// text's number from its content. Each text costs its string, its characters and a table place or two,
 // not a node of a set. The pool is made on first use and never destroyed, so that a property that
 // outlives static destruction (one held by a static object) still reads valid texts.
 class TextPool {
@@ -63,7 +63,7 @@ class TextPool {
             if (slots_[at] == kFree) {
                 const std::uint32_t number = add(t);
                 slots_[at] = number;
-                if (2 * (count_ - 1) > slots_.size()) {
+                if (4 * (count_ - 1) > 3 * slots_.size()) {
                     grow();
                 }
                 return number;
