@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <chrono>
 #include <cstdint>
+#include <optional>
 #include <string_view>
 #include <system_error>
 #include <thread>
@@ -257,7 +258,7 @@ class ReadAhead {
             return;
         }
         if (kind == RunScope::Ahead::Directory) {
-            slot.ok = view_.listDirectory(path, slot.entries);
+            slot.ok = !absent(path, listed) && view_.listDirectory(path, slot.entries);
             if (slot.ok) {
                 auto& names = listed[path];
                 for (const DirEntry& e : slot.entries) {
@@ -269,13 +270,23 @@ class ReadAhead {
         const std::string::size_type slash = path.rfind('/');
         auto dir = slash == std::string::npos ? listed.end() : listed.find(path.substr(0, slash));
         if (dir == listed.end()) {
-            slot.ok = view_.readFile(path, slot.content);
+            slot.ok = !absent(path.substr(0, slash), listed) && view_.readFile(path, slot.content);
             return;
         }
         auto entry = dir->second.find(path.substr(slash + 1));
         slot.ok = entry != dir->second.end() &&
                   (entry->second == DirEntry::File ? view_.readListedFile(path, slot.content)
                                                    : view_.readFile(path, slot.content));
+    }
+
+    // Whether the listing of `path`'s directory, made by this thread, shows that `path` is not there
+    // (a device mapper node has no device directory, nor anything in it): no need to try.
+    static bool absent(
+        const std::string& path,
+        const std::unordered_map<std::string, std::unordered_map<std::string, DirEntry::Type>>& listed) {
+        const std::string::size_type slash = path.rfind('/');
+        auto dir = slash == std::string::npos ? listed.end() : listed.find(path.substr(0, slash));
+        return dir != listed.end() && dir->second.count(path.substr(slash + 1)) == 0;
     }
 
     View& view_;
@@ -458,7 +469,13 @@ class RunScope::CachingView : public View {
         }
         return inner_.readSignatures(device);
     }
-    bool privileged() override { return inner_.privileged(); }
+    // Asked once a run: the planner asks it of every device, and a snapshot answers from a file.
+    bool privileged() override {
+        if (!privileged_) {
+            privileged_ = inner_.privileged();
+        }
+        return *privileged_;
+    }
 
     void probeAhead(const std::vector<DeviceProbes>& plan, unsigned int inquiryTimeout) override {
         std::vector<DeviceProbes> wanted;
@@ -619,6 +636,7 @@ class RunScope::CachingView : public View {
 
     View& inner_;
     std::unordered_set<std::string> leftAlone_;
+    std::optional<bool> privileged_;
     std::vector<std::unique_ptr<AheadCommand>> commandsAhead_;
     std::unordered_map<std::string, Listing> listings_;
     std::vector<std::unique_ptr<ReadAhead>> ahead_;  // last: their threads end before the members above go
