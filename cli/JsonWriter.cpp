@@ -88,6 +88,16 @@ void JsonWriter::quoted(const std::string& text) {
     std::string& out = buffer_;
     out += '"';
     for (std::size_t i = 0; i < text.size();) {
+        std::size_t plain = i;  // printable ASCII that needs no escape goes over in one piece
+        while (plain < text.size() && text[plain] >= 0x20 && text[plain] < 0x7f && text[plain] != '"' &&
+               text[plain] != '\\') {
+            ++plain;
+        }
+        if (plain != i) {
+            out.append(text, i, plain - i);
+            i = plain;
+            continue;
+        }
         const unsigned char c = static_cast<unsigned char>(text[i]);
         if (c >= 0x80) {
             unsigned int code = 0;
