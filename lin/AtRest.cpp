@@ -108,7 +108,16 @@ AtRest::AtRest(const std::list<DeviceLink*>& links) {
         Device& d = devices_[l];
         d.signatures = view.readSignatures(l->name());
         std::string ro;
-        d.readOnly = view.readFile(sysfsDirectory(l) + "/ro", ro) && ro.compare(0, 1, "1") == 0;
+        if (view.readFile(sysfsDirectory(l) + "/ro", ro)) {
+            d.readOnly = ro.compare(0, 1, "1") == 0;
+            const std::string line = ro.substr(0, ro.find('\n'));
+            const std::string::size_type b = line.find_first_not_of(" \t");
+            const std::string flag =
+                b == std::string::npos ? "" : line.substr(b, line.find_last_not_of(" \t") - b + 1);
+            if (flag == "0" || flag == "1") {
+                d.roFlag = flag == "1";
+            }
+        }
     }
     readConfiguration("/etc/fstab", 2, &fstabWhat);
     readConfiguration("/etc/crypttab", 2, &crypttabWhat);
@@ -220,6 +229,11 @@ std::vector<std::string> AtRest::data(const DeviceLink* link) const {
 const sal::sys::SignatureProbe* AtRest::signatures(const DeviceLink* link) const {
     auto it = devices_.find(link);
     return it == devices_.end() ? nullptr : &it->second.signatures;
+}
+
+std::optional<bool> AtRest::roFlag(const DeviceLink* link) const {
+    auto it = devices_.find(link);
+    return it != devices_.end() ? it->second.roFlag : std::nullopt;
 }
 
 bool AtRest::readOnly(const DeviceLink* link) const {

@@ -17,6 +17,7 @@
 #pragma once
 
 #include <list>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -49,6 +50,9 @@ class AtRest {
     // Why the device of `link` holds data, each "holds data: ..."; empty when nothing was found.
     std::vector<std::string> data(const DeviceLink* link) const;
     bool readOnly(const DeviceLink* link) const;
+    // The device's sysfs `ro` as a flag: its first line, blanks around it removed, "0" or "1";
+    // nullopt when it could not be read or says anything else. Read once, here, for both uses.
+    std::optional<bool> roFlag(const DeviceLink* link) const;
     // What the probe found on the device; nullptr for a device that was not probed (a network mount).
     const sal::sys::SignatureProbe* signatures(const DeviceLink* link) const;
     // What could not be checked for the device, in words ("its signatures (not read in this snapshot)").
@@ -58,7 +62,8 @@ class AtRest {
     struct Device {
         sal::sys::SignatureProbe signatures;
         std::vector<std::string> configured;  // "configured in /etc/fstab at /data", ...
-        bool readOnly = false;
+        bool readOnly = false;                // `ro` begins with "1"
+        std::optional<bool> roFlag;           // see roFlag()
     };
     // The device that a table's first field names, or nullptr.
     const DeviceLink* named(const std::string& spec) const;

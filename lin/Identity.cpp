@@ -107,7 +107,7 @@ Identity identityOf(const DeviceLink* link, const AtRest& atRest) {
     sal::sys::View& view = sal::sys::current();
     const DeviceLink* disk = diskOf(link);
     const std::string diskDir = sysfsDirectory(disk != nullptr ? disk : link);
-    id.readOnly = flag(sysfsDirectory(link) + "/ro");
+    id.readOnly = atRest.roFlag(link);
     id.rotational = flag(diskDir + "/queue/rotational");
     id.logicalSectorSize = number(diskDir + "/queue/logical_block_size");
     id.physicalSectorSize = number(diskDir + "/queue/physical_block_size");

@@ -2,7 +2,8 @@
 // its replay gives it back; a snapshot without these files replays with the facts unknown.
 //
 // Sources, for the device of a link (a partition takes its disk's serial, WWN, transport, queue):
-// - sysfs: `ro`, `queue/rotational`, `queue/logical_block_size`, `queue/physical_block_size`, the
+// - sysfs: `ro` (as the at-rest view read it), `queue/rotational`, `queue/logical_block_size`,
+// `queue/physical_block_size`, the
 //   serial (`device/serial`, else the unit serial number page `device/vpd_pg80`), `wwid`, and the
 //   link /sys/dev/block/<major>:<minor> of the disk, whose target names the bus the disk hangs on;
 // - /dev/disk/by-id: the device's own link, and the "wwn-" link that carries its WWN;

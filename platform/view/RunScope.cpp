@@ -4,7 +4,9 @@
 #include <atomic>
 #include <cerrno>
 #include <chrono>
+#include <condition_variable>
 #include <cstdint>
+#include <mutex>
 #include <optional>
 #include <string_view>
 #include <system_error>
@@ -200,15 +202,36 @@ class ReadAhead {
         if (slot.state.compare_exchange_strong(state, Taken, std::memory_order_acq_rel)) {
             return nullptr;  // not reached yet: the caller reads it, and the second thread passes it by
         }
-        while (state == Reading) {
-            std::this_thread::yield();
-            state = slot.state.load(std::memory_order_acquire);
+        if (state == Reading) {
+            state = waitWhileReading(slot);
         }
         if (state != Done) {
             return nullptr;  // taken before
         }
         slot.state.store(Taken, std::memory_order_relaxed);
         return &slot;
+    }
+
+    // The slot's state once a reading thread has finished it. The run's thread sleeps meanwhile: on a
+    // machine with fewer processors than threads, a yielding thread kept taking the processor from the
+    // very thread it waited for.
+    int waitWhileReading(Slot& slot) {
+        std::unique_lock<std::mutex> lock(finishedLock_);
+        waiting_.fetch_add(1);
+        int state = slot.state.load();
+        while (state == Reading) {
+            finished_.wait_for(lock, std::chrono::milliseconds(10));
+            state = slot.state.load();
+        }
+        waiting_.fetch_sub(1);
+        return state;
+    }
+    void finish(Slot& slot) {
+        slot.state.store(Done);
+        if (waiting_.load() != 0) {
+            const std::lock_guard<std::mutex> lock(finishedLock_);
+            finished_.notify_all();
+        }
     }
 
     // Takes every kThreads-th directory from `first` on.
@@ -237,7 +260,7 @@ class ReadAhead {
                 }
                 slot.read = std::make_unique<Read>();
                 read(bases_[b] + item.path, item.kind, listed, *slot.read);
-                slot.state.store(Done, std::memory_order_release);
+                finish(slot);
             }
         }
     }
@@ -296,6 +319,9 @@ class ReadAhead {
     std::unordered_map<std::string_view, std::size_t> index_;  // into bases_
     std::atomic<std::size_t> reached_{0};  // one past the last directory the run took an item of
     std::atomic<bool> stop_{false};
+    std::mutex finishedLock_;  // with finished_: the run's thread waits for a slot being read
+    std::condition_variable finished_;
+    std::atomic<int> waiting_{0};
     std::vector<std::thread> workers_;
 };
 
