@@ -5,7 +5,9 @@
 #include <cctype>
 #include <memory>
 #include <mutex>
+#include <ostream>
 #include <stdexcept>
+#include <tuple>
 #include <vector>
 
 #include "platform/Log.h"
@@ -20,18 +22,25 @@ namespace {
 // text's number from its content. Each text costs its string, its characters and a table place or two,
 // not a node of a set. The pool is made on first use and never destroyed, so that a property that
 // outlives static destruction (one held by a static object) still reads valid texts.
+bool writtenAsItStands(const std::string& text);
+
 class TextPool {
   public:
     static constexpr std::uint32_t kBlockBits = 12;
     static constexpr std::uint32_t kBlockSize = 1u << kBlockBits;
-    static constexpr std::uint32_t kBlocks = 1u << 16;  // 268 million texts
+    static constexpr std::uint32_t kBlocks = 1u << 16;  // 268 million texts, numbers below 2^28
 
     static TextPool& instance() {
         static TextPool* const pool = new TextPool;
         return *pool;
     }
 
+    // Set in a text's number when XML takes the text as it stands (no character to escape or replace),
+    // found once when the text is pooled: the report and the list write the same texts a million times.
+    static constexpr std::uint32_t kAsWritten = 1u << 31;
+
     const std::string& text(std::uint32_t number) const {
+        number &= ~kAsWritten;
         return blocks_[number >> kBlockBits].load(std::memory_order_acquire)[number & (kBlockSize - 1)];
     }
 
@@ -86,7 +95,7 @@ class TextPool {
         }
         block[number & (kBlockSize - 1)] = t;
         ++count_;
-        return number;
+        return !t.empty() && writtenAsItStands(t) ? number | kAsWritten : number;
     }
 
     void grow() {
@@ -238,41 +247,44 @@ std::string xmlCarried(const std::string& text) {
     return out;
 }
 
-// Writes `text` as cleanForXmlText leaves it, and then as XML can carry it (the cleaning keeps control
+// Whether XML takes `text` as it stands: neither cleanForXmlText nor XML's own limits change it.
+bool writtenAsItStands(const std::string& text) {
+    return text.empty() || (std::isprint(static_cast<unsigned char>(text[0])) &&
+                            text.find_first_of("&<>\"'") == std::string::npos && xmlCarries(text));
+}
+
+// Appends `text` as cleanForXmlText leaves it, and then as XML can carry it (the cleaning keeps control
 // characters after a printable first one). Most texts need neither, and are not copied for them.
-void writeClean(std::ostream& os, const std::string& text) {
-    const bool clean = text.empty() || (std::isprint(static_cast<unsigned char>(text[0])) &&
-                                        text.find_first_of("&<>\"'") == std::string::npos);
-    if (clean && xmlCarries(text)) {
-        os << text;
+void appendClean(std::string& out, const std::string& text, bool asItStands) {
+    if (asItStands || writtenAsItStands(text)) {
+        out += text;
         return;
     }
     std::string cleaned = text;
-    if (!clean) {
-        Property::cleanForXmlText(cleaned);
-    }
-    if (xmlCarries(cleaned)) {
-        os << cleaned;
-    } else {
-        os << xmlCarried(cleaned);
-    }
+    Property::cleanForXmlText(cleaned);
+    out += xmlCarries(cleaned) ? cleaned : xmlCarried(cleaned);
 }
 
 }  // namespace
 
 void Property::print(std::ostream& os, const std::string& tableName) const {
-    os << "  <" << tableName << ">" << '\n';
-    const std::pair<const char*, const std::string*> columns[] = {{"Name", &text(name_)},
-                                                                  {"DisplayName", &text(displayName_)},
-                                                                  {"Value", &value_},
-                                                                  {"Category", &text(category_)},
-                                                                  {"Description", &text(description_)}};
-    for (const auto& [column, text] : columns) {
-        os << "    <" << column << ">";
-        writeClean(os, *text);
-        os << "</" << column << ">" << '\n';
+    const auto asItStands = [](std::uint32_t number) { return (number & TextPool::kAsWritten) != 0; };
+    const std::tuple<const char*, const std::string*, bool> columns[] = {
+        {"Name", &text(name_), asItStands(name_)},
+        {"DisplayName", &text(displayName_), asItStands(displayName_)},
+        {"Value", &value_, false},
+        {"Category", &text(category_), asItStands(category_)},
+        {"Description", &text(description_), asItStands(description_)}};
+    std::string out;  // one write to the stream for the whole row
+    out.reserve(160 + value_.size());
+    out.append("  <").append(tableName).append(">\n");
+    for (const auto& [column, text, plain] : columns) {
+        out.append("    <").append(column).append(">");
+        appendClean(out, *text, plain);
+        out.append("</").append(column).append(">\n");
     }
-    os << "  </" << tableName << ">" << '\n';
+    out.append("  </").append(tableName).append(">\n");
+    os.write(out.data(), static_cast<std::streamsize>(out.size()));
 }
 
 void Property::printToDebug() {
