@@ -1,10 +1,107 @@
 #include "cli/JsonWriter.h"
 
+#include <condition_variable>
 #include <cstdio>
+#include <deque>
+#include <exception>
+#include <mutex>
+#include <sstream>
+#include <thread>
 
 #include "platform/Str.h"
 
 namespace vessa::cli {
+
+JsonWriter::JsonWriter(std::ostream& out, const JsonWriter& at)
+    : out_(out), oneLine_(at.oneLine_), empty_(at.empty_) {
+    if (!empty_.empty()) {
+        empty_.back() = false;
+    }
+}
+
+namespace {
+
+constexpr std::size_t kBlock = 64;   // elements a thread writes at a time
+constexpr std::size_t kWaiting = 4;  // blocks written ahead and not yet handed over, at most
+
+}  // namespace
+
+void JsonWriter::elements(std::size_t count, const std::function<void(JsonWriter&, std::size_t)>& write) {
+    // The even blocks are written here, straight into this writer; the odd ones by the second thread.
+    // The second thread's writers start from this writer's place before the first element: every odd
+    // block comes after at least one element, so each of its elements takes a separator.
+    const std::size_t blocks = (count + kBlock - 1) / kBlock;
+    std::mutex lock;
+    std::condition_variable changed;
+    std::deque<std::string> written;  // odd blocks, in order, not yet handed over
+    std::exception_ptr failed;
+    bool stop = false;
+    const JsonWriter at(out_, *this);
+    std::thread second;
+    if (blocks > 1) {
+        second = std::thread([&] {
+            for (std::size_t b = 1; b < blocks; b += 2) {
+                std::ostringstream text;
+                try {
+                    JsonWriter w(text, at);
+                    for (std::size_t i = b * kBlock; i < std::min(count, (b + 1) * kBlock); ++i) {
+                        write(w, i);
+                    }
+                    w.flush();
+                } catch (...) {
+                    const std::lock_guard<std::mutex> hold(lock);
+                    failed = std::current_exception();
+                    changed.notify_all();
+                    return;
+                }
+                std::unique_lock<std::mutex> hold(lock);
+                changed.wait(hold, [&] { return stop || written.size() < kWaiting; });
+                if (stop) {
+                    return;
+                }
+                written.push_back(text.str());
+                changed.notify_all();
+            }
+        });
+    }
+    const auto end = [&] {
+        if (second.joinable()) {
+            {
+                const std::lock_guard<std::mutex> hold(lock);
+                stop = true;
+                changed.notify_all();
+            }
+            second.join();
+        }
+    };
+    try {
+        for (std::size_t b = 0; b < blocks; ++b) {
+            if (b % 2 == 0) {
+                for (std::size_t i = b * kBlock; i < std::min(count, (b + 1) * kBlock); ++i) {
+                    write(*this, i);
+                }
+                continue;
+            }
+            std::string text;
+            {
+                std::unique_lock<std::mutex> hold(lock);
+                changed.wait(hold, [&] { return failed || !written.empty(); });
+                if (written.empty()) {
+                    std::rethrow_exception(failed);
+                }
+                text = std::move(written.front());
+                written.pop_front();
+                changed.notify_all();
+            }
+            buffer_ += text;
+            spill();
+        }
+    } catch (...) {
+        end();
+        throw;
+    }
+    end();
+}
 
 void JsonWriter::indent(std::size_t level) {
     if (!oneLine_) {

@@ -7,6 +7,8 @@
 // document shown on a terminal cannot command it.
 #pragma once
 
+#include <cstddef>
+#include <functional>
 #include <ostream>
 #include <string>
 #include <vector>
@@ -40,6 +42,14 @@ class JsonWriter {
     void null();
     void value(const std::vector<std::string>& texts);
 
+    // Writes `count` elements of the current array, element i by write(writer, i), in order. Blocks
+    // of elements are written by two threads in turn, each into its own writer, and the other
+    // thread's blocks handed over as text when their turn comes: at most a few blocks wait, however
+    // many elements there are. `write` must be safe to call from two threads at once, and must not
+    // touch this writer but through the one it is given. An exception from it ends the writing and
+    // comes out here, both threads done.
+    void elements(std::size_t count, const std::function<void(JsonWriter&, std::size_t)>& write);
+
     // Ends the document with a newline and hands everything to the stream.
     void finish() {
         buffer_ += '\n';
@@ -51,6 +61,10 @@ class JsonWriter {
     }
 
   private:
+    // A writer into `out` that goes on from `at`'s current place, as if `at` had already written an
+    // element there (each element it writes takes a separator).
+    JsonWriter(std::ostream& out, const JsonWriter& at);
+
     void open(char bracket);
     void close(char bracket);
     // Before a value: the separator and indentation that its place in an array asks for.

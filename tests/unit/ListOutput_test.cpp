@@ -2,6 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <stdexcept>
+
+#include "cli/JsonWriter.h"
+
 namespace {
 
 // Characters of `line` before `text`, or npos.
@@ -45,6 +49,53 @@ TEST(ListOutput, TableAndTreeShowDeviceTextEscaped) {
             EXPECT_EQ(columnOf(header, "INQUIRY"), columnOf(line, shown + "\n")) << out;
         }
     }
+}
+
+// Elements written by two threads in blocks read as one thread writes them, at every block boundary and
+// in both layouts; an exception on either thread comes out of elements() with both threads done.
+TEST(JsonWriter, ElementsOnTwoThreadsAsOneWritesThem) {
+    const auto element = [](vessa::cli::JsonWriter& w, std::size_t i) {
+        if (i == 4200 || i == 10000 + 10) {
+            throw std::runtime_error("element " + std::to_string(i));
+        }
+        w.beginObject();
+        w.key("i");
+        w.value(static_cast<unsigned long long>(i));
+        w.key("inner");
+        w.value(std::vector<std::string>(i % 3, "x"));
+        w.endObject();
+    };
+    const auto document = [&](vessa::cli::JsonWriter::Layout layout, std::size_t count, bool split) {
+        std::ostringstream out;
+        vessa::cli::JsonWriter w(out, layout);
+        w.beginObject();
+        w.key("list");
+        w.beginArray();
+        if (split) {
+            w.elements(count, element);
+        } else {
+            for (std::size_t i = 0; i < count; ++i) {
+                element(w, i);
+            }
+        }
+        w.endArray();
+        w.endObject();
+        w.finish();
+        return out.str();
+    };
+    for (const auto layout :
+         {vessa::cli::JsonWriter::Layout::Indented, vessa::cli::JsonWriter::Layout::OneLine}) {
+        for (const std::size_t count : {0, 1, 63, 64, 65, 128, 129, 650}) {
+            EXPECT_EQ(document(layout, count, true), document(layout, count, false)) << count;
+        }
+        EXPECT_THROW(document(layout, 5000, true),
+                     std::runtime_error);  // element 4200, block 65: the second thread's
+    }
+    std::ostringstream out;
+    vessa::cli::JsonWriter w(out);
+    w.beginArray();
+    EXPECT_THROW(w.elements(20000, [&](vessa::cli::JsonWriter& e, std::size_t i) { element(e, i + 9990); }),
+                 std::runtime_error);  // element 20 of the list: this thread's
 }
 
 }  // namespace
