@@ -1,6 +1,7 @@
 #include "lin/SysBlock.h"
 
 #include <algorithm>
+#include <optional>
 #include <vector>
 
 #include "lin/ProcPartition.h"
@@ -21,12 +22,22 @@ constexpr const char* kUnit = "lin/SysBlock.cpp";
 const std::string kSysBlock = "/sys/block/";
 
 // The first line of an attribute file; false when the file cannot be read or that line is empty.
-bool firstLine(const std::string& file, std::string& line) {
+// The first line of `file`, without its end; nullopt when the file cannot be read.
+std::optional<std::string> firstLineOf(const std::string& file) {
     std::string text;
     if (!sal::sys::current().readFile(file, text)) {
+        return std::nullopt;
+    }
+    text.erase(std::min(text.find('\n'), text.size()));
+    return text;
+}
+
+bool firstLine(const std::string& file, std::string& line) {
+    std::optional<std::string> first = firstLineOf(file);
+    if (!first) {
         return false;
     }
-    line = text.substr(0, text.find('\n'));
+    line = std::move(*first);
     return !line.empty();
 }
 
@@ -155,11 +166,11 @@ const std::string& SysBlock::none() {
 }
 
 void SysBlock::readDeviceLine(const std::string& file, std::string Device::*field) {
-    std::string line;
-    if (!sal::sys::current().readFile(file, line)) {
-        return;
+    std::optional<std::string> first = firstLineOf(file);
+    if (!first) {
+        return;  // unreadable: the field stays as it was
     }
-    line.erase(std::min(line.find('\n'), line.size()));
+    std::string& line = *first;
     if (!line.empty() || device_) {
         if (!device_) {
             device_ = std::make_unique<Device>();

@@ -166,6 +166,7 @@ Storage::Storage(const storageType& type, int index, const std::string& name, co
     exclusions_ = found;
     resetExclusionString();
 
+    packed_.reserve(11);  // the eleven below, without a new array for each (listings of a million lines)
     addProperty(standard::name.make(name_));
     addProperty(standard::path.make(path_));
     addProperty(standard::size.make(util::str::from(size_)));

@@ -83,7 +83,8 @@ class VESSA_API Storage {
     const std::string& exclusionString() const { return exclusionString_; }
     // The properties by key, for reading and changing; unpacks them first (see Memory above).
     std::map<std::string, Property>& properties();
-    // The property stored under `key`, or null; valid until the item's properties next change.
+    // The property stored under `key`, or null; valid until the item's properties next change, and
+    // until properties() is next called (which unpacks them into the map).
     const Property* property(const std::string& key) const;
     // Calls visit(key, property) for each property, in key order.
     template <class Visit>

@@ -14,7 +14,6 @@
 #include <string_view>
 #include <system_error>
 #include <thread>
-#include <type_traits>
 #include <unordered_map>
 #include <unordered_set>
 
@@ -68,13 +67,13 @@ bool lessExact(std::string_view a, std::string_view b) {
 std::pair<std::vector<std::uint32_t>::const_iterator, std::vector<std::uint32_t>::const_iterator> named(
     const Listing& l, const std::vector<std::uint32_t>& order, std::string_view name,
     bool (*less)(std::string_view, std::string_view)) {
-    return std::equal_range(order.begin(), order.end(), name, [&](const auto& x, const auto& y) {
-        if constexpr (std::is_same_v<std::decay_t<decltype(x)>, std::uint32_t>) {
-            return less(l.entries[x].name, y);
-        } else {
-            return less(x, l.entries[y].name);
-        }
+    const auto from =
+        std::lower_bound(order.begin(), order.end(), name,
+                         [&](std::uint32_t at, std::string_view n) { return less(l.entries[at].name, n); });
+    const auto to = std::upper_bound(from, order.end(), name, [&](std::string_view n, std::uint32_t at) {
+        return less(n, l.entries[at].name);
     });
+    return {from, to};
 }
 
 // What a second thread read for the run ahead of it: the same items below each of a list of
