@@ -6,6 +6,7 @@
 #include <exception>
 #include <mutex>
 #include <sstream>
+#include <system_error>
 #include <thread>
 
 #include "platform/Str.h"
@@ -39,31 +40,36 @@ void JsonWriter::elements(std::size_t count, const std::function<void(JsonWriter
     const JsonWriter at(out_, *this);
     std::thread second;
     if (blocks > 1) {
-        second = std::thread([&] {
-            for (std::size_t b = 1; b < blocks; b += 2) {
-                std::ostringstream text;
-                try {
-                    JsonWriter w(text, at);
-                    for (std::size_t i = b * kBlock; i < std::min(count, (b + 1) * kBlock); ++i) {
-                        write(w, i);
+        try {
+            second = std::thread([&] {
+                for (std::size_t b = 1; b < blocks; b += 2) {
+                    std::ostringstream text;
+                    try {
+                        JsonWriter w(text, at);
+                        for (std::size_t i = b * kBlock; i < std::min(count, (b + 1) * kBlock); ++i) {
+                            write(w, i);
+                        }
+                        w.flush();
+                    } catch (...) {
+                        const std::lock_guard<std::mutex> hold(lock);
+                        failed = std::current_exception();
+                        changed.notify_all();
+                        return;
                     }
-                    w.flush();
-                } catch (...) {
-                    const std::lock_guard<std::mutex> hold(lock);
-                    failed = std::current_exception();
+                    std::unique_lock<std::mutex> hold(lock);
+                    changed.wait(hold, [&] { return stop || written.size() < kWaiting; });
+                    if (stop) {
+                        return;
+                    }
+                    written.push_back(text.str());
                     changed.notify_all();
-                    return;
                 }
-                std::unique_lock<std::mutex> hold(lock);
-                changed.wait(hold, [&] { return stop || written.size() < kWaiting; });
-                if (stop) {
-                    return;
-                }
-                written.push_back(text.str());
-                changed.notify_all();
-            }
-        });
+            });
+        } catch (const std::system_error&) {
+            // No second thread (a process limit): this thread writes every block.
+        }
     }
+    const bool alone = !second.joinable();
     const auto end = [&] {
         if (second.joinable()) {
             {
@@ -76,7 +82,7 @@ void JsonWriter::elements(std::size_t count, const std::function<void(JsonWriter
     };
     try {
         for (std::size_t b = 0; b < blocks; ++b) {
-            if (b % 2 == 0) {
+            if (b % 2 == 0 || alone) {
                 for (std::size_t i = b * kBlock; i < std::min(count, (b + 1) * kBlock); ++i) {
                     write(*this, i);
                 }

@@ -99,7 +99,11 @@ class ReadAhead {
             index_.emplace(bases_[i], i);  // a directory named twice is read once, for its first place
         }
         for (std::size_t first = 0; first < kThreads; ++first) {
-            workers_.emplace_back([this, first] { work(first); });
+            try {
+                workers_.emplace_back([this, first] { work(first); });
+            } catch (const std::system_error&) {
+                break;  // no more threads (a process limit): the run reads the rest itself, as it comes to it
+            }
         }
     }
     ~ReadAhead() {
