@@ -3,9 +3,9 @@
 //
 // Sources, for the device of a link (a partition takes its disk's serial, WWN, transport, queue):
 // - sysfs: `ro` (as the at-rest view read it), `queue/rotational`, `queue/logical_block_size`,
-// `queue/physical_block_size`, the
-//   serial (`device/serial`, else the unit serial number page `device/vpd_pg80`), `wwid`, and the
-//   link /sys/dev/block/<major>:<minor> of the disk, whose target names the bus the disk hangs on;
+//   `queue/physical_block_size`, the serial (`device/serial`, else the unit serial number page
+//   `device/vpd_pg80`), `wwid`, and the link /sys/dev/block/<major>:<minor> of the disk, whose target
+//   names the bus the disk hangs on;
 // - /dev/disk/by-id: the device's own link, and the "wwn-" link that carries its WWN;
 // - the signature probe of the run (lin/AtRest.h): type, UUID and label of what lies on it.
 // Nothing is logged.
