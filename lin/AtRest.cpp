@@ -110,13 +110,7 @@ AtRest::AtRest(const std::list<DeviceLink*>& links) {
         std::string ro;
         if (view.readFile(sysfsDirectory(l) + "/ro", ro)) {
             d.readOnly = ro.compare(0, 1, "1") == 0;
-            const std::string line = ro.substr(0, ro.find('\n'));
-            const std::string::size_type b = line.find_first_not_of(" \t");
-            const std::string flag =
-                b == std::string::npos ? "" : line.substr(b, line.find_last_not_of(" \t") - b + 1);
-            if (flag == "0" || flag == "1") {
-                d.roFlag = flag == "1";
-            }
+            d.roFlag = sysfsFlag(ro);
         }
     }
     readConfiguration("/etc/fstab", 2, &fstabWhat);

@@ -4,6 +4,7 @@
 #include "lin/DeviceLink.h"
 #include "lin/DiskBy.h"
 #include "lin/ProcPartition.h"
+#include "lin/common.h"
 #include "platform/view/SystemView.h"
 
 namespace vessa::target::lin {
@@ -37,11 +38,8 @@ std::optional<unsigned int> number(const std::string& path) {
 }
 
 std::optional<bool> flag(const std::string& path) {
-    const std::optional<std::string> text = attribute(path);
-    if (!text || (*text != "0" && *text != "1")) {
-        return std::nullopt;
-    }
-    return *text == "1";
+    std::string text;
+    return sal::sys::current().readFile(path, text) ? sysfsFlag(text) : std::nullopt;
 }
 
 // A by-id name without the "-partN" that udev adds for a partition.

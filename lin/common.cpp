@@ -95,4 +95,17 @@ void getScsiAddress(const std::string& device, std::string& address) {
     VESSA_LOG << "SCSI Address: " << address;
 }
 
+std::optional<bool> sysfsFlag(const std::string& text) {
+    const std::string line = text.substr(0, text.find('\n'));
+    const std::string::size_type b = line.find_first_not_of(" \t");
+    if (b == std::string::npos) {
+        return std::nullopt;
+    }
+    const std::string flag = line.substr(b, line.find_last_not_of(" \t") - b + 1);
+    if (flag != "0" && flag != "1") {
+        return std::nullopt;
+    }
+    return flag == "1";
+}
+
 }  // namespace vessa::target::lin

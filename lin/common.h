@@ -3,6 +3,7 @@
 #pragma once
 
 #include <list>
+#include <optional>
 #include <string>
 
 namespace vessa::target::lin {
@@ -24,6 +25,10 @@ void getInquiry(const std::string& device, std::string& inquiry, unsigned int ti
 
 // "host:channel:id:lun", or "None".
 void getScsiAddress(const std::string& device, std::string& address);
+
+// A sysfs flag attribute's text ("ro", "queue/rotational"): its first line, blanks and tabs trimmed,
+// "1" true and "0" false; nullopt for anything else, empty text included.
+std::optional<bool> sysfsFlag(const std::string& text);
 
 // Why a device probe could not tell, in words, from its errno: the timeout, missing rights and a path
 // left alone have words of their own, anything else the system's text.
