@@ -1,5 +1,6 @@
 #include "cli/JsonWriter.h"
 
+#include <algorithm>
 #include <condition_variable>
 #include <cstdio>
 #include <deque>
@@ -13,13 +14,6 @@
 
 namespace vessa::cli {
 
-JsonWriter::JsonWriter(std::ostream& out, const JsonWriter& at)
-    : out_(out), oneLine_(at.oneLine_), empty_(at.empty_) {
-    if (!empty_.empty()) {
-        empty_.back() = false;
-    }
-}
-
 namespace {
 
 constexpr std::size_t kBlock = 64;   // elements a thread writes at a time
@@ -32,12 +26,20 @@ void JsonWriter::elements(std::size_t count, const std::function<void(JsonWriter
     // The second thread's writers start from this writer's place before the first element: every odd
     // block comes after at least one element, so each of its elements takes a separator.
     const std::size_t blocks = (count + kBlock - 1) / kBlock;
+    const auto block = [&](JsonWriter& w, std::size_t b) {
+        for (std::size_t i = b * kBlock; i < std::min(count, (b + 1) * kBlock); ++i) {
+            write(w, i);
+        }
+    };
+    std::vector<bool> afterFirst = empty_;
+    if (!afterFirst.empty()) {
+        afterFirst.back() = false;
+    }
     std::mutex lock;
     std::condition_variable changed;
     std::deque<std::string> written;  // odd blocks, in order, not yet handed over
     std::exception_ptr failed;
     bool stop = false;
-    const JsonWriter at(out_, *this);
     std::thread second;
     if (blocks > 1) {
         try {
@@ -45,10 +47,8 @@ void JsonWriter::elements(std::size_t count, const std::function<void(JsonWriter
                 for (std::size_t b = 1; b < blocks; b += 2) {
                     std::ostringstream text;
                     try {
-                        JsonWriter w(text, at);
-                        for (std::size_t i = b * kBlock; i < std::min(count, (b + 1) * kBlock); ++i) {
-                            write(w, i);
-                        }
+                        JsonWriter w(text, oneLine_, afterFirst);
+                        block(w, b);
                         w.flush();
                     } catch (...) {
                         const std::lock_guard<std::mutex> hold(lock);
@@ -83,9 +83,7 @@ void JsonWriter::elements(std::size_t count, const std::function<void(JsonWriter
     try {
         for (std::size_t b = 0; b < blocks; ++b) {
             if (b % 2 == 0 || alone) {
-                for (std::size_t i = b * kBlock; i < std::min(count, (b + 1) * kBlock); ++i) {
-                    write(*this, i);
-                }
+                block(*this, b);
                 continue;
             }
             std::string text;

@@ -11,6 +11,7 @@
 #include <functional>
 #include <ostream>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace vessa::cli {
@@ -61,9 +62,10 @@ class JsonWriter {
     }
 
   private:
-    // A writer into `out` that goes on from `at`'s current place, as if `at` had already written an
-    // element there (each element it writes takes a separator).
-    JsonWriter(std::ostream& out, const JsonWriter& at);
+    // A writer into `out` that goes on inside the open levels `empty` (nothing written yet in those
+    // marked true), as another writer would.
+    JsonWriter(std::ostream& out, bool oneLine, std::vector<bool> empty)
+        : out_(out), oneLine_(oneLine), empty_(std::move(empty)) {}
 
     void open(char bracket);
     void close(char bracket);

@@ -358,7 +358,7 @@ void writeStorageJson(JsonWriter& json, const std::string& hostName,
     // by two threads (each item is read, not changed).
     const std::vector<vessa::target::Storage*> shown(storage.begin(), storage.end());
     json.elements(shown.size(), [&](JsonWriter& writer, std::size_t i) {
-        std::ostringstream row;
+        thread_local std::ostringstream row;  // one a thread, reused for every property's row
         writeItem(writer, shown[i], row);
     });
     json.endArray();
