@@ -21,7 +21,6 @@ namespace {
 constexpr const char* kUnit = "lin/SysBlock.cpp";
 const std::string kSysBlock = "/sys/block/";
 
-// The first line of an attribute file; false when the file cannot be read or that line is empty.
 // The first line of `file`, without its end; nullopt when the file cannot be read.
 std::optional<std::string> firstLineOf(const std::string& file) {
     std::string text;
@@ -32,6 +31,7 @@ std::optional<std::string> firstLineOf(const std::string& file) {
     return text;
 }
 
+// The first line of an attribute file; false when the file cannot be read or that line is empty.
 bool firstLine(const std::string& file, std::string& line) {
     std::optional<std::string> first = firstLineOf(file);
     if (!first) {

@@ -17,13 +17,13 @@ namespace vessa::target {
 
 namespace {
 
+bool writtenAsItStands(const std::string& text);
+
 // The texts sit in blocks that never move, found through a fixed table of block addresses, so that a
 // text is read without the lock while others are added; a table of numbers, open-addressed, finds a
 // text's number from its content. Each text costs its string, its characters and a table place or two,
 // not a node of a set. The pool is made on first use and never destroyed, so that a property that
 // outlives static destruction (one held by a static object) still reads valid texts.
-bool writtenAsItStands(const std::string& text);
-
 class TextPool {
   public:
     static constexpr std::uint32_t kBlockBits = 12;

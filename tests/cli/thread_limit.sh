@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Under a process limit that leaves no room for its threads, a run answers as an unlimited run does:
 # what a thread would have done ahead, the run's own thread does when it comes to it. Root is exempt
-# from the limit, so the runs go as nobody, on copies in a directory nobody can read.
+# from the limit, so the runs go as the user nobody, on copies that user can read.
 #   thread_limit.sh PROGRAM SNAPSHOT_MAKER
 set -euo pipefail
 if [ "$(id -u)" -ne 0 ] || ! command -v setpriv >/dev/null || ! id nobody >/dev/null 2>&1; then
