@@ -51,6 +51,13 @@ class Plan {
     std::unordered_map<const DeviceLink*, std::size_t> at_;
 };
 
+// A /sys/block name ("cciss!c0d0") as the kernel names the device ("cciss/c0d0").
+std::string kernelNameOf(const SysBlock* s) {
+    std::string name = s->name();
+    std::replace(name.begin(), name.end(), '!', '/');
+    return name;
+}
+
 bool carriesMount(const DeviceLink* link) {
     return !link->mTableEntries.empty() ||
            std::any_of(link->fsTableEntries.begin(), link->fsTableEntries.end(),
@@ -86,18 +93,26 @@ std::vector<std::string> planEarlyProbes(const std::list<ProcPartition*>& partit
 
     std::vector<sal::sys::DeviceProbes> probes;
     const bool open = exclusive && view.privileged();
+    std::unordered_map<std::string, std::string> diskOf;
+    for (const SysBlock* s : sysBlocks) {
+        for (const SysBlock* part : s->partitions()) {
+            diskOf.emplace(kernelNameOf(part), kernelNameOf(s));
+        }
+    }
     for (const ProcPartition* p : partitions) {
         if (!p->isPseudo()) {
             probes.push_back({p->name(), false, open, ""});
             probes.back().signatures = true;
+            if (const auto disk = diskOf.find(p->name()); disk != diskOf.end()) {
+                probes.back().disk = disk->second;
+            }
         }
     }
     if ((type & Storage::discoveredBlockDevice) != 0) {
         // A device-mapper device's path is its map's name, known only from dmsetup: left to the full plan.
         for (const SysBlock* s : sysBlocks) {
             if (s->partitions().empty() && s->holders().empty() && s->name().rfind("dm-", 0) != 0) {
-                std::string name = s->name();
-                std::replace(name.begin(), name.end(), '!', '/');
+                const std::string name = kernelNameOf(s);
                 probes.push_back({name, true, false, "/dev/" + name});
             }
         }
@@ -136,6 +151,13 @@ void planProbes(const std::list<DeviceLink*>& roots, const std::list<DeviceLink*
         if (auto* p = plan.of(l)) {
             p->exclusive = exclusive && view.privileged();
             p->signatures = true;
+        }
+    }
+    for (const DeviceLink* l : allLinks) {
+        for (const DeviceLink* part : l->partitions) {
+            if (auto* p = plan.of(part)) {
+                p->disk = l->name();
+            }
         }
     }
     sal::sys::RunScope::probeAhead(plan.probes_, inquiryTimeout);

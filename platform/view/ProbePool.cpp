@@ -313,6 +313,11 @@ void ProbePool::ahead(const std::vector<ProbeRequest>& requests) {
     {
         std::lock_guard<std::mutex> lock(m_);
         ahead_.insert(ahead_.end(), requests.begin(), requests.end());
+        for (const ProbeRequest& r : requests) {
+            if (r.kind == ProbeKind::Exclusive && !r.disk.empty()) {
+                diskOf_[kernelName(r.device)] = kernelName(r.disk);
+            }
+        }
         startThread();
     }
     wake();
@@ -385,11 +390,17 @@ void ProbePool::assign() {
             fail(r);
             continue;
         }
-        // The helper with the fewest probes in hand; a new one while every helper has some.
+        // The helper with the fewest probes in hand; a new one while every helper has some. An
+        // exclusive-open test goes behind those of its disk still in flight, on their helper.
+        const std::string group = exclusiveGroup(r);
+        const auto held = exclusiveAt_.find(group);
         auto idle = std::min_element(helpers_.begin(), helpers_.end(), [](const Helper& a, const Helper& b) {
             return a.sent.size() < b.sent.size();
         });
-        if ((idle == helpers_.end() || idle->busy()) && helpers_.size() < most_) {
+        if (held != exclusiveAt_.end()) {
+            idle = std::find_if(helpers_.begin(), helpers_.end(),
+                                [&](const Helper& h) { return h.pid == held->second.first; });
+        } else if ((idle == helpers_.end() || idle->busy()) && helpers_.size() < most_) {
             std::string why;
             if (spawn(why)) {
                 idle = helpers_.end() - 1;
@@ -413,6 +424,11 @@ void ProbePool::assign() {
         }
         idle->sent.push_back(r);
         inFlight_.insert(k);
+        if (!group.empty()) {
+            auto& at = exclusiveAt_[group];
+            at.first = idle->pid;
+            ++at.second;
+        }
         if (!writeAll(idle->channel, encode(r))) {
             abandon(*idle, false);  // the helper is gone; its probes fail or go elsewhere
             dropEnded();
@@ -424,8 +440,25 @@ Clock::time_point ProbePool::Helper::due() const {
     return since + std::chrono::seconds(sent.front().timeoutSeconds) + kGrace;
 }
 
+std::string ProbePool::exclusiveGroup(const ProbeRequest& r) const {
+    if (r.kind != ProbeKind::Exclusive) {
+        return "";
+    }
+    const std::string name = kernelName(r.device);
+    const auto disk = diskOf_.find(name);
+    return disk != diskOf_.end() ? disk->second : name;
+}
+
+void ProbePool::released(const ProbeRequest& r) {
+    const auto at = exclusiveAt_.find(exclusiveGroup(r));
+    if (at != exclusiveAt_.end() && --at->second.second == 0) {
+        exclusiveAt_.erase(at);
+    }
+}
+
 void ProbePool::complete(Helper& h, ProbeAnswer answer) {
     const std::string k = key(h.sent.front());
+    released(h.sent.front());
     h.sent.pop_front();
     h.since = Clock::now();
     inFlight_.erase(k);
@@ -454,6 +487,7 @@ void ProbePool::abandon(Helper& h, bool late) {
     }
     for (const ProbeRequest& r : h.sent) {
         inFlight_.erase(key(r));
+        released(r);
     }
     // The probes behind it were never made: they go first to the other helpers.
     for (auto r = h.sent.rbegin(); r + 1 != h.sent.rend(); ++r) {

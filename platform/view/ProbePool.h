@@ -13,6 +13,10 @@
 // the answer of one probe, putting it first when it was not asked ahead. Each probe is made at most
 // once: a second ask gets the first answer (a run takes the machine not to change while it looks).
 //
+// The exclusive-open tests of a disk and of its partitions (those asked ahead with `disk` say which
+// disk they belong to) go to one helper, one after another: made at the same time by two helpers,
+// each would find the device busy because of the other.
+//
 // A helper does nothing but the probes: it closes every descriptor it inherited but its channel (so
 // that it can hold no pipe, terminal or lock file of the caller), writes nothing to the caller's
 // streams, and ends when the pool closes its channel or the thread that started it ends.
@@ -52,6 +56,7 @@ struct ProbeRequest {
     ProbeKind kind = ProbeKind::Inquiry;
     std::string device;               // kernel name or path, as the view was asked
     unsigned int timeoutSeconds = 1;  // the probe's own timeout; its deadline adds kGrace
+    std::string disk{};               // Exclusive: the partition's whole disk, "" for a whole device
 };
 
 // One probe's answer; the field of its kind is set. `answered` false: the probe passed its deadline,
@@ -122,6 +127,9 @@ class ProbePool {
     // `late`: it passed its deadline; otherwise it ended without an answer.
     void abandon(Helper& h, bool late);
     void fail(const ProbeRequest& r);
+    // The disk whose exclusive-open tests `r` must not overlap ("" when `r` is no such test).
+    std::string exclusiveGroup(const ProbeRequest& r) const;
+    void released(const ProbeRequest& r);
     void wake();
     bool startThread();
 
@@ -136,6 +144,9 @@ class ProbePool {
     std::deque<ProbeRequest> urgent_, ahead_;
     std::map<std::string, ProbeAnswer> answers_;  // by key()
     std::set<std::string> inFlight_;
+    std::map<std::string, std::string> diskOf_;  // partition's kernel name -> its disk's, as asked ahead
+    // Per disk with exclusive-open tests in flight: the helper they were sent to, and how many.
+    std::map<std::string, std::pair<pid_t, std::size_t>> exclusiveAt_;
     std::map<std::string, std::string> silent_;  // kernel name -> the probe it did not answer
     std::vector<std::string> warnings_;
     std::string cannotStart_;  // why helpers could not be started, once said

@@ -112,7 +112,7 @@ void ProbingView::probeAhead(const std::vector<DeviceProbes>& plan, unsigned int
     }
     for (const DeviceProbes& d : plan) {
         if (d.exclusive) {
-            requests.push_back({ProbeKind::Exclusive, d.device, inquiryTimeout});
+            requests.push_back({ProbeKind::Exclusive, d.device, inquiryTimeout, d.disk});
         }
     }
     for (const DeviceProbes& d : plan) {

@@ -110,6 +110,10 @@ struct DeviceProbes {
     std::string contentPath;  // the path whose content will be described; "" for none
     bool signatures = false;  // the signatures at rest
     bool capacity = false;    // READ CAPACITY (10), `device` being the node's path
+    // A partition's whole disk (kernel name), "" for a whole device. The kernel refuses an exclusive
+    // open of a disk while one of its partitions is open exclusively, and the other way round: the
+    // exclusive-open tests of a disk and its partitions are never made at the same time.
+    std::string disk{};
 };
 
 class VESSA_API View {

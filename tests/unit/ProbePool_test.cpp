@@ -1,5 +1,6 @@
 #include "platform/view/ProbePool.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -110,4 +111,39 @@ TEST(ProbePool, HelperThatDiesFailsOnlyItsProbe) {
     const std::vector<std::string> warnings = pool.takeWarnings();
     ASSERT_EQ(warnings.size(), 1u);
     EXPECT_EQ(warnings[0].rfind("sdx: the helper process of a READ CAPACITY ended", 0), 0u) << warnings[0];
+}
+
+// The exclusive-open tests of a disk and its partitions are never made at the same time: the kernel
+// would refuse each for the other, and the run would call a free disk busy. Here a test holds a
+// marker per disk while it runs, and finds the device busy when the marker is there already.
+TEST(ProbePool, ExclusiveTestsOfOneDiskNeverOverlap) {
+    char dir[] = "/tmp/vessa-exclusive-XXXXXX";
+    ASSERT_NE(::mkdtemp(dir), nullptr);
+    const std::string markers = dir;
+    sys::ProbePool pool(
+        [markers](const sys::ProbeRequest& r) {
+            const std::string marker = markers + "/" + sys::kernelName(r.device).substr(0, 3);
+            sys::ProbeAnswer a;
+            const int fd = ::open(marker.c_str(), O_CREAT | O_EXCL | O_WRONLY, 0600);
+            a.exclusive.result = fd < 0 ? sys::ExclusiveOpen::Busy : sys::ExclusiveOpen::Free;
+            if (fd >= 0) {
+                ::usleep(2000);
+                ::close(fd);
+                ::unlink(marker.c_str());
+            }
+            return a;
+        },
+        4);
+    std::vector<sys::ProbeRequest> ahead;
+    for (const char* disk : {"sda", "sdb", "sdc", "sdd", "sde", "sdf"}) {
+        ahead.push_back({sys::ProbeKind::Exclusive, disk, 1});
+        for (const char* part : {"1", "2", "3"}) {
+            ahead.push_back({sys::ProbeKind::Exclusive, std::string("/dev/") + disk + part, 1, disk});
+        }
+    }
+    pool.ahead(ahead);
+    for (const sys::ProbeRequest& r : ahead) {
+        EXPECT_EQ(pool.ask(r).exclusive.result, sys::ExclusiveOpen::Free) << r.device;
+    }
+    ::rmdir(dir);
 }
