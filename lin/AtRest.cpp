@@ -8,9 +8,7 @@
 #include "lin/DeviceLink.h"
 #include "lin/MTableEntry.h"
 #include "lin/ProcPartition.h"
-#include "lin/SysBlock.h"
 #include "lin/common.h"
-#include "platform/view/RunScope.h"
 #include "platform/view/SystemView.h"
 
 namespace vessa::target::lin {
@@ -98,17 +96,6 @@ std::string describeSignature(const sal::sys::Signature& s) {
         text += " (" + s.usage + ")";
     }
     return text;
-}
-
-void AtRest::readAhead(const std::list<SysBlock*>& sysBlocks) {
-    std::vector<std::string> devices;
-    for (const SysBlock* s : sysBlocks) {
-        devices.push_back(s->path());
-        for (const SysBlock* p : s->partitions()) {
-            devices.push_back(p->path());
-        }
-    }
-    sal::sys::RunScope::readAhead(std::move(devices), {{sal::sys::RunScope::Ahead::File, "/ro"}});
 }
 
 AtRest::AtRest(const std::list<DeviceLink*>& links) {

@@ -28,7 +28,6 @@
 namespace vessa::target::lin {
 
 class DeviceLink;
-class SysBlock;
 
 // The disk whose partition the device of `link` is, or nullptr when it is no partition.
 const DeviceLink* diskOf(const DeviceLink* link);
@@ -47,10 +46,6 @@ class AtRest {
     // Reads the tables and probes every device of `links` (every link of the run, relations made).
     // The links must outlive the object.
     explicit AtRest(const std::list<DeviceLink*>& links);
-    // Starts reading, on the run scope's reading threads, the read-only flag of every device of
-    // `sysBlocks` and of their partitions, a window of devices ahead of the view that will take them:
-    // called once the sources are read, when those threads would otherwise wait.
-    static void readAhead(const std::list<SysBlock*>& sysBlocks);
 
     // Why the device of `link` holds data, each "holds data: ..."; empty when nothing was found.
     std::vector<std::string> data(const DeviceLink* link) const;

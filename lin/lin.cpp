@@ -389,10 +389,6 @@ std::uint32_t GetStorage(Host* host, Storage::storageType type, unsigned int inq
     readSource("CHECK /dev/disk/by-*", " links from /dev/disk/by-*", "/dev/disk/by-*", r.diskBys, failed,
                [&](auto& l) { DiskBy::readDisksBy(l, lh); });
 
-    // The flag the at-rest view reads of every device, read by the reading threads (idle by now) a
-    // little ahead of the view, which would otherwise read them one after another on this thread.
-    AtRest::readAhead(r.sysBlocks);
-
     std::list<DeviceLink*> links;
     {
         const RecordIndex index(r.sysBlocks, r.dmDevs, r.physicalVolumes, r.logicalVolumes, r.volumeGroups,
