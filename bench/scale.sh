@@ -8,13 +8,17 @@
 # processors.
 #
 #   bench/scale.sh [--luns "250 2500 10000"] [--runs 3] [--timeout 900] [--lsblk-max 12000]
-#                  [--work /tmp/vessa-scale] [--build build/default]
+#                  [--work /tmp/vessa-scale] [--build build/default] [--before PROGRAM]
 #
 # --luns: LUN counts of the snapshots (two paths and one partition map each: about 4 devices a LUN);
 # --timeout: seconds one run may take; a run that overruns ends the runs of that program on that
 # snapshot and is reported as ">TIMEOUT"; --lsblk-max: lsblk runs only on snapshots up to that many
 # devices. The snapshots stay in --work and are made again only when missing. vessa-storage and floor
 # are built in --build (the default preset's folder) unless VESSA_STORAGE and FLOOR name programs.
+# --before: an earlier build's vessa-storage, run in the same turns (first in every other turn), so
+# that a change is measured against the same minutes of the machine; a second table then gives both
+# builds against the floor, also as the median of each turn's own ratio (steadier when the machine's
+# speed moves between turns). Use an even number of runs.
 set -euo pipefail
 
 top=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
@@ -24,6 +28,7 @@ limit=900
 lsblk_max=12000
 work=/tmp/vessa-scale
 build=$top/build/default
+before=
 while (($#)); do
     case $1 in
         --luns) luns=$2 ;;
@@ -32,7 +37,8 @@ while (($#)); do
         --lsblk-max) lsblk_max=$2 ;;
         --work) work=$2 ;;
         --build) build=$2 ;;
-        *) echo "usage: bench/scale.sh [--luns LIST] [--runs N] [--timeout S] [--lsblk-max N] [--work DIR] [--build DIR]" >&2
+        --before) before=$2 ;;
+        *) echo "usage: bench/scale.sh [--luns LIST] [--runs N] [--timeout S] [--lsblk-max N] [--work DIR] [--build DIR] [--before PROGRAM]" >&2
            exit 2 ;;
     esac
     shift 2
@@ -77,17 +83,26 @@ for n in $luns; do
     fi
     devices=$(($(wc -l <"$snap/proc/partitions") - 2))
     "$floor" "$snap" >/dev/null  # warms the page cache
-    for f in ours lsblk floor; do : >"$work/$f.times"; done
+    for f in ours lsblk floor before; do : >"$work/$f.times"; done
     skip_ours=0
     skip_lsblk=$((devices > lsblk_max))
     for ((r = 1; r <= runs; r++)); do
         echo "$devices devices: run $r of $runs" >&2
+        # With an earlier build, the two go first in turn: the program that runs right after the floor
+        # was measured about 8 % slower than the one after it, whichever it was.
+        if [ -n "$before" ] && ((r % 2 == 0)); then
+            measure before "$work/before.times" "$before" list --json --sysroot "$snap" || true
+        fi
         ((skip_ours)) || measure ours "$work/ours.times" "$ours" list --json --sysroot "$snap" || skip_ours=1
+        if [ -n "$before" ] && ((r % 2 == 1)); then
+            measure before "$work/before.times" "$before" list --json --sysroot "$snap" || true
+        fi
         ((skip_lsblk)) || measure lsblk "$work/lsblk.times" \
             lsblk --sysroot "$snap" -J -o NAME,MAJ:MIN,SIZE,TYPE,MOUNTPOINT,MODEL || skip_lsblk=1
         measure floor "$work/floor.times" "$floor" "$snap"
     done
-    echo "$devices $(paste -sd, "$work/ours.times") $(paste -sd, "$work/lsblk.times") $(paste -sd, "$work/floor.times")" >>"$rows"
+    echo "$devices $(paste -sd, "$work/ours.times") $(paste -sd, "$work/lsblk.times") $(paste -sd, "$work/floor.times")" \
+        "$(paste -sd, "$work/before.times")" >>"$rows"
 done
 
 python3 - "$rows" "$limit" <<'EOF'
@@ -134,4 +149,20 @@ for line in open(sys.argv[1]):
         "%.0f MiB" % (max(memory) / 1024) if memory else "-", text(oc, True), text(lc, True), text(fc, True),
         ratio(oc, fc)))
     previous = (devices, o)
+
+lines = [line.split(" ") for line in open(sys.argv[1])]
+if any(len(f) > 4 and f[4].strip() for f in lines):
+    def turns(a, b):
+        both = [x[0] / y[0] for x, y in zip(a, b) if x is not None and y is not None and y[0] > 0]
+        return "%.2f" % statistics.median(both) if both else "-"
+    print()
+    print("| devices | ours | before | floor | ours/floor | before/floor | ours/floor by turn "
+          "| before/floor by turn | ours/before by turn |")
+    print("|---" * 9 + "|")
+    for fields in lines:
+        ours, floor, before = (runs(f.strip()) for f in (fields[1], fields[3], fields[4]))
+        o, f, b = median(ours), median(floor), median(before)
+        print("| %s | %s | %s | %s | %s | %s | %s | %s | %s |" % (
+            fields[0], text(o), text(b), text(f), ratio(o, f), ratio(b, f), turns(ours, floor),
+            turns(before, floor), turns(ours, before)))
 EOF
