@@ -79,16 +79,13 @@ class Held {
 
 // The whole disk of a device: its own name, or the disk whose partition it is.
 std::string wholeDisk(const std::string& kernelName) {
-    std::string node = kernelName;
-    std::replace(node.begin(), node.end(), '/', '!');
+    const std::string node = sys::sysfsName(kernelName);
     char real[PATH_MAX];
     const std::string link = "/sys/class/block/" + node;
     if (::access((link + "/partition").c_str(), F_OK) != 0 || ::realpath(link.c_str(), real) == nullptr) {
         return kernelName;
     }
-    std::string disk = lastPart(std::string(real).substr(0, std::string(real).rfind('/')));
-    std::replace(disk.begin(), disk.end(), '!', '/');
-    return disk;
+    return sys::fromSysfsName(lastPart(std::string(real).substr(0, std::string(real).rfind('/'))));
 }
 
 }  // namespace

@@ -30,11 +30,6 @@ const std::string& crypttabWhat(const std::vector<std::string>& f, std::string& 
     return out;
 }
 
-std::string sysfsName(std::string name) {
-    std::replace(name.begin(), name.end(), '/', '!');
-    return name;
-}
-
 }  // namespace
 
 const DeviceLink* diskOf(const DeviceLink* link) {
@@ -48,8 +43,9 @@ const DeviceLink* diskOf(const DeviceLink* link) {
 
 std::string sysfsDirectory(const DeviceLink* link) {
     const DeviceLink* disk = diskOf(link);
-    return disk != nullptr ? "/sys/block/" + sysfsName(disk->name()) + "/" + sysfsName(link->name())
-                           : "/sys/block/" + sysfsName(link->name());
+    return disk != nullptr
+               ? "/sys/block/" + sal::sys::sysfsName(disk->name()) + "/" + sal::sys::sysfsName(link->name())
+               : "/sys/block/" + sal::sys::sysfsName(link->name());
 }
 
 std::vector<std::vector<std::string>> parseTable(const std::string& text) {

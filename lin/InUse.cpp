@@ -41,11 +41,6 @@ bool number(const std::string& text, int& value) {
     return ec == std::errc() && ptr == end && value >= 0;
 }
 
-std::string kernelName(std::string sysfsName) {
-    std::replace(sysfsName.begin(), sysfsName.end(), '!', '/');
-    return sysfsName;
-}
-
 }  // namespace
 
 std::vector<MountInfoLine> parseMountInfo(const std::string& text) {
@@ -189,7 +184,7 @@ void InUse::readBtrfs() {
         }
         std::vector<std::string> members;
         for (const sal::sys::DirEntry& d : devices) {
-            members.push_back(kernelName(d.name));
+            members.push_back(sal::sys::fromSysfsName(d.name));
         }
         for (const std::string& m : members) {
             btrfsMembers_[m] = members;
@@ -309,15 +304,15 @@ void InUse::readHolders(const std::list<SysBlock*>& sysBlocks) {
         if (s->holders().empty()) {
             return;
         }
-        auto it = byName_.find(kernelName(s->name()));
+        auto it = byName_.find(sal::sys::fromSysfsName(s->name()));
         if (it == byName_.end()) {
             return;
         }
         std::string names;
         std::vector<const DeviceLink*> holders;
         for (const SysBlock* h : s->holders()) {
-            names += (names.empty() ? "" : ", ") + kernelName(h->name());
-            auto held = byName_.find(kernelName(h->name()));
+            names += (names.empty() ? "" : ", ") + sal::sys::fromSysfsName(h->name());
+            auto held = byName_.find(sal::sys::fromSysfsName(h->name()));
             if (held != byName_.end()) {
                 holders.insert(holders.end(), held->second.begin(), held->second.end());
             }

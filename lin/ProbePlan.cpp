@@ -8,6 +8,7 @@
 #include "lin/ProcPartition.h"
 #include "lin/SysBlock.h"
 #include "platform/view/RunScope.h"
+#include "platform/view/SystemView.h"
 
 namespace vessa::target::lin {
 
@@ -51,13 +52,6 @@ class Plan {
     std::unordered_map<const DeviceLink*, std::size_t> at_;
 };
 
-// A /sys/block name ("cciss!c0d0") as the kernel names the device ("cciss/c0d0").
-std::string kernelNameOf(const SysBlock* s) {
-    std::string name = s->name();
-    std::replace(name.begin(), name.end(), '!', '/');
-    return name;
-}
-
 bool carriesMount(const DeviceLink* link) {
     return !link->mTableEntries.empty() ||
            std::any_of(link->fsTableEntries.begin(), link->fsTableEntries.end(),
@@ -76,10 +70,8 @@ std::vector<std::string> planEarlyProbes(const std::list<ProcPartition*>& partit
         if (p->isPseudo()) {
             continue;
         }
-        std::string name = p->name();
-        std::replace(name.begin(), name.end(), '/', '!');
         std::string state;
-        if (!view.readFile("/sys/block/" + name + "/device/state", state)) {
+        if (!view.readFile("/sys/block/" + sal::sys::sysfsName(p->name()) + "/device/state", state)) {
             continue;  // no transport state to tell (not a SCSI device)
         }
         state = firstWord(state);
@@ -96,7 +88,7 @@ std::vector<std::string> planEarlyProbes(const std::list<ProcPartition*>& partit
     std::unordered_map<std::string, std::string> diskOf;
     for (const SysBlock* s : sysBlocks) {
         for (const SysBlock* part : s->partitions()) {
-            diskOf.emplace(kernelNameOf(part), kernelNameOf(s));
+            diskOf.emplace(sal::sys::fromSysfsName(part->name()), sal::sys::fromSysfsName(s->name()));
         }
     }
     for (const ProcPartition* p : partitions) {
@@ -112,7 +104,7 @@ std::vector<std::string> planEarlyProbes(const std::list<ProcPartition*>& partit
         // A device-mapper device's path is its map's name, known only from dmsetup: left to the full plan.
         for (const SysBlock* s : sysBlocks) {
             if (s->partitions().empty() && s->holders().empty() && s->name().rfind("dm-", 0) != 0) {
-                const std::string name = kernelNameOf(s);
+                const std::string name = sal::sys::fromSysfsName(s->name());
                 probes.push_back({name, true, false, "/dev/" + name});
             }
         }

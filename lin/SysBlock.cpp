@@ -136,9 +136,7 @@ bool SysBlock::readSysFs(std::list<SysBlock*>& result, std::list<ProcPartition*>
     std::vector<std::string> paths;
     paths.reserve(procPartitions.size());
     for (const ProcPartition* p : procPartitions) {
-        std::string name = p->name();
-        std::replace(name.begin(), name.end(), '/', '!');
-        paths.push_back(kSysBlock + name);
+        paths.push_back(kSysBlock + sal::sys::sysfsName(p->name()));
     }
     sal::sys::RunScope::readAhead(paths, kDeviceReads);
     for (const std::string& path : paths) {

@@ -390,17 +390,23 @@ void ProbePool::assign() {
             fail(r);
             continue;
         }
-        // The helper with the fewest probes in hand; a new one while every helper has some. An
-        // exclusive-open test goes behind those of its disk still in flight, on their helper.
+        // An exclusive-open test goes behind those of its disk still in flight, on their helper, even
+        // past the usual depth: it could not run before them anyway, and the queue behind it need not
+        // wait. Any other probe goes to the helper with the fewest in hand, or to a new one while every
+        // helper has some.
         const std::string group = exclusiveGroup(r);
-        const auto held = exclusiveAt_.find(group);
-        auto idle = std::min_element(helpers_.begin(), helpers_.end(), [](const Helper& a, const Helper& b) {
-            return a.sent.size() < b.sent.size();
-        });
+        const auto held = group.empty() ? exclusiveAt_.end() : exclusiveAt_.find(group);
+        std::vector<Helper>::iterator idle;
         if (held != exclusiveAt_.end()) {
             idle = std::find_if(helpers_.begin(), helpers_.end(),
                                 [&](const Helper& h) { return h.pid == held->second.first; });
-        } else if ((idle == helpers_.end() || idle->busy()) && helpers_.size() < most_) {
+        } else {
+            idle = std::min_element(helpers_.begin(), helpers_.end(), [](const Helper& a, const Helper& b) {
+                return a.sent.size() < b.sent.size();
+            });
+        }
+        if (held == exclusiveAt_.end() && (idle == helpers_.end() || idle->busy()) &&
+            helpers_.size() < most_) {
             std::string why;
             if (spawn(why)) {
                 idle = helpers_.end() - 1;
@@ -415,7 +421,7 @@ void ProbePool::assign() {
                 continue;
             }
         }
-        if (idle == helpers_.end() || idle->sent.size() >= kDepth) {
+        if (idle == helpers_.end() || (held == exclusiveAt_.end() && idle->sent.size() >= kDepth)) {
             return;  // every helper has enough in hand
         }
         queue->pop_front();
@@ -450,6 +456,9 @@ std::string ProbePool::exclusiveGroup(const ProbeRequest& r) const {
 }
 
 void ProbePool::released(const ProbeRequest& r) {
+    if (r.kind != ProbeKind::Exclusive) {
+        return;
+    }
     const auto at = exclusiveAt_.find(exclusiveGroup(r));
     if (at != exclusiveAt_.end() && --at->second.second == 0) {
         exclusiveAt_.erase(at);

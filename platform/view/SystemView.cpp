@@ -1,5 +1,6 @@
 #include "platform/view/SystemView.h"
 
+#include <algorithm>
 #include <map>
 #include <mutex>
 
@@ -148,14 +149,18 @@ std::string kernelName(const std::string& device) {
     return device.compare(0, 5, "/dev/") == 0 ? device.substr(5) : device;
 }
 
+std::string sysfsName(std::string kernelName) {
+    std::replace(kernelName.begin(), kernelName.end(), '/', '!');
+    return kernelName;
+}
+
+std::string fromSysfsName(std::string sysfsName) {
+    std::replace(sysfsName.begin(), sysfsName.end(), '!', '/');
+    return sysfsName;
+}
+
 std::string ioctlFileName(const std::string& device, const std::string& query) {
-    std::string name = kernelName(device);
-    for (char& c : name) {
-        if (c == '/') {
-            c = '!';
-        }
-    }
-    return name + "." + query;
+    return sysfsName(kernelName(device)) + "." + query;
 }
 
 }  // namespace vessa::sal::sys

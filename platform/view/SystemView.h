@@ -229,6 +229,9 @@ VESSA_API std::string commandFileName(const std::string& program, const std::lis
 VESSA_API std::string ioctlFileName(const std::string& device, const std::string& query);
 // The kernel name of a device given by name or path: a leading "/dev/" removed.
 VESSA_API std::string kernelName(const std::string& device);
+// A kernel name as /sys/block spells it ("cciss/c0d0" -> "cciss!c0d0"), and back.
+VESSA_API std::string sysfsName(std::string kernelName);
+VESSA_API std::string fromSysfsName(std::string sysfsName);
 
 // The two standard views.
 VESSA_API std::unique_ptr<View> makeLiveView();
