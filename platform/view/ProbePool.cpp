@@ -249,15 +249,24 @@ std::vector<pid_t> ProbePool::finish() {
         }
         ::close(h.channel);  // an idle helper sees the end of its channel and exits at once
     }
+    std::vector<pid_t> killed;
     for (const Helper& h : helpers_) {
         if (h.busy()) {
-            stuck_.push_back(h.pid);
+            killed.push_back(h.pid);
         } else {
             while (::waitpid(h.pid, nullptr, 0) < 0 && errno == EINTR) {
             }
         }
     }
     helpers_.clear();
+    // A killed helper that was testing a device for exclusive use holds that open until it has ended:
+    // a program that tests or takes the device right after this run would find it busy. One that has
+    // not ended after a moment is in a call to a device that does not answer, and is left behind.
+    const Clock::time_point until = Clock::now() + kEndWait;
+    for (reap(killed); !killed.empty() && Clock::now() < until; reap(killed)) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    stuck_.insert(stuck_.end(), killed.begin(), killed.end());
     reap(stuck_);
     for (int fd : {devNull_, wake_[0], wake_[1]}) {
         if (fd >= 0) {

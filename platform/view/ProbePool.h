@@ -78,11 +78,14 @@ class ProbePool {
     // Runs one probe; called in a helper process only.
     using Prober = std::function<ProbeAnswer(const ProbeRequest&)>;
     static constexpr std::chrono::milliseconds kGrace{500};
+    // How long finish() waits for the busy helpers it kills to end.
+    static constexpr std::chrono::milliseconds kEndWait{200};
 
     ProbePool(Prober prober, std::size_t helpers);
     ~ProbePool();
-    // Ends the pool's thread and its idle helpers, abandons busy ones, and returns the abandoned
-    // helpers that have not ended yet: the caller reaps them later (reap()). Nothing may be asked after.
+    // Ends the pool's thread and its idle helpers, kills busy ones and waits up to kEndWait for them to
+    // end, and returns the helpers abandoned now or earlier that have not ended yet (each in a call
+    // that does not return): the caller reaps them later (reap()). Nothing may be asked after.
     std::vector<pid_t> finish();
     ProbePool(const ProbePool&) = delete;
     ProbePool& operator=(const ProbePool&) = delete;

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/file.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -146,4 +147,33 @@ TEST(ProbePool, ExclusiveTestsOfOneDiskNeverOverlap) {
         EXPECT_EQ(pool.ask(r).exclusive.result, sys::ExclusiveOpen::Free) << r.device;
     }
     ::rmdir(dir);
+}
+
+// A helper killed at the end of a run while it holds a device has let go of it when finish() returns:
+// a program that takes the device right after the run must not find it busy. The lock on a file
+// stands for the exclusive open.
+TEST(ProbePool, FinishReturnsOnceKilledHelpersHaveLetGo) {
+    char path[] = "/tmp/vessa-held-XXXXXX";
+    const int mine = ::mkstemp(path);
+    ASSERT_GE(mine, 0);
+    const std::string held = path;
+    sys::ProbePool pool(
+        [held](const sys::ProbeRequest&) {
+            const int fd = ::open(held.c_str(), O_RDONLY);
+            ::flock(fd, LOCK_EX);
+            for (;;) {
+                ::pause();
+            }
+            return sys::ProbeAnswer();
+        },
+        1);
+    pool.ahead({{sys::ProbeKind::Exclusive, "sda", 1}});
+    while (::flock(mine, LOCK_EX | LOCK_NB) == 0) {
+        ::flock(mine, LOCK_UN);
+        ::usleep(1000);
+    }
+    EXPECT_TRUE(pool.finish().empty());
+    EXPECT_EQ(::flock(mine, LOCK_EX | LOCK_NB), 0);
+    ::close(mine);
+    ::unlink(path);
 }
