@@ -12,7 +12,13 @@
 # file system columns: the devices-opened column shows it. The blkid row is then the baseline of a run
 # that does look at every device's content.
 #
-#   bench/live.sh [N] [--runs 3] [--work /tmp/vessa-live] [--build build/default] [--size MiB]
+# With --latency MS the blank devices answer as SAN paths do: they are made read-only over the files of
+# bench/slow_luns.py, which answers every read after MS milliseconds (python3-fusepy is installed when
+# missing). Caveat: the loop driver works off one device's reads one after another and the file system
+# cuts them into pieces of 128 KiB, so a device there serves one read at a time where a SAN path takes
+# many; devices still answer side by side.
+#
+#   bench/live.sh [N] [--runs 3] [--work /tmp/vessa-live] [--build build/default] [--size MiB] [--latency MS]
 set -euo pipefail
 
 top=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
@@ -21,14 +27,16 @@ runs=3
 work=/tmp/vessa-live
 build=$top/build/default
 size=64
+latency=
 while (($#)); do
     case $1 in
         --runs) runs=$2; shift 2 ;;
         --work) work=$2; shift 2 ;;
         --build) build=$2; shift 2 ;;
         --size) size=$2; shift 2 ;;
+        --latency) latency=$2; shift 2 ;;
         [0-9]*) n=$1; shift ;;
-        *) echo "usage: bench/live.sh [N] [--runs R] [--work DIR] [--build DIR] [--size MiB]" >&2; exit 2 ;;
+        *) echo "usage: bench/live.sh [N] [--runs R] [--work DIR] [--build DIR] [--size MiB] [--latency MS]" >&2; exit 2 ;;
     esac
 done
 [ "$(id -u)" -eq 0 ] || { echo "bench/live.sh makes loop devices: run it as root" >&2; exit 1; }
@@ -62,18 +70,40 @@ for name in sys.stdin.read().split():
             pass  # still bound, or gone
 ' || true
     rm -f "$work"/blank-*.img "$work"/gpt-*.img "$work"/gpt.template "$work"/*.stamp "$work"/*.trace
+    if [ -n "${server:-}" ]; then
+        umount "$work/luns" 2>/dev/null || umount -l "$work/luns" 2>/dev/null || true
+        kill "$server" 2>/dev/null || true
+        wait "$server" 2>/dev/null || true
+        rmdir "$work/luns" 2>/dev/null || true
+    fi
 }
 trap cleanup EXIT
 trap 'exit 130' INT
 trap 'exit 143' TERM
 
 gpt=$((n / 4))
-echo "making $n blank and $gpt partitioned loop devices of $size MiB..." >&2
+if [ -n "$latency" ]; then
+    /usr/bin/python3 -c 'import fusepy' 2>/dev/null || apt-get install -y python3-fusepy >&2
+    mkdir -p "$work/luns"
+    /usr/bin/python3 "$top/bench/slow_luns.py" "$work/luns" --luns "$n" --size "$size" --latency "$latency" \
+        2>"$work/luns.err" &
+    server=$!
+    for ((i = 0; i < 100; i++)); do
+        [ -e "$work/luns/lun00000" ] && break
+        sleep 0.1
+    done
+    [ -e "$work/luns/lun00000" ] || { echo "the slow LUNs did not come up: $(cat "$work/luns.err")" >&2; exit 1; }
+fi
+echo "making $n blank${latency:+ (${latency} ms a read)} and $gpt partitioned loop devices of $size MiB..." >&2
 truncate -s "${size}M" "$work/gpt.template"
 printf 'label: gpt\nsize=%dMiB\nsize=%dMiB\n' $((size / 4)) $((size / 4)) | sfdisk -q "$work/gpt.template" >/dev/null
 for ((i = 0; i < n; i++)); do
-    truncate -s "${size}M" "$work/blank-$i.img"
-    devices+=("$(losetup -f --show "$work/blank-$i.img")")
+    if [ -n "$latency" ]; then
+        devices+=("$(losetup -r -f --show "$work/luns/$(printf 'lun%05d' "$i")")")
+    else
+        truncate -s "${size}M" "$work/blank-$i.img"
+        devices+=("$(losetup -f --show "$work/blank-$i.img")")
+    fi
 done
 for ((i = 0; i < gpt; i++)); do
     cp --sparse=always "$work/gpt.template" "$work/gpt-$i.img"
@@ -111,7 +141,8 @@ read -r o_t o_p o_m o_d < <(measure lsblk-o lsblk -J -o NAME,MAJ:MIN,SIZE,TYPE,M
 read -r b_t b_p b_m b_d < <(measure blkid blkid -c /dev/null)
 
 ratio() { awk -v a="$1" -v b="$2" 'BEGIN { if (b > 0) printf "%.2f", a / b; else print "-" }'; }
-printf '\n%d blank + %d partitioned loop devices, %d block devices, median of %d runs\n\n' "$n" "$gpt" "$blockdevs" "$runs"
+printf '\n%d blank%s + %d partitioned loop devices, %d block devices, median of %d runs\n\n' "$n" \
+    "${latency:+ (${latency} ms a read)}" "$gpt" "$blockdevs" "$runs"
 row() {
     printf '%-58s %9s %12s %9s %10s %10s %10d\n' "$1" "$2" "$(ratio "$2" "$f_t")" "$(ratio "$2" "$b_t")" "$3" "$5" \
         $(($4 / 1024))
