@@ -48,6 +48,10 @@ bool ContentTest::load() {
 }
 
 bool ContentTest::describe(const std::string& path, std::string& output) {
+    return describe(path, -1, output);
+}
+
+bool ContentTest::describe(const std::string& path, int given, std::string& output) {
     if (!load()) {
         return false;
     }
@@ -70,7 +74,7 @@ bool ContentTest::describe(const std::string& path, std::string& output) {
     }
     // Straight from the device where it allows that: a scan of thousands of devices then neither
     // fills the page cache nor waits for it.
-    int fd = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_DIRECT);
+    int fd = given >= 0 ? given : ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_DIRECT);
     if (fd < 0 && errno == EINVAL) {
         fd = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
     }
@@ -78,9 +82,14 @@ bool ContentTest::describe(const std::string& path, std::string& output) {
         output += head + "cannot open `" + path + "' (" + reason(errno) + ")\n";
         return true;
     }
+    const auto release = [&] {
+        if (fd != given) {
+            ::close(fd);
+        }
+    };
     void* raw = nullptr;
     if (::posix_memalign(&raw, 4096, kContentBytes) != 0) {
-        ::close(fd);
+        release();
         return false;
     }
     std::unique_ptr<char, Aligned> buffer(static_cast<char*>(raw));
@@ -109,7 +118,7 @@ bool ContentTest::describe(const std::string& path, std::string& output) {
         length += static_cast<std::size_t>(n);
     }
     const int readError = errno;
-    ::close(fd);
+    release();
     if (failed) {
         output += head + "ERROR: cannot read `" + path + "' (" + reason(readError) + ")\n";
         return true;

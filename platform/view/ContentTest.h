@@ -31,6 +31,9 @@ class ContentTest {
     // Appends the command's output for `path` to `output`; false (nothing appended) when the database
     // could not be loaded, which the caller treats as a command that could not be started.
     bool describe(const std::string& path, std::string& output);
+    // The same, reading the device through `fd`, a descriptor of `path` open for reading that the
+    // caller keeps (and whose first kContentBytes it may have had read into the cache already).
+    bool describe(const std::string& path, int fd, std::string& output);
 
   private:
     void* cookie_ = nullptr;  // magic_t

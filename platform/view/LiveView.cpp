@@ -145,6 +145,22 @@ class LiveView : public View {
         return probeSignatures("/dev/" + kernelName(device));
     }
 
+    // One open and one read of the device's first MiB for both: the signature probe asks for it ahead
+    // with its own reads, and the content test then reads it from the cache. On a SAN path that is one
+    // round trip and half a MiB fewer for every blank device.
+    SignatureProbe readSignaturesWithContent(const std::string& device, const std::string& contentPath,
+                                             RunOutcome& outcome, std::string& output, int& status) override {
+        const int fd = ::open(("/dev/" + kernelName(device)).c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+        if (fd < 0) {
+            return View::readSignaturesWithContent(device, contentPath, outcome, output, status);
+        }
+        const SignatureProbe signatures = probeSignatures(fd, ContentTest::kContentBytes);
+        outcome = content_.describe(contentPath, fd, output) ? RunOutcome::Exited : RunOutcome::NotStarted;
+        status = 0;
+        ::close(fd);
+        return signatures;
+    }
+
     bool privileged() override { return ::geteuid() == 0; }
 
   private:

@@ -23,6 +23,11 @@ std::string key(const ProbeRequest& r) {
     return std::string(1, static_cast<char>(r.kind)) + r.device;
 }
 
+// The key of the content test a signature probe makes with it; "" for none.
+std::string contentKey(const ProbeRequest& r) {
+    return r.content.empty() ? "" : key({ProbeKind::Content, r.content});
+}
+
 const char* what(ProbeKind kind) {
     switch (kind) {
         case ProbeKind::Inquiry:
@@ -89,6 +94,7 @@ std::string encode(const ProbeRequest& r) {
     w.number(static_cast<std::int64_t>(r.kind));
     w.number(r.timeoutSeconds);
     w.text(r.device);
+    w.text(r.content);
     return w.frame();
 }
 
@@ -98,6 +104,7 @@ ProbeRequest decodeRequest(const std::string& bytes) {
     r.kind = static_cast<ProbeKind>(in.number());
     r.timeoutSeconds = static_cast<unsigned int>(in.number());
     r.device = in.text();
+    r.content = in.text();
     return r;
 }
 
@@ -323,6 +330,10 @@ void ProbePool::ahead(const std::vector<ProbeRequest>& requests) {
         std::lock_guard<std::mutex> lock(m_);
         ahead_.insert(ahead_.end(), requests.begin(), requests.end());
         for (const ProbeRequest& r : requests) {
+            if (!r.content.empty()) {
+                together_[key(r)] = r;
+                together_[contentKey(r)] = r;
+            }
             if (r.kind == ProbeKind::Exclusive && !r.disk.empty()) {
                 diskOf_[kernelName(r.device)] = kernelName(r.disk);
             }
@@ -343,7 +354,9 @@ ProbeAnswer ProbePool::ask(const ProbeRequest& request) {
         return unanswered(EAGAIN);
     }
     if (inFlight_.count(k) == 0) {
-        urgent_.push_front(request);
+        // A probe still waiting to go together with another goes now, together with it.
+        const auto together = together_.find(k);
+        urgent_.push_front(together != together_.end() ? together->second : request);
         wake();
     }
     answered_.wait(lock, [&] { return answers_.count(k) != 0; });
@@ -352,6 +365,10 @@ ProbeAnswer ProbePool::ask(const ProbeRequest& request) {
 
 void ProbePool::fail(const ProbeRequest& r) {
     answers_[key(r)] = unanswered(EIO);
+    if (const std::string c = contentKey(r); !c.empty()) {
+        inFlight_.erase(c);
+        answers_.try_emplace(c, unanswered(EIO));
+    }
     answered_.notify_all();
 }
 
@@ -390,12 +407,24 @@ void ProbePool::assign() {
         }
         const ProbeRequest r = queue->front();
         const std::string k = key(r);
-        if (answers_.count(k) != 0 || inFlight_.count(k) != 0) {
+        const auto take = [&] {
             queue->pop_front();
+            if (!r.content.empty()) {
+                together_.erase(k);  // on its way now, made already or failed: an ask waits for it
+                together_.erase(contentKey(r));
+            }
+        };
+        if (answers_.count(k) != 0 || inFlight_.count(k) != 0) {
+            take();
+            // Its signatures were asked for alone: the content test it was to make goes on its own.
+            if (const std::string c = contentKey(r);
+                !c.empty() && answers_.count(c) == 0 && inFlight_.count(c) == 0) {
+                queue->push_front({ProbeKind::Content, r.content, r.timeoutSeconds});
+            }
             continue;
         }
         if (silent_.count(kernelName(r.device)) != 0) {
-            queue->pop_front();
+            take();
             fail(r);
             continue;
         }
@@ -425,7 +454,7 @@ void ProbePool::assign() {
                     cannotStart_ = why;
                     warnings_.push_back("devices could not be probed: no helper process (" + why + ")");
                 }
-                queue->pop_front();
+                take();
                 fail(r);
                 continue;
             }
@@ -433,12 +462,15 @@ void ProbePool::assign() {
         if (idle == helpers_.end() || (held == exclusiveAt_.end() && idle->sent.size() >= kDepth)) {
             return;  // every helper has enough in hand
         }
-        queue->pop_front();
+        take();
         if (!idle->busy()) {
             idle->since = Clock::now();
         }
         idle->sent.push_back(r);
         inFlight_.insert(k);
+        if (const std::string c = contentKey(r); !c.empty() && answers_.count(c) == 0) {
+            inFlight_.insert(c);
+        }
         if (!group.empty()) {
             auto& at = exclusiveAt_[group];
             at.first = idle->pid;
@@ -476,10 +508,15 @@ void ProbePool::released(const ProbeRequest& r) {
 
 void ProbePool::complete(Helper& h, ProbeAnswer answer) {
     const std::string k = key(h.sent.front());
+    const std::string c = contentKey(h.sent.front());
     released(h.sent.front());
     h.sent.pop_front();
     h.since = Clock::now();
     inFlight_.erase(k);
+    if (!c.empty()) {
+        inFlight_.erase(c);
+        answers_.try_emplace(c, answer);
+    }
     answers_[k] = std::move(answer);
 }
 
@@ -505,6 +542,7 @@ void ProbePool::abandon(Helper& h, bool late) {
     }
     for (const ProbeRequest& r : h.sent) {
         inFlight_.erase(key(r));
+        inFlight_.erase(contentKey(r));
         released(r);
     }
     // The probes behind it were never made: they go first to the other helpers.

@@ -36,6 +36,7 @@
 #include <set>
 #include <string>
 #include <thread>
+#include <unordered_map>
 #include <vector>
 
 #include "platform/view/SystemView.h"
@@ -57,6 +58,9 @@ struct ProbeRequest {
     std::string device;               // kernel name or path, as the view was asked
     unsigned int timeoutSeconds = 1;  // the probe's own timeout; its deadline adds kGrace
     std::string disk{};               // Exclusive: the partition's whole disk, "" for a whole device
+    // Signatures: the path of a content test made with the probe (its answer is then also that content
+    // test's), "" for none.
+    std::string content{};
 };
 
 // One probe's answer; the field of its kind is set. `answered` false: the probe passed its deadline,
@@ -66,7 +70,7 @@ struct ProbeAnswer {
     IoctlResult ioctl;                            // Inquiry
     ScsiAddressResult address;                    // Address
     unsigned int blockSize = 0;                   // Capacity10, Capacity16
-    RunOutcome outcome = RunOutcome::NotStarted;  // Content: the content test as a command
+    RunOutcome outcome = RunOutcome::NotStarted;  // Content (and Signatures with one): the test as a command
     int status = 0;
     std::string text;
     ExclusiveOpen exclusive;    // Exclusive
@@ -145,6 +149,9 @@ class ProbePool {
     mutable std::mutex m_;
     std::condition_variable answered_;
     std::deque<ProbeRequest> urgent_, ahead_;
+    // Signature probes asked ahead with a content test and not yet sent, by either probe's key: asked
+    // for first, either goes with the other.
+    std::unordered_map<std::string, ProbeRequest> together_;
     std::map<std::string, ProbeAnswer> answers_;  // by key()
     std::set<std::string> inFlight_;
     std::map<std::string, std::string> diskOf_;  // partition's kernel name -> its disk's, as asked ahead

@@ -1,5 +1,7 @@
 #include "platform/view/ProbingView.h"
 
+#include <set>
+
 namespace vessa::sal::sys {
 
 ProbingView::ProbingView(std::unique_ptr<View> inner, std::function<void()> prepare, ProbePool::Prober prober,
@@ -35,7 +37,12 @@ ProbeAnswer ProbingView::probeDirectly(View& view, const ProbeRequest& r) {
             a.exclusive = view.exclusiveOpen(r.device);
             break;
         case ProbeKind::Signatures:
-            a.signatures = view.readSignatures(r.device);
+            if (r.content.empty()) {
+                a.signatures = view.readSignatures(r.device);
+            } else {
+                a.signatures =
+                    view.readSignaturesWithContent(r.device, r.content, a.outcome, a.text, a.status);
+            }
             break;
     }
     return a;
@@ -115,13 +122,25 @@ void ProbingView::probeAhead(const std::vector<DeviceProbes>& plan, unsigned int
             requests.push_back({ProbeKind::Exclusive, d.device, inquiryTimeout, d.disk});
         }
     }
+    // A device's content test is made with its signature probe, on the same reads, when the test is
+    // of the device's own node.
+    std::set<std::string> contentPaths;
+    for (const DeviceProbes& d : plan) {
+        contentPaths.insert(d.contentPath);
+    }
+    std::set<std::string> withSignatures;
     for (const DeviceProbes& d : plan) {
         if (d.signatures) {
-            requests.push_back({ProbeKind::Signatures, d.device, inquiryTimeout});
+            const std::string node = "/dev/" + kernelName(d.device);
+            const bool both = contentPaths.count(node) != 0;
+            requests.push_back({ProbeKind::Signatures, d.device, inquiryTimeout, "", both ? node : ""});
+            if (both) {
+                withSignatures.insert(node);
+            }
         }
     }
     for (const DeviceProbes& d : plan) {
-        if (!d.contentPath.empty()) {
+        if (!d.contentPath.empty() && withSignatures.count(d.contentPath) == 0) {
             requests.push_back({ProbeKind::Content, d.contentPath, inquiryTimeout});
         }
         if (d.scsi) {

@@ -74,8 +74,9 @@ void field(std::string& line, const char* key, const std::string& v) {
 // and the answer is the same. The rest are single blocks at 1, 2 and 4 MiB, where some formats keep
 // their superblock; asked for at the same time, they add no round trip of their own. On a thousand
 // loop devices here: 1.7 to 1.0 ms a device for the two ends, and a whole live run 7 % faster for the
-// three blocks.
-void askAhead(int fd) {
+// three blocks. `head`: how much of the device's start to ask for when more than half a MiB is read
+// next (the content test's first MiB, on the same descriptor).
+void askAhead(int fd, off_t head) {
     constexpr off_t kEnd = 512 << 10;
     constexpr off_t kBlock = 4096;
     std::uint64_t size = 0;
@@ -83,7 +84,8 @@ void askAhead(int fd) {
         return;
     }
     const off_t length = static_cast<off_t>(size);
-    ::posix_fadvise(fd, 0, std::min(length, kEnd), POSIX_FADV_WILLNEED);
+    head = std::max(head, kEnd);
+    ::posix_fadvise(fd, 0, std::min(length, head), POSIX_FADV_WILLNEED);
     if (length > 2 * kEnd) {
         ::posix_fadvise(fd, length - kEnd, kEnd, POSIX_FADV_WILLNEED);
     }
@@ -95,23 +97,29 @@ void askAhead(int fd) {
 }  // namespace
 
 SignatureProbe probeSignatures(const std::string& path) {
-    SignatureProbe result;
     const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
     if (fd < 0) {
+        SignatureProbe result;
         result.state = SignatureProbe::Failed;
         result.err = errno;
         return result;
     }
+    SignatureProbe result = probeSignatures(fd, 0);
+    ::close(fd);
+    return result;
+}
+
+SignatureProbe probeSignatures(int fd, std::size_t headBytes) {
+    SignatureProbe result;
     errno = 0;
     blkid_probe probe = blkid_new_probe();
     if (probe == nullptr || blkid_probe_set_device(probe, fd, 0, 0) != 0) {
         result.state = SignatureProbe::Failed;
         result.err = errno != 0 ? errno : EIO;
         blkid_free_probe(probe);
-        ::close(fd);
         return result;
     }
-    askAhead(fd);
+    askAhead(fd, static_cast<off_t>(headBytes));
     blkid_probe_enable_superblocks(probe, 1);
     blkid_probe_set_superblocks_flags(probe, BLKID_SUBLKS_TYPE | BLKID_SUBLKS_USAGE | BLKID_SUBLKS_LABEL |
                                                  BLKID_SUBLKS_UUID | BLKID_SUBLKS_VERSION |
@@ -152,7 +160,6 @@ SignatureProbe probeSignatures(const std::string& path) {
         result.found.push_back(std::move(s));
     }
     blkid_free_probe(probe);
-    ::close(fd);
     return result;
 }
 

@@ -10,6 +10,7 @@
 // snapshot without it replays with the device's signatures not read.
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -38,6 +39,9 @@ struct SignatureProbe {
 // The device's signatures, read from `path` (a device node) here, in this process; may block on a
 // device that does not answer (the live view calls it on a helper process).
 VESSA_API SignatureProbe probeSignatures(const std::string& path);
+// The same on `fd`, a device node open for reading (left open). The first `headBytes` of the device
+// (at least its first half MiB) are asked for ahead, into the cache, for a reader that reads them next.
+VESSA_API SignatureProbe probeSignatures(int fd, std::size_t headBytes);
 
 // The recording: a first line "read" or "error <errno>", then for a read device one line per
 // signature, then the partition entry as a line "part" with its fields. Fields are KEY=VALUE separated

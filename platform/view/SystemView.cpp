@@ -32,6 +32,13 @@ SignatureProbe View::readSignatures(const std::string& /*device*/) {
     return {};
 }
 
+SignatureProbe View::readSignaturesWithContent(const std::string& device, const std::string& contentPath,
+                                               RunOutcome& outcome, std::string& output, int& status) {
+    SignatureProbe signatures = readSignatures(device);
+    outcome = describeContent(contentPath, output, status);
+    return signatures;
+}
+
 void View::probeAhead(const std::vector<DeviceProbes>& /*plan*/, unsigned int /*inquiryTimeout*/) {}
 
 namespace detail {

@@ -195,6 +195,12 @@ class VESSA_API View {
     virtual ExclusiveOpen exclusiveOpen(const std::string& device) = 0;
     // The signatures on the device (kernel name or path) at rest. Here: not read.
     virtual SignatureProbe readSignatures(const std::string& device);
+    // Both of the above for one device, `contentPath` being its node: what readSignatures(device) gives,
+    // with what describeContent(contentPath, ...) gives in `outcome`, `output` and `status`. A view that
+    // reads devices reads the device once for both. Here: the two, one after the other.
+    virtual SignatureProbe readSignaturesWithContent(const std::string& device,
+                                                     const std::string& contentPath, RunOutcome& outcome,
+                                                     std::string& output, int& status);
     // Whether the machine was looked at with the rights to open devices and run the volume tools
     // (live: the effective user is root; replay: as the snapshot records, root when it does not say).
     virtual bool privileged() = 0;

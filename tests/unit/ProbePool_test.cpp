@@ -177,3 +177,38 @@ TEST(ProbePool, FinishReturnsOnceKilledHelpersHaveLetGo) {
     ::close(mine);
     ::unlink(path);
 }
+
+// A device's content test of its own node is made with its signature probe, on the same reads; a
+// content test of another path is still a probe of its own, and so is one whose device's signatures
+// were asked for alone before.
+TEST(ProbePool, ContentTestOfADevicesNodeComesWithItsSignatures) {
+    sys::ProbingView view(sys::makeReplayView(kInUse), nullptr, [](const sys::ProbeRequest& r) {
+        sys::ProbeAnswer a;
+        a.outcome = sys::RunOutcome::Exited;
+        a.text = r.kind == sys::ProbeKind::Signatures ? "with signatures of " + r.device + "\n" : "alone\n";
+        return a;
+    });
+    std::vector<sys::DeviceProbes> plan(5);
+    plan[0].device = "sdb";
+    plan[0].signatures = true;
+    plan[1].device = "sdb";
+    plan[1].contentPath = "/dev/sdb";
+    plan[2].device = "dm-0";
+    plan[2].signatures = true;
+    plan[2].contentPath = "/dev/mapper/data";
+    plan[3].device = "sdc";
+    plan[3].signatures = true;
+    plan[4].device = "sdc";
+    plan[4].contentPath = "/dev/sdc";
+    EXPECT_EQ(view.readSignatures("sdc").state, sys::SignatureProbe::NotRead);
+    view.probeAhead(plan, 1);
+    for (const auto& [path, expected] :
+         {std::pair<std::string, std::string>{"/dev/sdb", "with signatures of sdb\n"},
+          {"/dev/mapper/data", "alone\n"},
+          {"/dev/sdc", "alone\n"}}) {
+        std::string output;
+        int status = -1;
+        EXPECT_EQ(view.describeContent(path, output, status), sys::RunOutcome::Exited) << path;
+        EXPECT_EQ(output, expected) << path;
+    }
+}
