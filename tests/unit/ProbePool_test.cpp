@@ -188,18 +188,11 @@ TEST(ProbePool, ContentTestOfADevicesNodeComesWithItsSignatures) {
         a.text = r.kind == sys::ProbeKind::Signatures ? "with signatures of " + r.device + "\n" : "alone\n";
         return a;
     });
-    std::vector<sys::DeviceProbes> plan(5);
-    plan[0].device = "sdb";
-    plan[0].signatures = true;
-    plan[1].device = "sdb";
-    plan[1].contentPath = "/dev/sdb";
-    plan[2].device = "dm-0";
-    plan[2].signatures = true;
-    plan[2].contentPath = "/dev/mapper/data";
-    plan[3].device = "sdc";
-    plan[3].signatures = true;
-    plan[4].device = "sdc";
-    plan[4].contentPath = "/dev/sdc";
+    const std::vector<sys::DeviceProbes> plan = {{"sdb", false, false, "", true},
+                                                 {"sdb", false, false, "/dev/sdb"},
+                                                 {"dm-0", false, false, "/dev/mapper/data", true},
+                                                 {"sdc", false, false, "", true},
+                                                 {"sdc", false, false, "/dev/sdc"}};
     EXPECT_EQ(view.readSignatures("sdc").state, sys::SignatureProbe::NotRead);
     view.probeAhead(plan, 1);
     for (const auto& [path, expected] :
