@@ -10,6 +10,7 @@
 #include <system_error>
 #include <thread>
 
+#include "platform/Log.h"
 #include "platform/Str.h"
 
 namespace vessa::cli {
@@ -37,7 +38,7 @@ void JsonWriter::elements(std::size_t count, const std::function<void(JsonWriter
     }
     std::mutex lock;
     std::condition_variable changed;
-    std::deque<std::string> written;  // odd blocks, in order, not yet handed over
+    std::deque<std::pair<std::string, std::string>> written;  // odd blocks and their log, not yet handed over
     std::exception_ptr failed;
     bool stop = false;
     std::thread second;
@@ -46,10 +47,13 @@ void JsonWriter::elements(std::size_t count, const std::function<void(JsonWriter
             second = std::thread([&] {
                 for (std::size_t b = 1; b < blocks; b += 2) {
                     std::ostringstream text;
+                    std::string logged;
                     try {
+                        log::HeldLines held;
                         JsonWriter w(text, oneLine_, afterFirst);
                         block(w, b);
                         w.flush();
+                        logged = held.take();
                     } catch (...) {
                         const std::lock_guard<std::mutex> hold(lock);
                         failed = std::current_exception();
@@ -61,7 +65,7 @@ void JsonWriter::elements(std::size_t count, const std::function<void(JsonWriter
                     if (stop) {
                         return;
                     }
-                    written.push_back(text.str());
+                    written.emplace_back(text.str(), std::move(logged));
                     changed.notify_all();
                 }
             });
@@ -86,7 +90,7 @@ void JsonWriter::elements(std::size_t count, const std::function<void(JsonWriter
                 block(*this, b);
                 continue;
             }
-            std::string text;
+            std::pair<std::string, std::string> text;
             {
                 std::unique_lock<std::mutex> hold(lock);
                 changed.wait(hold, [&] { return failed || !written.empty(); });
@@ -97,8 +101,9 @@ void JsonWriter::elements(std::size_t count, const std::function<void(JsonWriter
                 written.pop_front();
                 changed.notify_all();
             }
-            buffer_ += text;
+            buffer_ += text.first;
             spill();
+            log::writeLines(text.second);  // after this thread's lines of the block before
         }
     } catch (...) {
         end();

@@ -17,6 +17,7 @@ std::mutex& logMutex() {
     return m;
 }
 std::ostream* g_stream = nullptr;
+thread_local std::string* t_held = nullptr;  // the lines of this thread's HeldLines, if one lives
 
 }  // namespace
 
@@ -32,11 +33,40 @@ std::ostream* stream() {
 }
 
 void write(const char* unit, const char* trace, const std::string& text) {
+    if (t_held != nullptr) {
+        *t_held += '[' + std::string(unit) + "] " + trace + ": " + text + '\n';
+        return;
+    }
     std::lock_guard<std::mutex> lock(logMutex());
     if (g_stream == nullptr) {
         return;
     }
     *g_stream << '[' << unit << "] " << trace << ": " << text << '\n';
+}
+
+void writeLines(const std::string& lines) {
+    if (lines.empty()) {
+        return;
+    }
+    std::lock_guard<std::mutex> lock(logMutex());
+    if (g_stream != nullptr) {
+        *g_stream << lines;
+    }
+}
+
+HeldLines::HeldLines() {
+    t_held = &lines_;
+}
+
+HeldLines::~HeldLines() {
+    t_held = nullptr;
+    writeLines(lines_);
+}
+
+std::string HeldLines::take() {
+    std::string lines;
+    lines.swap(lines_);
+    return lines;
 }
 
 void flush() {

@@ -39,6 +39,24 @@ void write(const char* unit, const char* trace, const std::string& text);
 // Flushes the log stream, if one is set.
 void flush();
 
+// While one lives, the lines this thread writes are kept in it instead of going to the log; take()
+// hands them over, to be written later with writeLines() where they belong. Work shared out to a
+// second thread thus logs in the order the same work on one thread gives. Lines not taken are written
+// when it ends. One at a time on a thread.
+class HeldLines {
+  public:
+    HeldLines();
+    ~HeldLines();
+    HeldLines(const HeldLines&) = delete;
+    HeldLines& operator=(const HeldLines&) = delete;
+    std::string take();
+
+  private:
+    std::string lines_;
+};
+// Writes lines as take() gave them, in one piece under the log mutex.
+void writeLines(const std::string& lines);
+
 // Enter/exit guard of one traced function. The unit and trace texts must outlive the guard (they are
 // string literals in practice).
 class Trace {

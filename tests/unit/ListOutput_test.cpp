@@ -2,9 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include <memory>
 #include <stdexcept>
 
 #include "cli/JsonWriter.h"
+#include "platform/Log.h"
 
 namespace {
 
@@ -51,13 +53,15 @@ TEST(ListOutput, TableAndTreeShowDeviceTextEscaped) {
     }
 }
 
-// Elements written by two threads in blocks read as one thread writes them, at every block boundary and
-// in both layouts; an exception on either thread comes out of elements() with both threads done.
+// Elements written by two threads in blocks read, and log, as one thread writes them, at every block
+// boundary and in both layouts; an exception on either thread comes out of elements() with both
+// threads done.
 TEST(JsonWriter, ElementsOnTwoThreadsAsOneWritesThem) {
     const auto element = [](vessa::cli::JsonWriter& w, std::size_t i) {
         if (i == 4200 || i == 10000 + 10) {
             throw std::runtime_error("element " + std::to_string(i));
         }
+        VESSA_LOG_AT("test", "element") << i;
         w.beginObject();
         w.key("i");
         w.value(static_cast<unsigned long long>(i));
@@ -67,6 +71,9 @@ TEST(JsonWriter, ElementsOnTwoThreadsAsOneWritesThem) {
     };
     const auto document = [&](vessa::cli::JsonWriter::Layout layout, std::size_t count, bool split) {
         std::ostringstream out;
+        std::ostringstream logged;
+        const std::unique_ptr<std::ostream, void (*)(std::ostream*)> logging(
+            (vessa::log::setStream(&logged), &logged), [](std::ostream*) { vessa::log::setStream(nullptr); });
         vessa::cli::JsonWriter w(out, layout);
         w.beginObject();
         w.key("list");
@@ -81,7 +88,7 @@ TEST(JsonWriter, ElementsOnTwoThreadsAsOneWritesThem) {
         w.endArray();
         w.endObject();
         w.finish();
-        return out.str();
+        return out.str() + logged.str();
     };
     for (const auto layout :
          {vessa::cli::JsonWriter::Layout::Indented, vessa::cli::JsonWriter::Layout::OneLine}) {
