@@ -73,7 +73,8 @@ bool ContentTest::describe(const std::string& path, int given, std::string& outp
         return true;
     }
     // Straight from the device where it allows that: a scan of thousands of devices then neither
-    // fills the page cache nor waits for it.
+    // fills the page cache nor waits for it. A given descriptor is read through the cache, which its
+    // owner has asked to hold these bytes already.
     int fd = given >= 0 ? given : ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_DIRECT);
     if (fd < 0 && errno == EINVAL) {
         fd = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);

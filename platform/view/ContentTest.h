@@ -3,7 +3,8 @@
 //
 // The answer is the command's: "PATH: DESCRIPTION\n", a symbolic link described as one (the command
 // does not follow links), "cannot open" with the reason when the device cannot be opened. Only the
-// first kContentBytes of a device are read (straight from the device, bypassing the page cache):
+// first kContentBytes of a device are read (straight from the device, bypassing the page cache, unless
+// the caller hands over a descriptor whose first bytes it had read into the cache for this test):
 // every file system the database names keeps its signature there, and reading the command's full
 // window of several MiB from each of thousands of blank LUNs would cost gigabytes of reads. Blank
 // devices share one answer: a prefix of zeros is described once per length.
