@@ -2,11 +2,11 @@
 
 #include <gtest/gtest.h>
 
-#include <memory>
 #include <stdexcept>
 
 #include "cli/JsonWriter.h"
 #include "platform/Log.h"
+#include "support/TestSupport.h"
 
 namespace {
 
@@ -71,9 +71,7 @@ TEST(JsonWriter, ElementsOnTwoThreadsAsOneWritesThem) {
     };
     const auto document = [&](vessa::cli::JsonWriter::Layout layout, std::size_t count, bool split) {
         std::ostringstream out;
-        std::ostringstream logged;
-        const std::unique_ptr<std::ostream, void (*)(std::ostream*)> logging(
-            (vessa::log::setStream(&logged), &logged), [](std::ostream*) { vessa::log::setStream(nullptr); });
+        const vessa::test::LogCapture logged;
         vessa::cli::JsonWriter w(out, layout);
         w.beginObject();
         w.key("list");
@@ -88,7 +86,7 @@ TEST(JsonWriter, ElementsOnTwoThreadsAsOneWritesThem) {
         w.endArray();
         w.endObject();
         w.finish();
-        return out.str() + logged.str();
+        return out.str() + logged.text();
     };
     for (const auto layout :
          {vessa::cli::JsonWriter::Layout::Indented, vessa::cli::JsonWriter::Layout::OneLine}) {
