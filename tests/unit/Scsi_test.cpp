@@ -15,12 +15,7 @@ std::vector<std::uint8_t> answer(const std::string& vendor, const std::string& p
     return a;
 }
 
-TEST(Scsi, CommandBlocksAndAnswers) {
-    EXPECT_EQ(scsi::inquiryCommand(), (std::array<std::uint8_t, 6>{0x12, 0, 0, 0, 0x60, 0}));
-    EXPECT_EQ(scsi::readCapacity10Command()[0], 0x25);
-    const auto rc16 = scsi::readCapacity16Command();
-    EXPECT_EQ(std::vector<std::uint8_t>({rc16[0], rc16[1], rc16[13]}),
-              std::vector<std::uint8_t>({0x9E, 0x10, 32}));
+TEST(Scsi, AnswersDecoded) {
     const std::vector<std::uint8_t> rc10Answer = {0x00, 0x3f, 0xff, 0xff, 0x00, 0x00, 0x02, 0x00};
     EXPECT_EQ(scsi::readCapacity10BlockSize(rc10Answer), 512u);
     std::vector<std::uint8_t> rc16Answer(32, 0);
@@ -38,7 +33,6 @@ TEST(Scsi, InquiryTextIsAlwaysTwentyEightUntrimmedCharacters) {
         std::vector<std::uint8_t> data;
         std::string text;
     } cases[] = {
-        {answer("ATA     ", "WDC WD10EZEX-08W", "1A01"), "ATA     WDC WD10EZEX-08W1A01"},
         {answer(std::string("AB\0D    ", 8), "X", ""), "AB D    X                   "},
         {answer("\x7f\x01\xff", "", ""), std::string(28, ' ')},
         {std::vector<std::uint8_t>(96, 0), std::string(28, ' ')},
