@@ -27,8 +27,6 @@ TEST(Hax, LocalHostListsThroughTheViewAndCaches) {
                                                              {"sda", vessa::hax::FSItem::directory}}));
     EXPECT_EQ(vessa::hax::Host::fromCache("localhost").id(), "127.0.0.1");
     EXPECT_THROW(vessa::hax::Host::fromCache("nobody"), vessa::Exception);
-    std::list<vessa::hax::Host> all;
-    EXPECT_EQ(vessa::hax::Host::fill(all), 1);
 }
 
 TEST(Hax, EmptyHandleAndLocalFiles) {
