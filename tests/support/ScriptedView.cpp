@@ -64,11 +64,10 @@ sys::RunOutcome ScriptedView::run(const std::string& program, const std::list<st
     return c == nullptr ? sys::RunOutcome::NotStarted : c->outcome;
 }
 
-// What is not scripted answers as a device that is no SCSI device.
-sys::IoctlResult ScriptedView::scsiInquiry(const std::string& device, unsigned int timeoutSeconds) {
+// Every device answers as one that is no SCSI device.
+sys::IoctlResult ScriptedView::scsiInquiry(const std::string& /*device*/, unsigned int timeoutSeconds) {
     inquiryTimeouts.push_back(timeoutSeconds);
-    const sys::IoctlResult* found = find(inquiries, sys::kernelName(device));
-    return found != nullptr ? *found : sys::IoctlResult{-1, ENOTTY, std::vector<std::uint8_t>(96, 0)};
+    return sys::IoctlResult{-1, ENOTTY, std::vector<std::uint8_t>(96, 0)};
 }
 
 sys::ScsiAddressResult ScriptedView::scsiAddress(const std::string& device) {

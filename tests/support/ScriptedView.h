@@ -1,5 +1,5 @@
 // A system view whose answers a test sets directly; everything not scripted behaves as missing (no device
-// has a capacity block size or opens exclusively), and the run is privileged.
+// answers an INQUIRY, has a capacity block size or opens exclusively), and the run is privileged.
 // Installed with ScopedView, which puts the live view back afterwards.
 #pragma once
 
@@ -30,7 +30,6 @@ class ScriptedView : public vessa::sal::sys::View {
     std::map<std::string, std::vector<std::string>> dirs;  // host path -> names
     std::map<std::string, std::string> links;              // host path -> target
     std::map<std::string, Command> commands;               // command file name -> answer
-    std::map<std::string, vessa::sal::sys::IoctlResult> inquiries;
     std::map<std::string, vessa::sal::sys::ScsiAddressResult> addresses;
     std::string host = "scripted";
     std::vector<std::string> ran;               // command file names, in the order they were run

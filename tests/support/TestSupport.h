@@ -21,7 +21,6 @@ class LogCapture {
     // Whole lines, prefix included.
     std::vector<std::string> lines() const;
     bool hasMessage(const std::string& message) const;
-    void clear() { out_.str(""); }
 
   private:
     std::ostringstream out_;
