@@ -9,6 +9,7 @@
 
 #include "platform/view/ProbingView.h"
 #include "support/ScriptedView.h"
+#include "support/TestSupport.h"
 #include "target/Host.h"
 
 namespace sys = vessa::sal::sys;
@@ -118,9 +119,8 @@ TEST(ProbePool, HelperThatDiesFailsOnlyItsProbe) {
 // would refuse each for the other, and the run would call a free disk busy. Here a test holds a
 // marker per disk while it runs, and finds the device busy when the marker is there already.
 TEST(ProbePool, ExclusiveTestsOfOneDiskNeverOverlap) {
-    char dir[] = "/tmp/vessa-exclusive-XXXXXX";
-    ASSERT_NE(::mkdtemp(dir), nullptr);
-    const std::string markers = dir;
+    vessa::test::TempDir dir;
+    const std::string markers = dir.path();
     sys::ProbePool pool(
         [markers](const sys::ProbeRequest& r) {
             const std::string marker = markers + "/" + sys::kernelName(r.device).substr(0, 3);
@@ -146,17 +146,16 @@ TEST(ProbePool, ExclusiveTestsOfOneDiskNeverOverlap) {
     for (const sys::ProbeRequest& r : ahead) {
         EXPECT_EQ(pool.ask(r).exclusive.result, sys::ExclusiveOpen::Free) << r.device;
     }
-    ::rmdir(dir);
 }
 
 // A helper killed at the end of a run while it holds a device has let go of it when finish() returns:
 // a program that takes the device right after the run must not find it busy. The lock on a file
 // stands for the exclusive open.
 TEST(ProbePool, FinishReturnsOnceKilledHelpersHaveLetGo) {
-    char path[] = "/tmp/vessa-held-XXXXXX";
-    const int mine = ::mkstemp(path);
+    vessa::test::TempDir dir;
+    const std::string held = dir.write("held", "");
+    const int mine = ::open(held.c_str(), O_RDONLY);
     ASSERT_GE(mine, 0);
-    const std::string held = path;
     sys::ProbePool pool(
         [held](const sys::ProbeRequest&) {
             const int fd = ::open(held.c_str(), O_RDONLY);
@@ -175,7 +174,6 @@ TEST(ProbePool, FinishReturnsOnceKilledHelpersHaveLetGo) {
     EXPECT_TRUE(pool.finish().empty());
     EXPECT_EQ(::flock(mine, LOCK_EX | LOCK_NB), 0);
     ::close(mine);
-    ::unlink(path);
 }
 
 // A device's content test of its own node is made with its signature probe, on the same reads; a
