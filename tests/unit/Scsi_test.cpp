@@ -15,7 +15,14 @@ std::vector<std::uint8_t> answer(const std::string& vendor, const std::string& p
     return a;
 }
 
-TEST(Scsi, AnswersDecoded) {
+// The command blocks as the SCSI commands define them, written out here apart from the code that makes
+// them: a wrong byte shows only on a real SCSI device, which no loop device of the suite is.
+TEST(Scsi, CommandBlocksAndAnswers) {
+    EXPECT_EQ(scsi::inquiryCommand(), (std::array<std::uint8_t, 6>{0x12, 0, 0, 0, 0x60, 0}));
+    EXPECT_EQ(scsi::readCapacity10Command()[0], 0x25);
+    const auto rc16 = scsi::readCapacity16Command();
+    EXPECT_EQ(std::vector<std::uint8_t>({rc16[0], rc16[1], rc16[13]}),
+              std::vector<std::uint8_t>({0x9E, 0x10, 32}));
     const std::vector<std::uint8_t> rc10Answer = {0x00, 0x3f, 0xff, 0xff, 0x00, 0x00, 0x02, 0x00};
     EXPECT_EQ(scsi::readCapacity10BlockSize(rc10Answer), 512u);
     std::vector<std::uint8_t> rc16Answer(32, 0);
