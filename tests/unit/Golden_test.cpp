@@ -326,24 +326,6 @@ std::string recordsOf(const fs::path& file) {
             out += name + " | " + cleaned + "\n";
         }
     }
-    // Each line a value that the command line reads or shows, beside what it makes of it.
-    const auto eachLine = [&text, &out](auto give) {
-        std::istringstream lines(text);
-        for (std::string line; std::getline(lines, line);) {
-            out += line + " -> " + give(line) + "\n";
-        }
-    };
-    if (says("sizes")) {  // a number of bytes
-        eachLine([](const std::string& line) { return vessa::cli::humanSize(std::stoull(line)); });
-    }
-    if (says("type-words")) {  // the mask of --type, or the refusal (which leaves the mask as it was, 7)
-        eachLine([](const std::string& line) {
-            unsigned int mask = 7;
-            std::string why;
-            const bool ok = vessa::cli::parseTypes(line, mask, why);
-            return (ok ? "" : "refused: " + why + "; mask ") + std::to_string(mask);
-        });
-    }
     if (says("json-text")) {  // the whole text as a string of a JSON document, beside an empty list
         std::ostringstream json;
         vessa::cli::JsonWriter j(json);
@@ -356,20 +338,27 @@ std::string recordsOf(const fs::path& file) {
         j.finish();
         out += json.str();
     }
-    if (says("fleet-statuses")) {  // why a host failed, as ssh and the tools say it
-        eachLine([](const std::string& line) { return vessa::cli::statusWord(vessa::cli::statusOf(line)); });
-    }
-    if (says("conversions")) {
-        eachLine(conversion);
-    }
-    if (says("verdicts")) {
-        eachLine(verdictOf);
-    }
-    if (says("exclusion-bits")) {
-        eachLine(exclusionLetters);
-    }
-    if (says("storage-paths")) {
-        eachLine(storedPath);
+    // Each line a value that the command line or the library reads or shows, beside what it makes of it.
+    const std::pair<const char*, std::string (*)(const std::string&)> perLine[] = {
+        {"sizes", [](const std::string& l) { return vessa::cli::humanSize(std::stoull(l)); }},  // bytes
+        {"type-words",  // the mask of --type, or the refusal (which leaves the mask as it was, 7)
+         [](const std::string& l) {
+             unsigned int mask = 7;
+             std::string why;
+             const bool ok = vessa::cli::parseTypes(l, mask, why);
+             return (ok ? "" : "refused: " + why + "; mask ") + std::to_string(mask);
+         }},
+        {"fleet-statuses",  // why a host failed, as ssh and the tools say it
+         [](const std::string& l) -> std::string { return vessa::cli::statusWord(vessa::cli::statusOf(l)); }},
+        {"conversions", conversion},
+        {"verdicts", verdictOf},
+        {"exclusion-bits", exclusionLetters},
+        {"storage-paths", storedPath}};
+    for (const auto& [word, give] : perLine) {
+        std::istringstream lines(says(word) ? text : "");
+        for (std::string line; std::getline(lines, line);) {
+            out += line + " -> " + give(line) + "\n";
+        }
     }
     if (says("hosts-file")) {  // the hosts that a --hosts-file names
         for (const std::string& host : vessa::cli::parseHostsFile(text)) {
