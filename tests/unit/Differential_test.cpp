@@ -6,7 +6,6 @@
 #include <filesystem>
 #include <map>
 #include <memory>
-#include <sstream>
 
 #include "lin/lin.h"
 #include "platform/Process.h"
