@@ -24,8 +24,6 @@ TEST(Storage, StandardPropertiesReplaceGivenOnes) {
     EXPECT_EQ(s.properties().count("index"), 0u);  // index -1: no index property
     EXPECT_EQ(s.properties().at("name").value(), "name");
     EXPECT_EQ(s.properties().at("extra").value(), "x");
-    EXPECT_EQ(s.properties().at("size").value(), "1024");
-    EXPECT_EQ(s.properties().at("exclusion").value(), "          ");
     given.insert_or_assign("index", Property("index", "77", "I", "D", "C"));
     EXPECT_EQ(disk("/dev/sdb", Storage::discoveredBlockDevice, 3, given).properties().at("index").value(),
               "77");  // the given map wins over the index
