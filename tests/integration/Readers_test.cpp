@@ -47,7 +47,7 @@ TEST(LiveReaders, EveryReaderSeesWhatTheTestMachineMade) {
     const SysBlock* s = disks.named(m.blank.name());
     ASSERT_NE(s, nullptr);
     EXPECT_EQ(std::to_string(s->size()) + " " + std::to_string(s->major()), "32768 7");  // 512-byte sectors
-    std::string inquiry = "x", address, size;
+    std::string inquiry = "x", address;
     getInquiry(m.blank.name(), inquiry, 1);
     EXPECT_EQ(inquiry, std::string(28, ' '));
     getScsiAddress(m.blank.device(), address);
@@ -56,8 +56,6 @@ TEST(LiveReaders, EveryReaderSeesWhatTheTestMachineMade) {
     EXPECT_TRUE(st.exists() && st.isBlockDevice() && st.blockSize() > 0);
     EXPECT_EQ(st.size(), 16 << 20);
     EXPECT_EQ(st.blockSizeByRC() + st.blockSizeByRC16(), 0u);
-    EXPECT_EQ(quickRun("blockdev", {"--getsize64", m.blank.device()}, size), 0);
-    EXPECT_EQ(size, "16777216\n");
 
     Owned<MTableEntry> mounts;
     ASSERT_TRUE(MTableEntry::readMTab(mounts, nullptr));
