@@ -62,15 +62,11 @@ def run(program, case, roots):
     lines = out.splitlines()
     if case["out"] is not None and lines != case["out"]:
         problems.append("standard output:\n" + out)
-    for pattern in case["match"]:
-        if not any(re.search(pattern, l) for l in lines):
-            problems.append("no line of standard output matches %r:\n%s" % (pattern, out))
-    for pattern in case["nomatch"]:
-        if any(re.search(pattern, l) for l in lines):
-            problems.append("a line of standard output matches %r:\n%s" % (pattern, out))
-    for pattern in case["err"]:
-        if not re.search(pattern, err, re.M):
-            problems.append("standard error does not match %r:\n%s" % (pattern, err))
+    some_line = lambda p: any(re.search(p, l) for l in lines)
+    for key, holds, say, text in (("match", some_line, "no line of standard output matches", out),
+                                  ("nomatch", lambda p: not some_line(p), "a line of standard output matches", out),
+                                  ("err", lambda p: re.search(p, err, re.M), "standard error does not match", err)):
+        problems += ["%s %r:\n%s" % (say, p, text) for p in case[key] if not holds(p)]
     return problems
 
 
