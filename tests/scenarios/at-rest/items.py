@@ -8,9 +8,11 @@ def sr0(p):
             mount_entry("fstab", p, "/dev/sr0", "/media/cdrom0", "udf,iso9660")]
 
 
-def disk(index, name, blocks, minor, letters="", **verdict):
+def disk(index, name, blocks, minor, letters="", partitions=(), **verdict):
+    """Disk sd<x> and the records of its partitions, each (name, blocks, minor)."""
     return item(36, index, name, "/dev/" + name, blocks * 1024, letters,
-                [proc_partition("", name, blocks, 8, minor)], **verdict)
+                [proc_partition("", name, blocks, 8, minor)] +
+                [proc_partition("Partition ", *p[:2], 8, p[2]) for p in partitions], **verdict)
 
 
 def part(index, name, blocks, minor, **verdict):
@@ -28,15 +30,9 @@ ITEMS = [
          read_only=True, identity=dict(readOnly=True)),
     disk(1, "sda", 1048576, 0, data=["holds data: LUKS encrypted volume, configured in /etc/crypttab as cryptdata"], identity=dict(fsType="crypto_LUKS", uuid="9b1e3c55-2f4d-4a8e-b7c6-1d2e3f4a5b6c")),
     disk(2, "sdb", 524288, 16, data=["holds data: swap space"], identity=dict(fsType="swap", uuid="3c2a1b0f-8e7d-4c6b-9a5f-4e3d2c1b0a99")),
-    item(36, 3, "sdc", "/dev/sdc", 1048576 * 1024, "P",
-         [proc_partition("", "sdc", 1048576, 8, 32), proc_partition("Partition ", "sdc1", 1046528, 8, 33)],
-         data=["holds data: gpt partition table"]),
-    item(36, 4, "sdd", "/dev/sdd", 1048576 * 1024, "P",
-         [proc_partition("", "sdd", 1048576, 8, 48), proc_partition("Partition ", "sdd1", 1046528, 8, 49)],
-         data=["holds data: dos partition table"]),
-    item(36, 5, "sde", "/dev/sde", 2097152 * 1024, "P",
-         [proc_partition("", "sde", 2097152, 8, 64), proc_partition("Partition ", "sde1", 1048576, 8, 65),
-          proc_partition("Partition ", "sde2", 1047552, 8, 66)],
+    disk(3, "sdc", 1048576, 32, "P", [("sdc1", 1046528, 33)], data=["holds data: gpt partition table"]),
+    disk(4, "sdd", 1048576, 48, "P", [("sdd1", 1046528, 49)], data=["holds data: dos partition table"]),
+    disk(5, "sde", 2097152, 64, "P", [("sde1", 1048576, 65), ("sde2", 1047552, 66)],
          in_use=["through sde1: " + TEST, "through sde2: " + TEST], data=["holds data: gpt partition table"]),
     disk(6, "sdf", 1048576, 80, in_use=["mounted at /srv"], data=["holds data: btrfs 'pool'"], identity=POOL),
     disk(7, "sdg", 1048576, 96, in_use=["mounted at /srv"], data=["holds data: btrfs 'pool'"], identity=POOL),
