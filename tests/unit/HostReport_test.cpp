@@ -44,15 +44,6 @@ TEST_F(Report, EmptyHostDeclaresOnlyTheHostTable) {
               vessa::test::readFile(kData + "empty.xml"));
 }
 
-// A file system at /mnt/a is written as x2fmnt2fa2ftargetfile2edat5ffs.
-TEST_F(Report, OneItemOfEachType) {
-    add(new Storage(Storage::discoveredBlockDevice, "sda", "/dev/sda", 1024, 0, "ATA     DISK", 0, {}));
-    add(new Storage(Storage::logicalStorageMask, "sda1", "/dev/sda1", 512, 1, "ATA     DISK",
-                    Storage::kSystem, {}));
-    add(new Storage(Storage::fileSystemStorage, "sda1", "/mnt/a", 512, 2, "", Storage::kBoot, {}));
-    expectReport("one-of-each.xml");
-}
-
 // Two items at one path: two identical declarations and two sets of rows of one name.
 TEST_F(Report, TextsThatNeedEscapingAndRepeatedTables) {
     const std::map<std::string, Property> props = {
