@@ -1,6 +1,8 @@
-// A fleet over the throw-away sshd: four addresses where it answers, one where nothing listens and one
-// that accepts connections and never speaks. Then the licence information changed and read back, over
-// SSH and on this machine. Root only; everything is stopped and removed at the end, also on failure.
+// Remote queries for real, over the throw-away sshd (support/TestSshd.h) with vessa-storage, pelo, korvo
+// and vessa.shed.env as built here: a fleet of four addresses where it answers, one where nothing
+// listens and one that accepts connections and never speaks; the launcher's streams and statuses; the
+// licence information changed and read back, over SSH and on this machine. Root only; everything is
+// stopped and removed at the end, also on failure.
 #include <gtest/gtest.h>
 
 #include <arpa/inet.h>
@@ -10,14 +12,20 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstdlib>
+#include <filesystem>
+#include <fstream>
 #include <map>
 #include <memory>
 #include <sstream>
+#include <thread>
+#include <tuple>
 
 #include <nlohmann/json.hpp>
 
 #include "platform/Exception.h"
+#include "platform/Process.h"
 #include "platform/hax/SshTransport.h"
 #include "platform/view/SystemView.h"
 #include "support/TestSshd.h"
@@ -60,13 +68,31 @@ int mostAtOnce(const std::string& log) {
     return most;
 }
 
-// path -> verdict of a list document's items.
-std::map<std::string, std::string> verdicts(const nlohmann::json& doc) {
+// path -> "size, the A M P S V W columns, verdict" of a list document's items (its disks only, when
+// `disksOnly`): what a listing carries of an item, and what the host's own run made of it.
+std::map<std::string, std::string> items(const nlohmann::json& doc, bool disksOnly) {
     std::map<std::string, std::string> out;
     for (const auto& item : doc["storage"]) {
-        out[item["path"]] = item["verdict"]["is"];
+        const std::string x = item["exclusions"];
+        if (!disksOnly || item["kind"] == "disk") {
+            out[item["path"]] = item["size"].dump() + " " + std::string{x[0], x[3], x[4], x[5], x[7], x[8]} +
+                                " " + item["verdict"]["is"].get<std::string>();
+        }
     }
     return out;
+}
+
+// Whether a process of this machine has `word` among its arguments.
+bool runningWith(const std::string& word) {
+    for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
+        std::ifstream in(entry.path() / "cmdline");
+        for (std::string arg; std::getline(in, arg, '\0');) {
+            if (arg == word) {
+                return true;
+            }
+        }
+    }
+    return false;
 }
 
 TEST(Fleet, WindowStatusesStreamsAndRetryListOverSsh) {
@@ -104,10 +130,11 @@ TEST(Fleet, WindowStatusesStreamsAndRetryListOverSsh) {
     EXPECT_EQ(streamed.err.find("does not say which devices are in use"), std::string::npos) << streamed.err;
     EXPECT_EQ(vessa::test::readFile(sshd.dir.path() + "/retry"), kRefusing + "\n" + kMute + "\n");
 
-    // One document a line, each host once. The answering ones carry the verdicts of the host's own
-    // run, which is this machine's: the same as a local run gives, wherever two local runs agree.
-    const auto local = verdicts(nlohmann::json::parse(before.out)),
-               later = verdicts(nlohmann::json::parse(after.out));
+    // One document a line, each host once. The answering ones list this machine's disks as its own run
+    // does, verdicts included. Other work on this machine may add or remove loop devices meanwhile: each
+    // holds every disk that both local runs around it saw alike, and nothing that neither saw.
+    const auto local = items(nlohmann::json::parse(before.out), true),
+               later = items(nlohmann::json::parse(after.out), true);
     std::map<std::string, std::string> status;
     int compared = 0;
     std::istringstream in(streamed.out);
@@ -121,12 +148,17 @@ TEST(Fleet, WindowStatusesStreamsAndRetryListOverSsh) {
                 << message;
             continue;
         }
-        const auto remote = verdicts(doc);
+        const auto remote = items(doc, false);
         for (const auto& [path, is] : local) {
-            if (later.count(path) && later.at(path) == is && remote.count(path)) {
-                EXPECT_EQ(remote.at(path), is) << host << " " << path;
+            if (later.count(path) && later.at(path) == is) {
+                EXPECT_EQ(remote.count(path) ? remote.at(path) : "missing", is) << host << " " << path;
                 ++compared;
             }
+        }
+        for (const auto& [path, is] : remote) {
+            EXPECT_TRUE((local.count(path) && local.at(path) == is) ||
+                        (later.count(path) && later.at(path) == is))
+                << host << " " << path << " " << is;
         }
     }
     EXPECT_GT(compared, 0) << streamed.out;
@@ -192,6 +224,45 @@ TEST(Fleet, LicenceRoundTripOverSshAndHere) {
     sys::setCommandVariable("VESSA_CONFIG_DIR", "");
     sys::setCommandVariable("PATH", "");
     ::setenv("PATH", path.c_str(), 1);
+}
+
+// The launcher passes the remote program's streams and status on, and names what could not run; a
+// remote program ends with its session; the agent's environment question is answered by the session.
+TEST(Remote, LauncherAndInstallDirectoryOverSsh) {
+    if (!vessa::test::canRunSshd()) {
+        GTEST_SKIP() << "needs root and openssh-server";
+    }
+    vessa::test::TestSshd sshd({"127.0.0.2"});
+    ASSERT_TRUE(sshd.ready);
+    const std::string pelo = kBin + "/companions/pelo";
+    const vessa::test::SshAnswer seven =
+        sshd.run(pelo, {"--host", "127.0.0.2", "--exec", "sh", "-c", "echo out; echo err >&2; exit 7"}, true);
+    EXPECT_EQ(std::tie(seven.status, seven.out, seven.err), std::make_tuple(7, "out\n", "err\n"));
+    const vessa::test::SshAnswer missing =
+        sshd.run(pelo, {"--host", "127.0.0.2", "--exec", "no-such-program-here"}, true);
+    EXPECT_EQ(missing.status, 255);
+    EXPECT_EQ(missing.err,
+              "pelo: cannot run no-such-program-here on 127.0.0.2: no-such-program-here: not found\n");
+
+    // The launcher ended on this side (here by the runner's timeout) leaves nothing running on the host.
+    const vessa::test::SshAnswer cut =
+        sshd.run(pelo, {"--host", "127.0.0.2", "--exec", "sleep", "299.25"}, true, 2);
+    EXPECT_EQ(cut.status, -1);
+    bool ended = false;
+    for (int i = 0; i < 50 && !ended; ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        ended = !runningWith("299.25");
+    }
+    EXPECT_TRUE(ended) << "the remote sleep outlived its session";
+
+    vessa::hax::SshTransport::Options o;
+    o.configFile = sshd.config;
+    o.controlDirectory = sshd.dir.path() + "/vessa-ssh";
+    namespace exec = vessa::sal::exec;
+    vessa::hax::SshTransport ssh(
+        o, [](const std::string& p, const std::list<std::string>& a, const exec::RunStreams& s,
+              const exec::RunLimits& l) { return exec::runBounded(p, a, s, l); });
+    EXPECT_EQ(ssh.envValueOf("127.0.0.2", "VESSA_VLTT_INSTALL_DIR"), sshd.dir.path() + "/install");
 }
 
 }  // namespace
