@@ -1,6 +1,6 @@
 // What the fuzz targets share: the input as text, a log that formats every line and throws it away,
-// a scripted system view, an invariant check that names what broke, and the one parser target for the
-// three LVM displays.
+// a scripted system view, an invariant check that names what broke, and a record published as a run
+// publishes it.
 //
 // Every target begins with a "// Seeds:" line: the files or folders (globs, from the repository's
 // top) whose files seed its corpus. `tools/dev fuzz` gathers them, with fuzz/corpus/<Name>/ (inputs
@@ -11,7 +11,6 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <list>
 #include <map>
 #include <memory>
 #include <ostream>
@@ -20,7 +19,6 @@
 
 #include "platform/Log.h"
 #include "platform/Str.h"
-#include "platform/hax/Hax.h"
 #include "platform/view/SystemView.h"
 #include "support/ScriptedView.h"
 #include "target/Property.h"
@@ -60,20 +58,6 @@ inline vessa::test::ScriptedView& scriptedView() {
     return ref;
 }
 
-// For targets that parse what a host says of itself: the local agent over a fresh scripted view, in
-// which the launcher has no recording, so that a Host made from it learns nothing by itself. Made
-// once per process and kept to its end.
-struct LocalAgent {
-    vessa::test::ScriptedView* view = nullptr;
-    vessa::hax::Host* agent = nullptr;
-};
-inline LocalAgent localAgent() {
-    LocalAgent local;
-    local.view = &scriptedView();
-    local.agent = new vessa::hax::Host(vessa::hax::Host::named("127.0.0.1", false));
-    return local;
-}
-
 // The lines std::getline reads from `s`.
 inline std::size_t lineCount(const std::string& s) {
     std::size_t n = 0;
@@ -84,31 +68,20 @@ inline std::size_t lineCount(const std::string& s) {
     return n;
 }
 
-// Asks a record for its exclusions and properties, as a run does, then frees it.
+// Asks a record for its exclusions and properties, as a run does.
 template <class T>
-void publishAndFree(T* record) {
+void publish(T& record) {
     vessa::target::Storage::exclusions ex = 0;
-    record->getExclusions(ex);
+    record.getExclusions(ex);
     std::map<std::string, vessa::target::Property> properties;
-    record->addProperties("fuzz ", properties);
-    delete record;
+    record.addProperties("fuzz ", properties);
 }
 
-// Parses `input` with `T::parse`, publishes every record and frees it. Text that is not a number
-// where one is needed throws the conversion exception, which is an answer; anything else escaping
-// is a fault for the fuzzer to report.
+// Publishes a record, then frees it.
 template <class T>
-void parseLvmDisplay(const std::string& input) {
-    discardLog();
-    std::list<T*> records;
-    try {
-        T::parse(input, records);
-    } catch (const vessa::util::str::Exception&) {
-    }
-    for (T* record : records) {
-        require(!record->name().empty(), "a record is only made for a name");
-        publishAndFree(record);
-    }
+void publishAndFree(T* record) {
+    publish(*record);
+    delete record;
 }
 
 }  // namespace vessa::fuzz

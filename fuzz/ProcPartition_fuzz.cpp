@@ -9,17 +9,6 @@
 using vessa::fuzz::require;
 using vessa::target::lin::ProcPartition;
 
-namespace {
-
-void publish(ProcPartition& entry) {
-    vessa::target::Storage::exclusions ex = 0;
-    entry.getExclusions(ex);
-    std::map<std::string, vessa::target::Property> properties;
-    entry.addProperties("fuzz ", properties);
-}
-
-}  // namespace
-
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     vessa::fuzz::discardLog();
     const std::string input = vessa::fuzz::text(data, size);
@@ -40,14 +29,14 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         require(entry->valid() && !entry->name().empty(), "only valid, named entries are kept");
         require(entry->isPseudo() || (entry->major() >= 0 && entry->minor() >= 0), "numbers not negative");
         require(names.count(entry->name()) == 1, "every kept name is recorded");
-        publish(*entry);
+        vessa::fuzz::publish(*entry);
         delete entry;
     }
 
     try {
         ProcPartition fixed(header, 0, 1, 2, 3);
         require(!fixed.valid() || !fixed.name().empty(), "a valid entry has a name");
-        publish(fixed);
+        vessa::fuzz::publish(fixed);
     } catch (const vessa::util::str::Exception&) {
     }
     return 0;

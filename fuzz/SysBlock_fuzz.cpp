@@ -74,10 +74,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         require(partition->name() == "fz1" && partition->parents().front() == disk, "the partition's disk");
         require(disk->holders().size() == 1 && disk->slaves().size() == 1, "one holder, one slave");
         require(partition->holders().size() == 1 && partition->slaves().empty(), "the partition's holder");
-        vessa::target::Storage::exclusions ex = 0;
-        disk->getExclusions(ex);
-        std::map<std::string, vessa::target::Property> properties;
-        disk->addProperties("fuzz ", properties);
+        vessa::fuzz::publish(*disk);
     }
     return 0;
 }
