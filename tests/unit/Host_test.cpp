@@ -2,19 +2,15 @@
 
 #include <gtest/gtest.h>
 
-#include "support/FakeProgram.h"
 #include "support/ScriptedView.h"
 #include "support/TestSupport.h"
 
 using vessa::target::Host;
 using vessa::target::Storage;
-using vessa::test::FakeProgram;
 
 namespace {
 
-class HostTest : public ::testing::Test {};
-
-TEST_F(HostTest, ExistsFSItemSplitsDirectoryAndNameCaseInsensitively) {
+TEST(HostTest, ExistsFSItemSplitsDirectoryAndNameCaseInsensitively) {
     auto view = std::make_unique<vessa::test::ScriptedView>();
     view->dirs = {{"/tmp", {"dir", "other"}}, {"/sys/block/sda", {"holders", "sda1"}}, {"nosep", {""}}};
     vessa::test::ScopedView scoped(std::move(view));
@@ -29,7 +25,7 @@ TEST_F(HostTest, ExistsFSItemSplitsDirectoryAndNameCaseInsensitively) {
     EXPECT_EQ(host->fill("/nowhere", items), 0);  // agent errors give 0, never an exception
 }
 
-TEST_F(HostTest, LocalNamesShareOneIdentityAndTheAgentKnowsEveryHost) {
+TEST(HostTest, LocalNamesShareOneIdentityAndTheAgentKnowsEveryHost) {
     auto view = std::make_unique<vessa::test::ScriptedView>();
     view->host = "SnapHost";
     vessa::test::ScopedView scoped(std::move(view));
@@ -48,7 +44,7 @@ TEST_F(HostTest, LocalNamesShareOneIdentityAndTheAgentKnowsEveryHost) {
     }
 }
 
-TEST_F(HostTest, CopiesShareStorageAndTheDestructorFreesIt) {
+TEST(HostTest, CopiesShareStorageAndTheDestructorFreesIt) {
     vessa::test::LogCapture log;
     auto* host = Host::named("127.0.0.1", false);
     host->storage().push_back(new Storage(Storage::physicalStorage, "d", "/dev/d", 1, 0, "", 0, {}));
