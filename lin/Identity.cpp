@@ -1,10 +1,13 @@
 #include "lin/Identity.h"
 
+#include <unordered_set>
+
 #include "lin/AtRest.h"
 #include "lin/DeviceLink.h"
 #include "lin/DiskBy.h"
 #include "lin/ProcPartition.h"
 #include "lin/common.h"
+#include "platform/view/RunScope.h"
 #include "platform/view/SystemView.h"
 
 namespace vessa::target::lin {
@@ -97,24 +100,78 @@ std::string serialOfPage80(const std::string& page) {
     return serial;
 }
 
-Identity identityOf(const DeviceLink* link, const AtRest& atRest) {
+void IdentityReader::readAhead(const std::list<DeviceLink*>& links) {
+    using Ahead = sal::sys::RunScope::Ahead;
+    std::vector<std::string> directories;
+    std::unordered_set<const DeviceLink*> disks;
+    for (const DeviceLink* l : links) {
+        const DeviceLink* disk = diskOf(l);
+        if (!l->procPartition()->isPseudo() && disks.insert(disk != nullptr ? disk : l).second) {
+            directories.push_back(sysfsDirectory(disk != nullptr ? disk : l));
+        }
+    }
+    // Only what every disk is asked: a file read ahead stays until the run takes it (the fallbacks,
+    // the serial page and the wwids, are read when asked), and so would a listing.
+    sal::sys::RunScope::readAhead(std::move(directories), {{Ahead::File, "/queue/rotational"},
+                                                           {Ahead::File, "/queue/logical_block_size"},
+                                                           {Ahead::File, "/queue/physical_block_size"},
+                                                           {Ahead::File, "/device/serial"}});
+}
+
+IdentityReader::DiskFacts& IdentityReader::factsOf(const DeviceLink* disk) {
+    if (disk == lastDisk_) {
+        return last_;
+    }
+    sal::sys::View& view = sal::sys::current();
+    const std::string diskDir = sysfsDirectory(disk);
+    DiskFacts f;
+    f.rotational = flag(diskDir + "/queue/rotational");
+    f.logicalSectorSize = number(diskDir + "/queue/logical_block_size");
+    f.physicalSectorSize = number(diskDir + "/queue/physical_block_size");
+    f.serial = attribute(diskDir + "/device/serial");
+    std::string page;
+    if (!f.serial && view.readFile(diskDir + "/device/vpd_pg80", page) && !serialOfPage80(page).empty()) {
+        f.serial = serialOfPage80(page);
+    }
+    // The disk's place among the machine's devices, through its numbers: /sys/block/<disk> itself is a
+    // directory in a snapshot, which cannot keep the link it is on the machine.
+    const ProcPartition* numbers = disk->procPartition();
+    std::string target;
+    if (numbers->major() >= 0 && view.readLink("/sys/dev/block/" + std::to_string(numbers->major()) + ":" +
+                                                   std::to_string(numbers->minor()),
+                                               target)) {
+        f.transport = transportOf(target);
+    }
+    lastDisk_ = disk;
+    last_ = std::move(f);
+    return last_;
+}
+
+const std::optional<std::string>& IdentityReader::wwidWwn(const DeviceLink* disk) {
+    DiskFacts& f = factsOf(disk);
+    if (!f.wwidRead) {
+        f.wwidRead = true;
+        const std::string diskDir = sysfsDirectory(disk);
+        f.wwidWwn = wwnOfWwid(attribute(diskDir + "/wwid"));
+        if (!f.wwidWwn) {
+            f.wwidWwn = wwnOfWwid(attribute(diskDir + "/device/wwid"));
+        }
+    }
+    return f.wwidWwn;
+}
+
+Identity IdentityReader::of(const DeviceLink* link) {
     Identity id;
     if (link->procPartition()->isPseudo()) {
         return id;
     }
-    sal::sys::View& view = sal::sys::current();
     const DeviceLink* disk = diskOf(link);
-    const std::string diskDir = sysfsDirectory(disk != nullptr ? disk : link);
-    id.readOnly = atRest.roFlag(link);
-    id.rotational = flag(diskDir + "/queue/rotational");
-    id.logicalSectorSize = number(diskDir + "/queue/logical_block_size");
-    id.physicalSectorSize = number(diskDir + "/queue/physical_block_size");
-
-    id.serial = attribute(diskDir + "/device/serial");
-    std::string page;
-    if (!id.serial && view.readFile(diskDir + "/device/vpd_pg80", page) && !serialOfPage80(page).empty()) {
-        id.serial = serialOfPage80(page);
-    }
+    const DiskFacts& facts = factsOf(disk != nullptr ? disk : link);
+    id.readOnly = atRest_.roFlag(link);
+    id.rotational = facts.rotational;
+    id.logicalSectorSize = facts.logicalSectorSize;
+    id.physicalSectorSize = facts.physicalSectorSize;
+    id.serial = facts.serial;
 
     for (const DiskBy* d : link->diskBys) {
         if (d->kind() != DiskBy::ById) {
@@ -129,23 +186,11 @@ Identity identityOf(const DeviceLink* link, const AtRest& atRest) {
         }
     }
     if (!id.wwn) {
-        id.wwn = wwnOfWwid(attribute(diskDir + "/wwid"));
+        id.wwn = wwidWwn(disk != nullptr ? disk : link);
     }
-    if (!id.wwn) {
-        id.wwn = wwnOfWwid(attribute(diskDir + "/device/wwid"));
-    }
+    id.transport = facts.transport;
 
-    // The disk's place among the machine's devices, through its numbers: /sys/block/<disk> itself is a
-    // directory in a snapshot, which cannot keep the link it is on the machine.
-    const ProcPartition* numbers = (disk != nullptr ? disk : link)->procPartition();
-    std::string target;
-    if (numbers->major() >= 0 && view.readLink("/sys/dev/block/" + std::to_string(numbers->major()) + ":" +
-                                                   std::to_string(numbers->minor()),
-                                               target)) {
-        id.transport = transportOf(target);
-    }
-
-    if (const sal::sys::SignatureProbe* probe = atRest.signatures(link)) {
+    if (const sal::sys::SignatureProbe* probe = atRest_.signatures(link)) {
         for (const sal::sys::Signature& s : probe->found) {
             if (s.usage == "partition table") {
                 continue;
