@@ -69,7 +69,7 @@ for name in sys.stdin.read().split():
         except OSError:
             pass  # still bound, or gone
 ' || true
-    rm -f "$work"/blank-*.img "$work"/gpt-*.img "$work"/gpt.template "$work"/*.stamp "$work"/*.trace
+    rm -f "$work"/blank-*.img "$work"/gpt-*.img "$work"/gpt.template "$work"/*.stamp "$work"/*.trace.*
     if [ -n "${server:-}" ]; then
         umount "$work/luns" 2>/dev/null || umount -l "$work/luns" 2>/dev/null || true
         kill "$server" 2>/dev/null || true
@@ -126,11 +126,14 @@ measure() {
         times+=("$t")
         ((m > peak)) && peak=$m
     done
+    # Each thread traced to a file of its own: traced together, a call that another thread interrupts
+    # is split over two lines ("unfinished", "resumed"), and its result no longer follows its path.
+    rm -f "$work/$name.trace".*
+    strace -ff -qq -o "$work/$name.trace" -e trace=fork,vfork,clone,clone3,open,openat "$@" >/dev/null 2>&1 || true
     # Processes: every fork, vfork or clone that makes a process rather than a thread.
-    strace -f -qq -o "$work/$name.trace" -e trace=fork,vfork,clone,clone3,open,openat "$@" >/dev/null 2>&1 || true
-    procs=$(grep -E '(^|[0-9] +)(fork|vfork|clone|clone3)\(' "$work/$name.trace" | grep -vc 'CLONE_THREAD' || true)
+    procs=$(cat "$work/$name.trace".* | grep -E '^(fork|vfork|clone|clone3)\(' | grep -vc 'CLONE_THREAD' || true)
     # Devices: the distinct block device nodes opened with success.
-    opened=$(sed -nE 's/.*open(at)?\([^"]*"(\/dev\/[^"]+)".*= [0-9]+$/\2/p' "$work/$name.trace" | sort -u |
+    opened=$(cat "$work/$name.trace".* | sed -nE 's/^open(at)?\([^"]*"(\/dev\/[^"]+)".*= [0-9]+$/\2/p' | sort -u |
         while read -r node; do if [ -b "$node" ]; then echo "$node"; fi; done | wc -l)
     echo "$(printf '%s\n' "${times[@]}" | sort -g | sed -n "$(((runs + 1) / 2))p") $procs $peak $opened"
 }
