@@ -5,8 +5,8 @@
 # `vessa-storage list --json`, `lsblk -J -f`, `lsblk -J -o NAME,MAJ:MIN,SIZE,TYPE,MOUNTPOINT,MODEL` and
 # `blkid -c /dev/null` (one process that reads the signatures of every device the kernel lists), 3 times
 # each, and prints one row per program: the median elapsed time, its ratio to `lsblk -f`, the processes
-# each run started (counted with strace: forks and clones that are not threads), the block devices it
-# opened (strace again) and the peak resident memory.
+# each run started (counted with strace: forks and clones that are not threads), the devices of
+# /proc/partitions it opened (strace again) and the peak resident memory.
 #
 # Where no udev database is kept (/run/udev/data), `lsblk -f` reads no device at all and prints empty
 # file system columns: the devices-opened column shows it. The blkid row is then the baseline of a run
@@ -132,9 +132,10 @@ measure() {
     strace -ff -qq -o "$work/$name.trace" -e trace=fork,vfork,clone,clone3,open,openat "$@" >/dev/null 2>&1 || true
     # Processes: every fork, vfork or clone that makes a process rather than a thread.
     procs=$(cat "$work/$name.trace".* | grep -E '^(fork|vfork|clone|clone3)\(' | grep -vc 'CLONE_THREAD' || true)
-    # Devices: the distinct block device nodes opened with success.
-    opened=$(cat "$work/$name.trace".* | sed -nE 's/^open(at)?\([^"]*"(\/dev\/[^"]+)".*= [0-9]+$/\2/p' | sort -u |
-        while read -r node; do if [ -b "$node" ]; then echo "$node"; fi; done | wc -l)
+    # Devices: the distinct devices of /proc/partitions whose node was opened with success (the volume
+    # tools also open every other loop node in /dev, devices that hold nothing).
+    opened=$(cat "$work/$name.trace".* | sed -nE 's/^open(at)?\([^"]*"\/dev\/([^"]+)".*= [0-9]+$/\2/p' | sort -u |
+        comm -12 - <(awk 'NR > 2 && $4 != "" {print $4}' /proc/partitions | sort -u) | wc -l)
     echo "$(printf '%s\n' "${times[@]}" | sort -g | sed -n "$(((runs + 1) / 2))p") $procs $peak $opened"
 }
 
