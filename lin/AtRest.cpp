@@ -9,7 +9,6 @@
 #include "lin/MTableEntry.h"
 #include "lin/ProcPartition.h"
 #include "lin/common.h"
-#include "platform/view/RunScope.h"
 #include "platform/view/SystemView.h"
 
 namespace vessa::target::lin {
@@ -93,16 +92,6 @@ std::string describeSignature(const sal::sys::Signature& s) {
         text += " (" + s.usage + ")";
     }
     return text;
-}
-
-void AtRest::readAhead(const std::list<DeviceLink*>& links) {
-    std::vector<std::string> directories;
-    for (const DeviceLink* l : links) {
-        if (!l->procPartition()->isPseudo()) {
-            directories.push_back(sysfsDirectory(l));
-        }
-    }
-    sal::sys::RunScope::readAhead(std::move(directories), {{sal::sys::RunScope::Ahead::File, "/ro"}});
 }
 
 AtRest::AtRest(const std::list<DeviceLink*>& links) {

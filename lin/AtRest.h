@@ -46,10 +46,6 @@ class AtRest {
     // Reads the tables and probes every device of `links` (every link of the run, relations made).
     // The links must outlive the object.
     explicit AtRest(const std::list<DeviceLink*>& links);
-    // Lets the view read what the constructor will read of each device of `links` (its `ro`) on
-    // threads of its own, ahead of the constructor and while the run does other work (see
-    // RunScope::readAhead); the constructor, given the same links, then finds the answers read.
-    static void readAhead(const std::list<DeviceLink*>& links);
 
     // Why the device of `link` holds data, each "holds data: ..."; empty when nothing was found.
     std::vector<std::string> data(const DeviceLink* link) const;

@@ -1,13 +1,10 @@
 #include "lin/Identity.h"
 
-#include <unordered_set>
-
 #include "lin/AtRest.h"
 #include "lin/DeviceLink.h"
 #include "lin/DiskBy.h"
 #include "lin/ProcPartition.h"
 #include "lin/common.h"
-#include "platform/view/RunScope.h"
 #include "platform/view/SystemView.h"
 
 namespace vessa::target::lin {
@@ -98,24 +95,6 @@ std::string serialOfPage80(const std::string& page) {
         }
     }
     return serial;
-}
-
-void IdentityReader::readAhead(const std::list<DeviceLink*>& links) {
-    using Ahead = sal::sys::RunScope::Ahead;
-    std::vector<std::string> directories;
-    std::unordered_set<const DeviceLink*> disks;
-    for (const DeviceLink* l : links) {
-        const DeviceLink* disk = diskOf(l);
-        if (!l->procPartition()->isPseudo() && disks.insert(disk != nullptr ? disk : l).second) {
-            directories.push_back(sysfsDirectory(disk != nullptr ? disk : l));
-        }
-    }
-    // Only what every disk is asked: a file read ahead stays until the run takes it (the fallbacks,
-    // the serial page and the wwids, are read when asked), and so would a listing.
-    sal::sys::RunScope::readAhead(std::move(directories), {{Ahead::File, "/queue/rotational"},
-                                                           {Ahead::File, "/queue/logical_block_size"},
-                                                           {Ahead::File, "/queue/physical_block_size"},
-                                                           {Ahead::File, "/device/serial"}});
 }
 
 IdentityReader::DiskFacts& IdentityReader::factsOf(const DeviceLink* disk) {

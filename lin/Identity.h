@@ -11,7 +11,6 @@
 // Nothing is logged.
 #pragma once
 
-#include <list>
 #include <optional>
 #include <string>
 
@@ -31,9 +30,6 @@ class IdentityReader {
     explicit IdentityReader(const AtRest& atRest) : atRest_(atRest) {}
     // All fields unknown for a device without a node of its own (a network or user-space file system).
     Identity of(const DeviceLink* link);
-    // Lets the view read what `of` will read of the disks of `links`, asked in that order, on threads
-    // of its own (see RunScope::readAhead).
-    static void readAhead(const std::list<DeviceLink*>& links);
 
   private:
     // What a disk's sysfs directory says, for the disk and each of its partitions.

@@ -408,14 +408,12 @@ std::uint32_t GetStorage(Host* host, Storage::storageType type, unsigned int inq
     // The kernel's own view of what is in use and what the devices hold at rest, beside the exclusions:
     // always asked, for the verdicts; logged, and shown as a property, only when asked for. Both go
     // once the verdicts are made, before the device tree: on a large host the run is at its fullest then.
-    AtRest::readAhead(r.allLinks);
     std::optional<const InUse> inUse(std::in_place, r.allLinks, r.sysBlocks, withInUse);
     std::optional<const AtRest> atRest(std::in_place, r.allLinks);
     // Who each device is, read with the sources (the reading below ends what they read ahead).
     // Beside each, how many items will take it (counted once the items are made).
     std::unordered_map<const DeviceLink*, std::pair<Identity, std::size_t>> identities;
     if (withIdentity) {
-        IdentityReader::readAhead(r.allLinks);
         IdentityReader reader(*atRest);
         for (const DeviceLink* link : r.allLinks) {
             identities.try_emplace(link, reader.of(link), 0);
