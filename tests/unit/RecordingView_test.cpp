@@ -18,13 +18,25 @@ namespace {
 
 const std::string kScenarios = std::string(VESSA_SOURCE_DIR) + "/tests/scenarios/";
 
-// Discovery of every kind through `view`; the host's name and its items as one comparable text.
+// Discovery of every kind through `view`; the host's name, its items and their verdicts as one
+// comparable text.
 std::string discover(std::unique_ptr<sys::View> view) {
     vessa::hax::clearHostCache();
     vessa::test::ScopedView scoped(std::move(view));
     std::unique_ptr<Host> host(Host::named(sys::current().hostName(), false));
     host->fill(Storage::allStorage, nullptr, false, {});
-    return host->name() + "\n" + vessa::test::describeItems(*host);
+    std::string text = host->name() + "\n" + vessa::test::describeItems(*host);
+    // The verdicts too: they hold what the devices answered (signatures, exclusive opens, paths left
+    // alone), which no item property shows.
+    for (Storage* s : host->storage()) {
+        const vessa::target::Verdict v = host->verdict(*s);
+        text += s->path() + ": " + v.word();
+        for (const std::string& r : v.reasons()) {
+            text += "; " + r;
+        }
+        text += "\n";
+    }
+    return text;
 }
 
 // Every file and link under `dir`, with its content or target.
@@ -46,8 +58,9 @@ std::map<std::string, std::string> tree(const std::string& dir) {
 // A capture taken while replaying a scenario replays to the same items; and capturing that capture
 // writes exactly the same files again, so a capture holds nothing that its replay does not read.
 TEST(RecordingView, CaptureOfAScenarioReplaysToTheSameItemsAndIsAFixedPoint) {
-    for (const char* scenario : {"plain-disks", "partitions-root-boot-swap", "lvm", "multipath-kpartx",
-                                 "cciss", "network-mounts", "zero-size", "no-sources"}) {
+    for (const char* scenario :
+         {"plain-disks", "partitions-root-boot-swap", "lvm", "multipath-kpartx", "cciss", "network-mounts",
+          "zero-size", "no-sources", "at-rest", "in-use", "blocked-path"}) {
         SCOPED_TRACE(scenario);
         const std::string root = kScenarios + scenario + "/root";
         vessa::test::TempDir first, second;
