@@ -36,4 +36,23 @@ TEST(Listing, ItemsHoldNoCopiesOfTheDescriptions) {
     EXPECT_LE(perItem, 4 * (sizeof(Storage) + 11 * 2 * sizeof(std::string)));
 }
 
+// A file system's target file is written in the other separator convention when exactly one of the two
+// sides, this controller and the host that wrote the listing, was built for "win".
+TEST(Listing, PathsFlipForAHostOfTheOtherConvention) {
+    for (const auto& [buildOs, path] :
+         {std::pair{"linux", "/mnt/data/targetfile.dat"}, {"win", "\\mnt\\data\\targetfile.dat"}}) {
+        vessa::hax::clearHostCache();
+        std::unique_ptr<Host> host;
+        {
+            vessa::test::FakeProgram pelo("pelo", std::string("build.os=") + buildOs + "\n");
+            host.reset(Host::named("127.0.0.1", false));
+        }
+        std::istringstream in("/mnt/data\n");
+        Host::callback cb = nullptr;
+        host->parseOldKorvoListing(in, Storage::fileSystemStorage, cb);
+        ASSERT_EQ(host->storage().size(), 1u) << buildOs;
+        EXPECT_EQ(host->storage().front()->path(), path) << buildOs;
+    }
+}
+
 }  // namespace
