@@ -145,7 +145,10 @@ Identity IdentityReader::of(const DeviceLink* link) {
         return id;
     }
     const DeviceLink* disk = diskOf(link);
-    const DiskFacts& facts = factsOf(disk != nullptr ? disk : link);
+    if (disk == nullptr) {
+        disk = link;  // a whole device tells of itself
+    }
+    const DiskFacts& facts = factsOf(disk);
     id.readOnly = atRest_.roFlag(link);
     id.rotational = facts.rotational;
     id.logicalSectorSize = facts.logicalSectorSize;
@@ -165,7 +168,7 @@ Identity IdentityReader::of(const DeviceLink* link) {
         }
     }
     if (!id.wwn) {
-        id.wwn = wwidWwn(disk != nullptr ? disk : link);
+        id.wwn = wwidWwn(disk);
     }
     id.transport = facts.transport;
 

@@ -34,7 +34,9 @@ std::ostream* stream() {
 
 void write(const char* unit, const char* trace, const std::string& text) {
     if (t_held != nullptr) {
-        *t_held += '[' + std::string(unit) + "] " + trace + ": " + text + '\n';
+        if (enabled()) {  // held or not, nothing is formatted while logging is off
+            *t_held += '[' + std::string(unit) + "] " + trace + ": " + text + '\n';
+        }
         return;
     }
     std::lock_guard<std::mutex> lock(logMutex());
